@@ -1,0 +1,154 @@
+// Client of the device stack, the data point server.
+#pragma once
+
+#include "Tav/Export.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace Vesk {
+
+/// Connection of one application to the device stack.
+///
+/// Every operation may be called from any thread, also several at once and from inside a callback: a call is
+/// completed independently of callbacks that are running. Operations that wait say for how long; after one
+/// time-out the waiting ones fail at once until the device stack answers again. A lost connection is restored
+/// without the application's doing: mode, handlers, registration, value format and the last announcements are
+/// repeated. All texts are UTF-8; values are in the "native" text form of TAVVALUE.
+///
+/// The destructor refuses new calls, lets pending ones fail at once, and returns when no callback is running
+/// any more. It must not run inside a callback.
+class IDeviceStackClient {
+public:
+    using TAVOBJECTID = std::uint32_t; ///< data point ID; 0 is none
+
+    /// An answer's error. Borrowed for the callback.
+    class IError {
+    public:
+        virtual ~IError() = default;
+        virtual int GetCode() const = 0; ///< 0 = no error
+        virtual std::string GetText() const = 0;
+    };
+
+    /// Told of what happens in the device stack. `ctx` is what was given to InstallEventHandler(). All
+    /// callbacks of a client come on one thread of the client, in order, and an exception out of one is
+    /// caught and logged. A result of true means handled or deliberately ignored; it is only logged.
+    class IEventHandler {
+    public:
+        virtual ~IEventHandler() = default;
+
+        /// A data point was written by another application, `origin` ("name::type::instance"), also with a
+        /// value equal to the former one.
+        virtual bool OnValueChanged(void* ctx, TAVOBJECTID id, const std::string& urn,
+                                    const std::string& value, const std::string& origin) = 0;
+        /// Older form without URN; a client that knows the first form never calls it.
+        virtual bool OnValueChanged(void*, TAVOBJECTID, const std::string&) { return true; }
+
+        /// A part of the configuration, named by `key`, changed; `value` says how it went ("ok" or the cause).
+        virtual bool OnConfigurationChanged(void* ctx, TAVOBJECTID id, const std::string& key,
+                                            const std::string& value) = 0;
+        virtual bool OnDeviceDiscovery(void* ctx, TAVOBJECTID id, const std::string& name,
+                                       const std::string& value) = 0;
+        virtual void OnConnectionLost() = 0;
+
+        /// Another application sent an event; `sender` is that application's name.
+        virtual bool OnApplicationEvent(void* ctx, const std::string& sender, const std::string& message) = 0;
+
+        virtual void OnStateChanged(void*, int) {}
+        virtual void OnRestart(void*) {}
+        virtual void OnTimeChanged(void*) {}
+    };
+
+    /// Told of answers to requests that do not wait. `request` is the text that the request returned.
+    class IResponseHandler {
+    public:
+        virtual ~IResponseHandler() = default;
+        virtual void OnResponse(void* ctx, const std::string& request, const std::string& response,
+                                const IError& error) = 0;
+        virtual void OnRegisterApplication(void* ctx, const std::string& request, const IError& error) = 0;
+        virtual void OnGetConfiguration(void* ctx, const std::string& request, const std::string& json,
+                                        const IError& error) = 0;
+        virtual void OnSetConfiguration(void* ctx, const std::string& request, const IError& error) = 0;
+        virtual void OnGetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
+                                const std::string& value, const IError& error) = 0;
+        virtual void OnSetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
+                                const std::string& value, const IError& error) = 0;
+    };
+
+    /// Asked as the owner of data points. True = the request was taken; for a read the answer follows as a
+    /// SetValue() within 2 s.
+    class IFieldHandlerWithUrn {
+    public:
+        virtual ~IFieldHandlerWithUrn() = default;
+        virtual bool OnReadValue(void* ctx, TAVOBJECTID id, const std::string& urn) = 0;
+        /// Note the order: the value stands before the URN here, behind it in OnValueChanged().
+        virtual bool OnWriteValue(void* ctx, TAVOBJECTID id, const std::string& value,
+                                  const std::string& urn) = 0;
+    };
+
+    virtual ~IDeviceStackClient() = default;
+
+    /// 1: callbacks come on a thread of the client. No other mode is offered.
+    virtual void SetClientMode(int mode) = 0;
+
+    /// Handlers are borrowed until replaced or until the client is destroyed; null removes. To be installed
+    /// before RegisterApplication().
+    virtual void InstallEventHandler(IEventHandler* handler, void* ctx) = 0;
+    virtual void InstallResponseHandler(IResponseHandler* handler, void* ctx) = 0;
+    virtual void InstallFieldHandler(IFieldHandlerWithUrn* handler, void* ctx) = 0;
+
+    /// Registers under the identity `name::type::instance`. Waits up to 3 s for the device stack. False when it
+    /// is not there or a living connection holds the identity; GetLastError() tells. After a failure for want
+    /// of a connection the registration is still made as soon as there is one.
+    virtual bool RegisterApplication(const std::string& name, const std::string& type,
+                                     const std::string& instance) = 0;
+
+    /// Form of value texts; "Native" is the only one.
+    virtual void SetValueFormat(const std::string& format) = 0;
+
+    /// Sends a command, a JSON object with a member "command"; returns the response as JSON, "" on failure.
+    /// Waits up to 2 s.
+    virtual std::string Command(const std::string& json) = 0;
+
+    /// The same with a time-out in seconds; false on failure, and `response` is then untouched.
+    virtual bool Command(const std::string& json, std::string& response, int timeoutSeconds) = 0;
+
+    /// The device configuration as JSON. `scope` 1: the calling application's own view, an object "ipc" with
+    /// "DeviceId", "DeviceStackConfigPath" and "UserDataPath". Waits up to 2 s; on false `json` is untouched.
+    virtual bool GetConfiguration(int scope, std::string& json) = 0;
+
+    /// Changes settings of the device stack, e.g. "Ntp" to "true" or "false". Does not wait.
+    virtual void SetConfiguration(const std::map<std::string, std::string>& settings) = 0;
+
+    /// Sets a data point. Sent in order, without waiting: beyond a bounded queue only the last value of each
+    /// data point is kept. `readInternal` true: recorded as the value itself, no application is asked to write
+    /// it. `response` true: it answers a read, so no command is triggered by it. Null with both flags marks the
+    /// value invalid. Returns the request's text, "" when the client is going down.
+    virtual std::string SetValue(TAVOBJECTID id, const std::string& text, bool readInternal, bool response) = 0;
+
+    /// Gets a data point. `readInternal` true: the stored value. False: the stored value if there is one, else
+    /// its owner is asked, never the caller. Waits up to 1 s. False when there is no value; `text` is then
+    /// untouched.
+    virtual bool GetValue(TAVOBJECTID id, std::string& text, bool readInternal) = 0;
+
+    /// Asks for a value without waiting; the answer comes through IResponseHandler::OnGetValue(). `readInternal`
+    /// 1 or 0 as in GetValue(). Returns the request's text, "" on failure.
+    virtual std::string GetValueRequest(TAVOBJECTID id, int readInternal) = 0;
+
+    /// The full URN of a data point; "" when unknown. Waits up to 1 s. `flags` is 0.
+    virtual std::string GetUrn(TAVOBJECTID id, int flags) = 0;
+
+    /// The ID of the data point with the full URN; 0 when unknown. Waits up to 1 s.
+    virtual TAVOBJECTID GetId(const std::string& urn) = 0;
+
+    /// Why the last operation of the calling thread failed; "" when it did not.
+    virtual std::string GetLastError() = 0;
+};
+
+/// A new client, not yet connected; null when none can be made. It looks for the device stack at the socket
+/// named by the environment variable DEVICESTACK_SOCKET, else /run/devicestack/devicestack.sock.
+TAV_EXPORT std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient();
+
+} // namespace Vesk
