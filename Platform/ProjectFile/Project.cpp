@@ -1,0 +1,90 @@
+#include "ProjectFile/Project.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace ProjectFile {
+
+namespace {
+constexpr std::string_view kUrnBegin = "urn:oxn:dp:";
+} // namespace
+
+std::string_view ToText(Access access) {
+    switch (access) {
+    case Access::Read: return "r";
+    case Access::Write: return "w";
+    case Access::ReadWrite: break;
+    }
+    return "rw";
+}
+
+std::string Project::UrnPrefix() const {
+    return fmt::format("{}{}:", kUrnBegin, device);
+}
+
+const DataPoint* Project::FindById(std::uint32_t id) const {
+    const auto found = m_byId.find(id);
+    return found != m_byId.end() ? &dataPoints[found->second] : nullptr;
+}
+
+const DataPoint* Project::FindByName(std::string_view name) const {
+    const auto found = m_byName.find(name);
+    return found != m_byName.end() ? &dataPoints[found->second] : nullptr;
+}
+
+const DataPoint* Project::FindByUrn(std::string_view urn) const {
+    if (!urn.starts_with(kUrnBegin)) {
+        return nullptr;
+    }
+    urn.remove_prefix(kUrnBegin.size());
+    if (!urn.starts_with(device)) {
+        return nullptr;
+    }
+    urn.remove_prefix(device.size());
+    if (urn.empty()) {
+        return FindById(FixedId::kDevice);
+    }
+    const DataPoint* found = urn.front() == ':' ? FindByName(urn.substr(1)) : nullptr;
+    return found && found->id != FixedId::kDevice ? found : nullptr;
+}
+
+const DataPoint* Project::FindByCo(std::uint16_t co) const {
+    const std::uint32_t place = co < m_byCo.size() ? m_byCo[co] : 0;
+    return place != 0 ? &dataPoints[place - 1] : nullptr;
+}
+
+void Project::BuildIndex() {
+    m_byId.clear();
+    m_byName.clear();
+    m_byCo.clear();
+    const auto bind = [this](std::uint16_t co, std::uint32_t place) {
+        if (co != 0) {
+            m_byCo.resize(std::max<std::size_t>(m_byCo.size(), co + std::size_t{1}));
+            m_byCo[co] = place + 1;
+        }
+    };
+    for (std::uint32_t place = 0; place < dataPoints.size(); ++place) {
+        const DataPoint& point = dataPoints[place];
+        m_byId.emplace(point.id, place);
+        m_byName.emplace(point.name, place);
+        if (point.knx) {
+            bind(point.knx->readCo, place);
+            bind(point.knx->writeCo, place);
+        }
+        if (point.id == FixedId::kClock) {
+            for (const TimeCo& timeCo : timeCos) {
+                bind(timeCo.co, place);
+            }
+        }
+    }
+}
+
+std::string LoadResult::Error() const {
+    if (errors.size() < 2) {
+        return errors.empty() ? std::string() : errors.front();
+    }
+    return fmt::format("{} (and {} more)", errors.front(), errors.size() - 1);
+}
+
+} // namespace ProjectFile
