@@ -32,7 +32,8 @@ enum class TavValueType : std::uint32_t {
 ///                     control characters (below U+0020, or U+007F) is written as a JSON string
 ///
 /// Serialize(Deserialize(x)) is x for everything that Serialize(…, true) can write. The tag that Deserialize
-/// gives is what the text looks like; whoever knows the datapoint type goes by the text and not by the tag.
+/// gives is what the text looks like; whoever knows the datapoint type goes by the text and not by the tag. A
+/// number that is not finite is printed as "nan" or "inf", with or without a minus sign, and reads back as text.
 /// A value type; not synchronised.
 class TAV_EXPORT TAVVALUE {
 public:
@@ -52,6 +53,7 @@ public:
     void SetFloat(float value);
     void SetDouble(double value);
     void SetText(std::string_view utf8);
+    /// `json` must be one JSON object or array without white space around it, nested at most 255 deep.
     void SetJson(std::string_view json);
 
     /// A number with its own decimal text, for exact decimals that no binary fraction holds ("20.47"). `text`
@@ -90,6 +92,9 @@ public:
     std::string_view TextView(std::string& buffer) const;
 
 private:
+    void Start(TavValueType type);
+    void Keep(TavValueType type, std::string_view text);
+
     TavValueType m_type = TavValueType::Null;
     union {
         bool boolean;
