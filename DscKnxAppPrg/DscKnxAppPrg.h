@@ -1,0 +1,289 @@
+// The application program: the object that a KNX stack host drives, a client of the device stack.
+#pragma once
+
+#include "DynamicKnxAppPrgHandlers.h"
+#include "KnxStack/IApplicationProgram.h"
+#include "KnxStack/IGroupValueUser.h"
+#include "Tav/Export.h"
+#include "Tav/TavEvents.h"
+#include "ValueConverter.h"
+#include "Vesk/IDeviceStackClient.h"
+#include "Vesk/KNXDPT.h"
+#include "Vesk/KnxAppPrg.h"
+
+#include <boost/bimap.hpp>
+#include <boost/bimap/unordered_set_of.hpp>
+#include <boost/container/flat_map.hpp>
+#include <boost/thread/thread.hpp>
+
+#include <log4cplus/logger.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace boost::json {
+class value;
+}
+namespace KnxStack {
+class IApiHub;
+class IApplicationProgramMemory;
+class IGroupValueService;
+} // namespace KnxStack
+
+/// Bridges group telegrams and data points. Lifecycle calls come on the host's thread; group telegrams on the
+/// KNX stack's thread; the device stack client's callbacks on a thread of the client; the slow part of a
+/// start runs on the init thread.
+///
+/// Locks, in the order in which they are taken:
+///   1. the client mutex, which serialises requests to the device stack client. Taken by: Connect,
+///   Disconnect,
+///      SendEmitEvent, the request of ReadDeviceConfiguration, the requests of WriteState, the question for
+///      data point 1000, the command of UpdateIdUrnMap, the three group value callbacks. Never by what runs
+///      on the client's callback thread, because Disconnect holds it while that thread is joined; and not by
+///      SetNtpState.
+///   2. KnxHandler::mapMutex, then the leaf mutex of the handler set.
+///   3. KnxHandler::idUrnLock: neither the client nor a plug-in is called while it is held.
+class TAV_EXPORT DscKnxAppPrg : public KnxStack::IApplicationProgram,
+                                private Vesk::IDeviceStackClient::IEventHandler,
+                                private Vesk::IDeviceStackClient::IResponseHandler,
+                                private Vesk::IDeviceStackClient::IFieldHandlerWithUrn {
+public:
+    using TAVOBJECTID = Vesk::IDeviceStackClient::TAVOBJECTID;
+    using IError = Vesk::IDeviceStackClient::IError;
+
+    /// Which lifecycle operation a start-up follows.
+    enum class CallerEntryPoint : std::uint32_t { Init = 0, DeviceRestart = 1 };
+
+    class KnxHandler;
+    class InitCaller;
+    class ResponseQueueCaller;
+    struct ThreadControl;
+
+    DscKnxAppPrg();
+    /// Does not stop threads and does not disconnect; Exit does.
+    ~DscKnxAppPrg() override;
+
+    StartupState Init(KnxStack::IApiHub& hub) override;
+    StartupState OnDeviceRestart() override;
+    bool Exit() override;
+
+    /// Waits until no thread of this object's making uses it any more, at most `timeoutMs`. False on
+    /// time-out.
+    bool WaitForWorkers(unsigned timeoutMs) const;
+
+private:
+    // Device stack client callbacks, on the client's thread.
+    using IEventHandler::OnValueChanged;
+    bool OnValueChanged(void* ctx, TAVOBJECTID id, const std::string& urn, const std::string& value,
+                        const std::string& origin) override;
+    bool OnConfigurationChanged(void* ctx, TAVOBJECTID id, const std::string& key,
+                                const std::string& value) override;
+    bool OnDeviceDiscovery(void* ctx, TAVOBJECTID id, const std::string& name,
+                           const std::string& value) override;
+    void OnConnectionLost() override;
+    bool OnApplicationEvent(void* ctx, const std::string& sender, const std::string& message) override;
+    void OnResponse(void* ctx, const std::string& request, const std::string& response,
+                    const IError& error) override;
+    void OnRegisterApplication(void* ctx, const std::string& request, const IError& error) override;
+    void OnGetConfiguration(void* ctx, const std::string& request, const std::string& json,
+                            const IError& error) override;
+    void OnSetConfiguration(void* ctx, const std::string& request, const IError& error) override;
+    void OnGetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
+                    const std::string& value, const IError& error) override;
+    void OnSetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
+                    const std::string& value, const IError& error) override;
+    bool OnReadValue(void* ctx, TAVOBJECTID id, const std::string& urn) override;
+    bool OnWriteValue(void* ctx, TAVOBJECTID id, const std::string& value, const std::string& urn) override;
+
+public:
+    /// The KNX side: receives group telegrams and sends them.
+    class TAV_EXPORT KnxHandler : public KnxStack::IGroupValueUser {
+    public:
+        /// Direction of a CO lookup. Telegrams pass a third value, 2, which fills neither direction.
+        enum class OpMode : std::uint32_t { Reading = 0, Writing = 1 };
+        static constexpr OpMode kTelegram{2};
+
+        static constexpr std::uint16_t kNoCo = 0xFFFF;
+
+        explicit KnxHandler(DscKnxAppPrg& appPrg);
+
+        // Set-up.
+        bool Init(KnxStack::IApiHub& hub, CallerEntryPoint entryPoint);
+        void InitFromDynamicHandlers();
+        bool FillCoDescriptorData(Vesk::KnxAppPrg::CoDescriptorDataMap& descriptors) const;
+        std::uint16_t GetTimeCoByIndex(unsigned index, bool writing, KNXDPT& dpt) const;
+        std::uint32_t GetInterfaceObjectId() const;
+        std::uint32_t GetPropertyByIndex(unsigned index, unsigned char& dataType, std::string& name,
+                                         std::uint16_t& elementCount) const;
+        bool Exit();
+
+        // Group value traffic. The CO is the low 16 bits of `co`.
+        void OnGroupValueWrite(int co, const KnxStack::GroupValue& groupValue) override;
+        void OnGroupValueResponse(int co, const KnxStack::GroupValue& groupValue) override;
+        bool OnGroupValueRead(int co, KnxStack::GroupValue& groupValue) override;
+        bool ReadValue(std::uint32_t id, const std::string& urn);
+        bool WriteValue(std::uint32_t id, const std::string& urn, const std::string& value,
+                        bool preferReadCo);
+
+        // Identity of COs and data points.
+        std::uint16_t GetCOFromID(std::uint32_t id, const std::string& urn, KNXDPT& dpt, OpMode mode);
+        std::uint32_t GetIDFromCO(std::uint16_t co, KNXDPT& dpt, OpMode mode);
+        std::string TrimUrn(std::string_view urn) const;
+        std::string ResolveID(std::uint32_t id);
+        std::uint32_t ResolveUrn(const std::string& urn);
+        bool UpdateIdUrnMap();
+        bool IsKnxEventDataPoint(std::uint32_t id, const std::string& urn);
+        bool IsOxnReadInternalDataPoint(std::uint32_t id);
+        void ClearCoAndIdMap();
+        bool UsesUrns() const { return useUrns; }
+
+        // Value conversion.
+        bool GetGroupValueFromValue(const std::string& text, std::uint16_t co, KNXDPT& dpt,
+                                    KnxStack::GroupValue& groupValue) const;
+        bool GetGroupValueFromValue(const std::string& text, std::uint16_t co,
+                                    KnxStack::GroupValue& groupValue) const;
+        std::string GetValueFromGroupValue(KNXDPT& dpt, const KnxStack::GroupValue& groupValue) const;
+        std::uint8_t GetValueSizeFromCO(std::uint16_t co) const;
+        Vesk::KnxAppPrg::CoDescriptorData GetCoDescriptorData(std::uint16_t co) const;
+
+    private:
+        enum class TriState : std::uint32_t { False = 0, True = 1, NotAsked = 2 };
+        struct IdMapEntry {
+            std::uint16_t coWrite = 0; // 0 = not yet known
+            std::uint16_t coRead = 0;
+            TriState eventing = TriState::NotAsked;
+            TriState readInternal = TriState::NotAsked;
+        };
+        struct CoMapEntry {
+            std::uint32_t id;
+            KNXDPT dpt;
+        };
+        using IdUrnMap = boost::bimap<boost::bimaps::unordered_set_of<std::uint32_t>,
+                                      boost::bimaps::unordered_set_of<std::string>>;
+
+        std::uint16_t AskCOFromID(std::uint32_t id, const std::string& urn, KNXDPT& dpt, OpMode mode) const;
+        void RememberCoOfId(std::uint32_t id, std::uint16_t co, OpMode mode);
+        std::shared_ptr<const std::string> UrnPrefix() const;
+        void SetUrnPrefix(std::string prefix);
+        void RememberUrn(std::uint32_t id, const std::string& urn, std::uint64_t generation);
+        void FillIdUrnMap(const boost::json::value& processView);
+        TriState CachedState(std::uint32_t id, TriState IdMapEntry::*field, std::uint64_t& generation) const;
+        void RememberState(std::uint32_t id, TriState IdMapEntry::*field, bool state,
+                           std::uint64_t generation);
+        bool IsReadInternal(std::uint32_t id);
+        bool SendToTimeCos(const std::string& value);
+
+        DscKnxAppPrg& m_appPrg;
+        log4cplus::Logger m_logger;
+        ValueConverter m_valueConverter;
+
+        // Set by Init on the host's thread before telegrams can come; not owned.
+        KnxStack::IGroupValueService* m_groupValueService = nullptr;
+        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr;
+
+        std::atomic<bool> useUrns = false;
+        mutable std::mutex m_urnPrefixMutex; // a leaf
+        std::shared_ptr<const std::string> urnPrefix = std::make_shared<const std::string>();
+
+        // Under mapMutex. The generation tells an answer that was asked for before a ClearCoAndIdMap.
+        mutable std::mutex mapMutex;
+        boost::container::flat_map<std::uint16_t, CoMapEntry> coMap;
+        boost::container::flat_map<std::uint32_t, IdMapEntry> idMap;
+        std::uint64_t m_mapGeneration = 0;
+
+        // Under idUrnLock. The generation tells an answer that was asked for before an UpdateIdUrnMap.
+        mutable std::shared_mutex idUrnLock;
+        IdUrnMap idUrnMap;
+        std::uint64_t m_idUrnGeneration = 0;
+    };
+
+private:
+    // Start-up.
+    void ApplySettings(const std::map<std::string, std::string>& settings);
+    void DoFinalStartupState(StartupState state);
+    bool WriteState();
+    bool RequestValue(TAVOBJECTID id, std::string& error);
+    bool IsCommunicationEnabled(std::uint32_t id, KnxHandler::OpMode mode);
+
+    // Link to the device stack client.
+    bool Connect();
+    void Disconnect();
+    void SendEmitEvent(const std::string& eventType);
+    static void RestartDevice(std::unique_ptr<Vesk::IDeviceStackClient>& client);
+    static void SetNtpState(std::unique_ptr<Vesk::IDeviceStackClient>& client, bool enable);
+    void SetNullValue(TAVOBJECTID id);
+
+    // Device configuration.
+    struct DeviceType {
+        std::string_view identifier;
+        std::uint32_t type;
+    };
+    static const std::array<DeviceType, 7> s_deviceTypes;
+    static std::uint32_t FindDeviceType(std::string_view identifier);
+    void ReadDeviceConfiguration();
+
+    // Worker threads.
+    bool StartInitThread(KnxStack::IApiHub& hub);
+    bool StopInitThread(unsigned int timeoutMs);
+    bool StartResponseQueueThread();
+    bool StopResponseQueueThread(unsigned int timeoutMs);
+    template <typename Caller>
+    std::shared_ptr<ThreadControl> StartWorker(std::shared_ptr<ThreadControl> control, const Caller& caller);
+    /// False when the thread did not end in time. Throws the thread library's resource error on the thread
+    /// itself.
+    static bool JoinWithin(boost::thread& thread, unsigned int timeoutMs);
+    static void InterruptAndDetach(boost::thread& thread);
+
+    /// Counts the threads that use this object. One that was detached after a join time-out is still in here.
+    struct WorkerCount {
+        void Enter();
+        void Leave();
+
+        std::mutex mutex;
+        std::condition_variable left;
+        unsigned count = 0; // under mutex
+    };
+
+    // In the order of construction; the client may call back until it is destroyed.
+    std::atomic<KnxStack::IApiHub*> m_hub = nullptr; // not owned; null before Init and after Exit
+    KnxHandler m_knxHandler;
+    std::unique_ptr<Vesk::IDeviceStackClient> m_client;
+    log4cplus::Logger m_logger;
+    mutable std::mutex m_clientMutex;
+    std::shared_ptr<ThreadControl> m_initThread;          // host's thread only
+    std::shared_ptr<ThreadControl> m_responseQueueThread; // host's thread only
+    std::string m_deviceStackConfigPath;                  // host's thread only
+    std::string m_userDataPath;                           // host's thread only
+    std::uint32_t m_deviceType = 0;                       // host's thread only
+    TavEvents m_events;
+    TavEvent m_event{m_events, 1};
+    KnxAppPrgHandlerSet m_handlers; // any thread
+    std::atomic<bool> m_downloadHandlerFlag = false;
+    std::atomic<CallerEntryPoint> m_callerEntryPoint = CallerEntryPoint::Init;
+    std::atomic<StartupState> m_startupState = StartupState::Failed;
+    std::atomic<bool> m_startUpFlag = true; // false when the hub has a device restart pending
+    std::string m_instanceId = "KNX";
+    std::string m_handlerName = "dscknxappprg";
+    std::shared_ptr<WorkerCount> m_workers = std::make_shared<WorkerCount>();
+};
+
+/// Control block of a worker thread, shared by the application program and the running thread.
+struct DscKnxAppPrg::ThreadControl {
+    std::atomic<bool> running = true; // false asks the thread to end at its next step
+    boost::thread thread;
+};
+
+extern "C" {
+TAV_EXPORT KnxStack::IApplicationProgram* createApplicationProgram();
+TAV_EXPORT void deleteApplicationProgram(KnxStack::IApplicationProgram* applicationProgram);
+TAV_EXPORT unsigned getKnxStackApiVersion();
+}
