@@ -105,6 +105,7 @@ class Project {
 public:
     std::string device;
     Identification identification = Identification::Id;
+    std::string knxOwner = "DscKnxAppPrg::field::KNX"; ///< identity of the KNX application program
     std::vector<DataPoint> dataPoints;
     std::vector<TimeCo> timeCos; ///< as listed; the CO of FixedId::kClock is added when it is not among them
     CoRange translationRange;

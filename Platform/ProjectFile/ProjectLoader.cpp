@@ -69,7 +69,7 @@ void Loader::ReadKnx(const json::object& object) {
         m_project.identification = *identification == "urn" ? Identification::Urn : Identification::Id;
     }
     if (const auto owner = knx.Text("owner")) {
-        m_defaultOwner = *owner;
+        m_project.knxOwner = *owner;
         if (!IsIdentity(*owner)) {
             m_errors.Add(knx.PlaceOf("owner"), "must be an identity \"name::type::instance\"");
         }

@@ -40,7 +40,6 @@ private:
 
     ErrorList& m_errors;
     Project m_project;
-    std::string m_defaultOwner{"DscKnxAppPrg::field::KNX"};
     std::vector<std::string> m_timeCoPlaces; // of m_project.timeCos, in the same order
     std::map<std::uint32_t, std::string> m_placeOfId;
     std::map<std::string, std::string> m_placeOfName;

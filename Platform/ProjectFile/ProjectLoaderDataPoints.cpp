@@ -127,7 +127,7 @@ void Loader::ReadOwner(JsonMembers& members, DataPoint& point) {
                      "must be an identity \"name::type::instance\", or \"\" for nobody");
         return;
     }
-    point.owner = owner ? *owner : point.knx && !point.knx->readInternal ? m_defaultOwner : std::string();
+    point.owner = owner ? *owner : point.knx && !point.knx->readInternal ? m_project.knxOwner : std::string();
 }
 
 void Loader::ReadBinding(const json::object& object, const std::string& place, DataPoint& point) {

@@ -102,6 +102,9 @@ TEST(ProjectFile, OwnerOfABoundDataPointIsTheApplicationProgramUnlessTheDeviceSt
     EXPECT_EQ(project->FindById(2001)->owner, "DscKnxAppPrg::field::KNX");
     EXPECT_EQ(project->FindById(2002)->owner, "");
     EXPECT_EQ(project->FindById(2003)->owner, "");
+    EXPECT_EQ(project->knxOwner, "DscKnxAppPrg::field::KNX");
+    EXPECT_EQ(Accepted(ProjectText(points, R"("owner": "DscKnxAppPrg::field::2")"))->knxOwner,
+              "DscKnxAppPrg::field::2");
     EXPECT_EQ(Accepted(ProjectText(points, R"("owner": "DscKnxAppPrg::field::2")"))->FindById(2001)->owner,
               "DscKnxAppPrg::field::2");
 }
