@@ -32,8 +32,9 @@ enum class TavValueType : std::uint32_t {
 ///                     control characters (below U+0020, or U+007F) is written as a JSON string
 ///
 /// Serialize(Deserialize(x)) is x for everything that Serialize(…, true) can write. The tag that Deserialize
-/// gives is what the text looks like; whoever knows the datapoint type goes by the text and not by the tag. A
-/// number that is not finite is printed as "nan" or "inf", with or without a minus sign, and reads back as text.
+/// gives is what the text looks like; whoever knows the datapoint type goes by the text and not by the tag.
+/// A number that is not finite is written as "nan" or "inf", with or without a minus sign, and reads back as
+/// text.
 /// A value type; not synchronised.
 class TAV_EXPORT TAVVALUE {
 public:

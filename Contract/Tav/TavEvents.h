@@ -23,7 +23,8 @@ public:
     bool Create(const std::string& name);
     bool IsOpen() const;
 
-    /// Ends every wait and closes the set. Events stay registered and may be set again after a new Create().
+    /// Ends every wait, takes all signals back and closes the set. Events stay registered; setting them has
+    /// no effect before a new Create().
     void Close();
 
     std::string GetName() const;
@@ -33,8 +34,8 @@ public:
 
     /// Waits until an event of the set is signalled, at most `timeoutMs` milliseconds. True with `id` set to
     /// the signalled event, the lowest when there are several; an event without manual reset is taken back by
-    /// that. False on time-out, on Close() and when the set is not open; `id` is then untouched. The wait is
-    /// an interruption point of the thread library.
+    /// that. False on time-out, on Close() and when the set is not open; `id` is then untouched. Counted on
+    /// the monotonic clock. An interruption point of the thread library.
     bool Wait(unsigned timeoutMs, Id& id);
 
 private:
@@ -44,6 +45,7 @@ private:
 };
 
 /// One event of a set. It belongs to the set it was made with and may outlive it (it then signals nobody).
+/// Its destruction takes a pending signal along.
 class TAV_EXPORT TavEvent {
 public:
     /// `manualReset` 1: stays signalled until TavEvents::Reset(). 0: one wait takes the signal.
@@ -54,7 +56,7 @@ public:
 
     TavEvents::Id GetId() const { return m_id; }
 
-    /// Signals the event. Any thread.
+    /// Signals the event, unless its set is closed. Any thread.
     void Set();
 
 private:
