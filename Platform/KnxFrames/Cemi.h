@@ -113,7 +113,7 @@ Outcome<CemiFrame> ParseCemi(Octets octets);
 /// As ParseCemi(), for callers that can only use an L_Data: everything else is Unsupported.
 Outcome<LData> ParseLData(Octets octets);
 
-/// Appends the message without additional information; `out` must have room for 8 octets and the TPDU. A TPDU
+/// Appends the message without additional information; `out` must have room for 9 octets and the TPDU. A TPDU
 /// of more than kStandardTpduSize octets is always written as an extended frame. The TPDU must not be empty.
 template <std::size_t Capacity>
 void EncodeCemi(const LData& frame, FixedOctets<Capacity>& out) {

@@ -1,0 +1,218 @@
+// Frames of KNXnet/IP over UDP: search, description, connection and tunnelling.
+#pragma once
+
+#include "KnxFrames/Addresses.h"
+#include "KnxFrames/Cemi.h"
+#include "KnxFrames/FixedOctets.h"
+#include "KnxFrames/Outcome.h"
+#include "KnxIp/Endpoint.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace KnxIp {
+
+using KnxFrames::Octets;
+
+/// Service type identifiers of version 1.0 that are read and written here.
+enum class ServiceType : std::uint16_t {
+    SearchRequest = 0x0201,
+    SearchResponse = 0x0202,
+    DescriptionRequest = 0x0203,
+    DescriptionResponse = 0x0204,
+    ConnectRequest = 0x0205,
+    ConnectResponse = 0x0206,
+    ConnectionStateRequest = 0x0207,
+    ConnectionStateResponse = 0x0208,
+    DisconnectRequest = 0x0209,
+    DisconnectResponse = 0x020A,
+    TunnellingRequest = 0x0420,
+    TunnellingAck = 0x0421,
+};
+
+/// Status codes of responses and acknowledgements. A received number that is not listed is kept as it is.
+enum class Status : std::uint8_t {
+    NoError = 0x00,
+    HostProtocolType = 0x01,
+    VersionNotSupported = 0x02,
+    SequenceNumber = 0x04,
+    Error = 0x0F,
+    ConnectionId = 0x21,
+    ConnectionType = 0x22,
+    ConnectionOption = 0x23,
+    NoMoreConnections = 0x24,
+    DataConnection = 0x26,
+    KnxConnection = 0x27,
+    TunnellingLayer = 0x29,
+    NoTunnellingAddress = 0x2D,
+    ConnectionInUse = 0x2E,
+};
+
+/// What the status means, for people: "no more connections"; "unknown status" for a number not listed.
+const char* ToString(Status status);
+
+/// Host protocol address information: where the sender wants to be answered. protocol 1 is UDP, 2 is TCP.
+struct Hpai {
+    static constexpr std::uint8_t kUdp = 1;
+    static constexpr std::uint8_t kTcp = 2;
+
+    Endpoint endpoint;
+    std::uint8_t protocol = kUdp;
+
+    bool operator==(const Hpai& other) const = default;
+};
+
+/// The device information block of a description.
+struct DeviceInformation {
+    static constexpr std::uint8_t kMediumTp1 = 0x02;
+    static constexpr std::uint8_t kMediumIp = 0x20;
+
+    std::uint8_t medium = kMediumTp1;
+    bool programmingMode = false;
+    KnxFrames::IndividualAddress address;
+    std::uint16_t projectInstallation = 0;
+    std::array<std::uint8_t, 6> serialNumber{};
+    std::uint32_t multicast = kStandardMulticast; ///< 0 when the device does no routing
+    std::array<std::uint8_t, 6> mac{};
+    /// UTF-8. On the wire ISO 8859-1 and at most 30 characters: others become '?', what is too long is cut.
+    std::string name;
+
+    bool operator==(const DeviceInformation& other) const = default;
+};
+
+/// A service family and its version in the block of supported services.
+struct ServiceFamily {
+    static constexpr std::uint8_t kCore = 0x02;
+    static constexpr std::uint8_t kDeviceManagement = 0x03;
+    static constexpr std::uint8_t kTunnelling = 0x04;
+    static constexpr std::uint8_t kRouting = 0x05;
+
+    std::uint8_t family = 0;
+    std::uint8_t version = 1;
+
+    bool operator==(const ServiceFamily& other) const = default;
+};
+
+/// What a server says about itself. Blocks of other types are skipped when reading.
+struct DeviceDescription {
+    DeviceInformation device;
+    std::vector<ServiceFamily> families; ///< at most 16 are written
+
+    bool operator==(const DeviceDescription& other) const = default;
+};
+
+struct SearchRequest {
+    Hpai discovery;
+    bool operator==(const SearchRequest& other) const = default;
+};
+
+struct SearchResponse {
+    Hpai control;
+    DeviceDescription description;
+    bool operator==(const SearchResponse& other) const = default;
+};
+
+struct DescriptionRequest {
+    Hpai control;
+    bool operator==(const DescriptionRequest& other) const = default;
+};
+
+struct DescriptionResponse {
+    DeviceDescription description;
+    bool operator==(const DescriptionResponse& other) const = default;
+};
+
+struct ConnectRequest {
+    static constexpr std::uint8_t kDeviceManagementConnection = 0x03;
+    static constexpr std::uint8_t kTunnelConnection = 0x04;
+    static constexpr std::uint8_t kLinkLayer = 0x02;
+    static constexpr std::uint8_t kRawLayer = 0x04;
+    static constexpr std::uint8_t kBusmonitorLayer = 0x80;
+
+    Hpai control;
+    Hpai data;
+    std::uint8_t connectionType = kTunnelConnection;
+    std::uint8_t layer = kLinkLayer;              ///< of a tunnel connection, else 0
+    KnxFrames::IndividualAddress wantedAddress{}; ///< of a tunnel connection; 0.0.0 = any
+
+    bool operator==(const ConnectRequest& other) const = default;
+};
+
+struct ConnectResponse {
+    std::uint8_t channel = 0;
+    Status status = Status::NoError;
+    Hpai data;                            ///< only without error
+    KnxFrames::IndividualAddress address; ///< of the tunnel, only without error
+
+    bool operator==(const ConnectResponse& other) const = default;
+};
+
+struct ConnectionStateRequest {
+    std::uint8_t channel = 0;
+    Hpai control;
+    bool operator==(const ConnectionStateRequest& other) const = default;
+};
+
+struct ConnectionStateResponse {
+    std::uint8_t channel = 0;
+    Status status = Status::NoError;
+    bool operator==(const ConnectionStateResponse& other) const = default;
+};
+
+struct DisconnectRequest {
+    std::uint8_t channel = 0;
+    Hpai control;
+    bool operator==(const DisconnectRequest& other) const = default;
+};
+
+struct DisconnectResponse {
+    std::uint8_t channel = 0;
+    Status status = Status::NoError;
+    bool operator==(const DisconnectResponse& other) const = default;
+};
+
+struct TunnellingRequest {
+    std::uint8_t channel = 0;
+    std::uint8_t sequence = 0;
+    Octets cemi; ///< points into the datagram that was read; valid as long as that
+};
+
+struct TunnellingAck {
+    std::uint8_t channel = 0;
+    std::uint8_t sequence = 0;
+    Status status = Status::NoError;
+    bool operator==(const TunnellingAck& other) const = default;
+};
+
+using Frame = std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse,
+                           ConnectRequest, ConnectResponse, ConnectionStateRequest, ConnectionStateResponse,
+                           DisconnectRequest, DisconnectResponse, TunnellingRequest, TunnellingAck>;
+
+/// Reads one datagram; its size must be the total length in its header. Unsupported: another service, another
+/// version of the protocol. Malformed: everything that does not add up.
+KnxFrames::Outcome<Frame> ReadFrame(Octets datagram);
+
+/// The longest datagram written here is a tunnelling request of 274 octets.
+using Datagram = KnxFrames::FixedOctets<320>;
+
+Datagram WriteFrame(const SearchRequest& frame);
+Datagram WriteFrame(const SearchResponse& frame);
+Datagram WriteFrame(const DescriptionRequest& frame);
+Datagram WriteFrame(const DescriptionResponse& frame);
+Datagram WriteFrame(const ConnectRequest& frame);
+Datagram WriteFrame(const ConnectResponse& frame);
+Datagram WriteFrame(const ConnectionStateRequest& frame);
+Datagram WriteFrame(const ConnectionStateResponse& frame);
+Datagram WriteFrame(const DisconnectRequest& frame);
+Datagram WriteFrame(const DisconnectResponse& frame);
+Datagram WriteFrame(const TunnellingAck& frame);
+/// `frame.cemi` of at most KnxFrames::kLongestCemi octets.
+Datagram WriteFrame(const TunnellingRequest& frame);
+/// A tunnelling request with `telegram`, without an intermediate copy. Replaces the content of `out`.
+void WriteTunnellingRequest(std::uint8_t channel, std::uint8_t sequence, const KnxFrames::LData& telegram,
+                            Datagram& out);
+
+} // namespace KnxIp
