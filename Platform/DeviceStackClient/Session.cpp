@@ -1,0 +1,490 @@
+#include "DeviceStackClient/Session.h"
+
+#include "DeviceStackProtocol/LineBuffer.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <unordered_set>
+
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
+namespace DeviceStackClient {
+
+namespace {
+
+constexpr std::size_t kMaxWarned = 10'000;
+constexpr std::uint32_t kDeviceDataPoint = 1000; ///< exists in every project
+
+log4cplus::Logger Logger() {
+    static const auto logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("DeviceStack.Client"));
+    return logger;
+}
+
+std::string IdText(std::uint64_t id) {
+    return std::to_string(id);
+}
+
+/// Key of a data point's values in the queue.
+std::uint64_t KeyOf(std::uint32_t dataPoint) {
+    return std::uint64_t{dataPoint} + 1;
+}
+
+std::string Identity(const DeviceStack::Register& identity) {
+    return identity.name + "::" + identity.type + "::" + identity.instance;
+}
+
+DeviceStack::Error ErrorOf(const DeviceStack::Reply& reply) {
+    return reply.error.value_or(DeviceStack::Error{});
+}
+
+} // namespace
+
+void Call::Finish(DeviceStack::Error failure, std::string json) {
+    if (isFinished)
+        return;
+    isFinished = true;
+    error = std::move(failure);
+    result = std::move(json);
+    finished.notify_all();
+}
+
+// Callers.
+
+Session::CallPointer Session::RegisterApplication(DeviceStack::Register identity, DeviceStack::Error& error) {
+    if (m_isClosed) {
+        error = m_down;
+        return nullptr;
+    }
+    if (m_identity && Identity(*m_identity) != Identity(identity)) {
+        error = {kBadArgument, "this client is " + Identity(*m_identity) + " already"};
+        return nullptr;
+    }
+    m_identity = std::move(identity);
+    if (!m_registration) {
+        m_registration = std::make_shared<Call>();
+        m_registration->heard = m_heard;
+    }
+    const auto call = m_registration;
+    if (m_state == State::Ready && m_application.empty())
+        SendRegistration();
+    else if (m_state == State::Ready)
+        std::exchange(m_registration, nullptr)->Finish({});
+    return call;
+}
+
+void Session::SetValueFormat(const std::string& format) {
+    m_valueFormat = format;
+    if (m_state != State::Ready)
+        return;
+    const auto id = ++m_lastId;
+    SendNow(Kind::Repeat, id, ToLine(IdText(id), DeviceStack::SetValueFormat{format}));
+}
+
+std::uint64_t Session::SetValue(DeviceStack::SetValue message, DeviceStack::Error& error) {
+    if (m_isClosed) {
+        error = m_down;
+        return 0;
+    }
+    const auto id = ++m_lastId;
+    Request request(id, Kind::Set, ToLine(IdText(id), message));
+    request.dataPoint = message.dataPoint.id;
+    request.value = std::move(message.value);
+    return Enqueue(std::move(request), KeyOf(message.dataPoint.id), error) ? id : 0;
+}
+
+std::uint64_t Session::RequestValue(const DeviceStack::RequestValue& message, DeviceStack::Error& error) {
+    if (m_state == State::Down || m_isClosed) {
+        error = m_down;
+        return 0;
+    }
+    const auto id = ++m_lastId;
+    Request request(id, Kind::Value, ToLine(IdText(id), message));
+    request.dataPoint = message.dataPoint.id;
+    return Enqueue(std::move(request), Queue::kNoKey, error) ? id : 0;
+}
+
+std::uint64_t Session::SetConfiguration(const DeviceStack::SetConfiguration& message,
+                                        DeviceStack::Error& error) {
+    if (m_isClosed) {
+        error = m_down;
+        return 0;
+    }
+    const auto id = ++m_lastId;
+    const bool isNtp = message.settings.contains("Ntp");
+    if (isNtp)
+        m_ntp = message;
+    if (isNtp && m_state != State::Ready)
+        return id; // said when the connection is there
+    Request request(id, Kind::SetConfiguration, ToLine(IdText(id), message));
+    request.announces = isNtp ? Announces::Ntp : Announces::Nothing;
+    return Enqueue(std::move(request), Queue::kNoKey, error) ? id : 0;
+}
+
+Session::CallPointer Session::AskLine(std::uint64_t id, std::string line, Announces announces,
+                                      DeviceStack::Error& error) {
+    if (m_state == State::Down || m_isClosed) {
+        error = m_down;
+        return nullptr;
+    }
+    auto call = std::make_shared<Call>();
+    call->heard = m_heard;
+    if (m_isSilent) {
+        error = {kTimeout, "the device stack does not answer"};
+        if (announces == Announces::Nothing)
+            return nullptr;
+        call->isAbandoned = true; // it is said all the same as soon as the device stack listens
+    }
+    Request request(id, Kind::Call, std::move(line));
+    request.announces = announces;
+    request.call = call;
+    return Enqueue(std::move(request), Queue::kNoKey, error) && !call->isAbandoned ? call : nullptr;
+}
+
+Session::CallPointer Session::AskCommand(const DeviceStack::CommandText& message, std::string_view event,
+                                         DeviceStack::Error& error) {
+    if (event == "configurationChangeBegin")
+        m_loaded.clear();
+    const auto announces = event == "configurationLoaded" ? Announces::Loaded : Announces::Nothing;
+    if (announces == Announces::Loaded)
+        m_loaded = message.json;
+    const auto id = ++m_lastId;
+    return AskLine(id, ToLine(IdText(id), message), announces, error);
+}
+
+void Session::Abandon(Call& call) {
+    call.isAbandoned = true;
+    if (&call == m_registration.get())
+        m_registration = nullptr;
+    if (m_state != State::Ready && m_state != State::Registering)
+        return;
+    if (m_isSilent || call.heard != m_heard)
+        return;
+    m_isSilent = true;
+    LOG4CPLUS_WARN(Logger(), "Abandon(): the device stack does not answer.");
+    // Whoever was asked may be the slow one: a question that the device stack answers itself tells them
+    // apart.
+    if (m_state == State::Ready) {
+        const auto id = ++m_lastId;
+        SendNow(Kind::Repeat, id, ToLine(IdText(id), DeviceStack::GetUrn{kDeviceDataPoint}));
+    }
+}
+
+void Session::Close(const DeviceStack::Error& error) {
+    m_isClosed = true;
+    m_down = error;
+    const auto end = [&](Request& request) {
+        if (!request.call)
+            return;
+        request.call->isAbandoned = true;
+        request.call->Finish(error);
+    };
+    m_queue.ForEach(end);
+    for (auto& [id, request] : m_unanswered)
+        end(request);
+    if (m_registration)
+        m_registration->Finish(error);
+}
+
+bool Session::Enqueue(Request request, Queue::Key key, DeviceStack::Error& error) {
+    if (request.line.size() > DeviceStack::kMaxRequestLine) {
+        error = {kBadArgument, "a message to the device stack has at most " +
+                                   std::to_string(DeviceStack::kMaxRequestLine) + " bytes"};
+        return false;
+    }
+    const bool announces = request.announces == Announces::Loaded;
+    const auto id = request.id;
+    const auto displaced = m_queue.Push(key, std::move(request));
+    if (displaced && displaced->id == id) {
+        error = {kQueueFull, "too many requests wait for the device stack"};
+        return false;
+    }
+    if (announces)
+        ++m_queuedAnnouncements;
+    if (displaced && !m_isOverflowing) {
+        m_isOverflowing = true;
+        LOG4CPLUS_WARN(Logger(), "SetValue(): the device stack does not take its values; "
+                                     << kQueueBound
+                                     << " wait, and of each data point only the last one is kept.");
+    }
+    return true;
+}
+
+// Connection.
+
+void Session::SendNow(Kind kind, std::uint64_t id, std::string line) {
+    m_first += line;
+    m_unanswered.emplace(id, Request(id, kind, {}));
+}
+
+void Session::SendRegistration() {
+    m_state = State::Registering;
+    auto message = *m_identity;
+    message.lastChange = m_lastChange;
+    message.server = m_server;
+    const auto id = ++m_lastId;
+    SendNow(Kind::Registration, id, ToLine(IdText(id), message));
+}
+
+void Session::OnConnected() {
+    ++m_connection;
+    m_hasAnswered = false;
+    m_application.clear();
+    if (m_identity)
+        SendRegistration();
+    else
+        BecomeReady();
+}
+
+void Session::BecomeReady() {
+    m_state = State::Ready;
+    const auto say = [this](const auto& message) {
+        const auto id = ++m_lastId;
+        SendNow(Kind::Repeat, id, ToLine(IdText(id), message));
+    };
+    if (!m_valueFormat.empty())
+        say(DeviceStack::SetValueFormat{m_valueFormat});
+    if (m_ntp)
+        say(*m_ntp);
+    if (!m_loaded.empty() && m_queuedAnnouncements == 0)
+        say(DeviceStack::CommandText{m_loaded});
+}
+
+void Session::OnClosed(const std::string& reason, Events& events) {
+    const auto before = std::exchange(m_state, State::Down);
+    const DeviceStack::Error error{kNotConnected, reason};
+    if (!m_isClosed)
+        m_down = error;
+    if (before == State::Down)
+        return;
+    LOG4CPLUS_WARN(Logger(), "OnClosed(): " << reason << "; trying again until it is there.");
+    m_isSilent = false;
+    m_first.clear();
+    for (auto& request : TakeWhatIsSentAgain(error, events)) {
+        const auto key = request.kind == Kind::Set ? KeyOf(request.dataPoint) : Queue::kNoKey;
+        DeviceStack::Error unused;
+        Enqueue(std::move(request), key, unused);
+    }
+    for (auto& [text, awaited] : m_awaitedValues)
+        events.push_back(ValueAnswer{IdText(awaited.first), awaited.second, {}, {}, error});
+    m_awaitedValues.clear();
+    if (before == State::Ready)
+        events.push_back(ConnectionLost{});
+}
+
+/// Of the values that were sent and not answered the last one of each data point, unless a newer one waits;
+/// then what was not sent, in order. Ends everything else, and leaves nothing behind.
+std::vector<Session::Request> Session::TakeWhatIsSentAgain(const DeviceStack::Error& error, Events& events) {
+    std::vector<Request> unsent;
+    std::unordered_set<std::uint32_t> newer;
+    while (!m_queue.IsEmpty()) {
+        auto request = m_queue.Pop();
+        if (request.kind == Kind::Set)
+            newer.insert(request.dataPoint);
+        if (request.kind == Kind::Set || request.kind == Kind::SetConfiguration) {
+            if (request.announces == Announces::Nothing) // the others are repeated anyway
+                unsent.push_back(std::move(request));
+        } else {
+            Drop(request, error, events);
+        }
+    }
+    m_queuedAnnouncements = 0;
+
+    std::vector<Request> again;
+    for (auto it = m_unanswered.rbegin(); it != m_unanswered.rend(); ++it) {
+        if (it->second.kind == Kind::Set && newer.insert(it->second.dataPoint).second)
+            again.push_back(std::move(it->second));
+        else
+            Drop(it->second, error, events);
+    }
+    m_unanswered.clear();
+    std::reverse(again.begin(), again.end());
+    std::move(unsent.begin(), unsent.end(), std::back_inserter(again));
+    return again;
+}
+
+/// Ends a request that will not be answered.
+void Session::Drop(Request& request, const DeviceStack::Error& error, Events& events) {
+    switch (request.kind) {
+    case Kind::Call: request.call->Finish(error); break;
+    case Kind::Set:
+        events.push_back(SetAnswer{IdText(request.id), request.dataPoint, request.value, error});
+        break;
+    case Kind::Value:
+        events.push_back(ValueAnswer{IdText(request.id), request.dataPoint, {}, {}, error});
+        break;
+    case Kind::SetConfiguration: events.push_back(SetConfigurationAnswer{IdText(request.id), error}); break;
+    case Kind::Registration:
+    case Kind::Repeat: break; // made anew on the next connection
+    }
+}
+
+void Session::TakeOutput(std::string& bytes, std::size_t chunk) {
+    bytes += m_first;
+    m_first.clear();
+    while (m_state == State::Ready && bytes.size() < chunk && m_unanswered.size() < kMaxUnanswered &&
+           !m_queue.IsEmpty()) {
+        auto request = m_queue.Pop();
+        if (request.announces == Announces::Loaded)
+            --m_queuedAnnouncements;
+        else if (request.call && request.call->isAbandoned)
+            continue;
+        bytes += request.line;
+        if (request.kind != Kind::Set)
+            request.line.clear();
+        m_unanswered.emplace(request.id, std::move(request));
+    }
+    if (!m_queue.IsFull())
+        m_isOverflowing = false;
+}
+
+// Messages.
+
+bool Session::OnMessage(DeviceStack::FromDeviceStack message, Events& events) {
+    ++m_heard;
+    m_hasAnswered = true;
+    m_isSilent = false;
+    const auto field = [&](auto&& what) {
+        events.push_back(FieldRequest{m_connection, message.id, std::move(what)});
+    };
+
+    if (auto* reply = std::get_if<DeviceStack::Reply>(&message.message))
+        return OnReply(message.id, std::move(*reply), events);
+    if (auto* change = std::get_if<DeviceStack::ValueChanged>(&message.message))
+        OnValueChanged(std::move(*change), events);
+    else if (auto* answer = std::get_if<DeviceStack::ValueAnswered>(&message.message))
+        OnValueAnswered(std::move(*answer), events);
+    else if (auto* configuration = std::get_if<DeviceStack::ConfigurationChanged>(&message.message))
+        events.push_back(std::move(*configuration));
+    else if (auto* event = std::get_if<DeviceStack::ApplicationEvent>(&message.message)) {
+        if (!event->message.empty()) // a bare announcement has nothing that a handler could tell it by
+            events.push_back(std::move(*event));
+    } else if (auto* read = std::get_if<DeviceStack::ReadValue>(&message.message))
+        field(std::move(*read));
+    else if (auto* write = std::get_if<DeviceStack::WriteValue>(&message.message))
+        field(std::move(*write));
+    else if (const auto* error = std::get_if<DeviceStack::Error>(&message.message)) {
+        LOG4CPLUS_DEBUG(Logger(), "OnMessage(): passed over a message: " << error->message);
+        if (!message.id.empty())
+            m_first += DeviceStack::ErrorLine(message.id, *error);
+    }
+    return true;
+}
+
+bool Session::OnReply(std::string_view id, DeviceStack::Reply reply, Events& events) {
+    std::uint64_t number = 0;
+    if (std::from_chars(id.data(), id.data() + id.size(), number).ec != std::errc{}) {
+        LOG4CPLUS_ERROR(Logger(),
+                        "OnReply(): the device stack could not read a message: " << ErrorOf(reply).message);
+        return true;
+    }
+    const auto found = m_unanswered.find(number);
+    if (found == m_unanswered.end())
+        return true;
+    const Request request = std::move(found->second);
+    m_unanswered.erase(found);
+
+    switch (request.kind) {
+    case Kind::Registration: return OnRegistered(number, std::move(reply), events);
+    case Kind::Call: request.call->Finish(ErrorOf(reply), std::move(reply.result)); break;
+    case Kind::Set: OnSetAnswered(request, reply, events); break;
+    case Kind::Value: OnValueRequested(request, reply, events); break;
+    case Kind::SetConfiguration:
+        if (reply.error)
+            LOG4CPLUS_WARN(Logger(), "SetConfiguration(): refused: " << reply.error->message);
+        events.push_back(SetConfigurationAnswer{IdText(number), ErrorOf(reply)});
+        break;
+    case Kind::Repeat:
+        if (reply.error)
+            LOG4CPLUS_WARN(Logger(), "OnReply(): the device stack refused what it was told before: "
+                                         << reply.error->message);
+        break;
+    }
+    return true;
+}
+
+bool Session::OnRegistered(std::uint64_t id, DeviceStack::Reply reply, Events& events) {
+    DeviceStack::RegisterResult result;
+    if (!reply.error && !ReadResult(reply.result, result))
+        reply.error =
+            DeviceStack::Error{DeviceStack::kInvalidRequest, "the answer to \"register\" is not understood"};
+    const auto waiting = std::exchange(m_registration, nullptr);
+    if (waiting)
+        waiting->Finish(ErrorOf(reply));
+    else
+        events.push_back(RegistrationAnswer{IdText(id), ErrorOf(reply)});
+
+    if (reply.error) {
+        if (!std::exchange(m_refusalWarned, true))
+            LOG4CPLUS_WARN(Logger(), "RegisterApplication(): refused: " << reply.error->message);
+        if (!waiting)
+            return false; // who held the identity may be gone at the next attempt
+        m_identity.reset();
+        BecomeReady();
+        return true;
+    }
+    if (result.server != m_server) {
+        // In a run of the device stack that was not seen from its beginning everything written is news,
+        // except at the very first registration.
+        m_lastChange = m_server.empty() ? result.change : 0;
+        m_lastChanges.clear();
+        m_server = result.server;
+    }
+    m_application = result.application;
+    m_refusalWarned = false;
+    LOG4CPLUS_INFO(Logger(), "RegisterApplication(): registered as " << m_application);
+    BecomeReady();
+    return true;
+}
+
+void Session::OnSetAnswered(const Request& request, const DeviceStack::Reply& reply, Events& events) {
+    if (reply.error && m_warned.size() < kMaxWarned &&
+        m_warned.emplace(request.dataPoint, reply.error->code).second)
+        LOG4CPLUS_WARN(Logger(), "SetValue(): the device stack refused a value. Object ID = "
+                                     << request.dataPoint << ": " << reply.error->message);
+    events.push_back(SetAnswer{IdText(request.id), request.dataPoint, request.value, ErrorOf(reply)});
+}
+
+void Session::OnValueRequested(const Request& request, const DeviceStack::Reply& reply, Events& events) {
+    DeviceStack::RequestValueResult result;
+    if (!reply.error && ReadResult(reply.result, result)) {
+        m_awaitedValues[result.request] = {request.id, request.dataPoint};
+        return;
+    }
+    events.push_back(ValueAnswer{IdText(request.id),
+                                 request.dataPoint,
+                                 {},
+                                 {},
+                                 reply.error.value_or(DeviceStack::Error{DeviceStack::kInvalidRequest,
+                                                                         "the answer is not understood"})});
+}
+
+void Session::OnValueAnswered(DeviceStack::ValueAnswered answer, Events& events) {
+    const auto found = m_awaitedValues.find(answer.request);
+    if (found == m_awaitedValues.end())
+        return;
+    events.push_back(ValueAnswer{IdText(found->second.first), answer.id, std::move(answer.urn),
+                                 std::move(answer.value), answer.error.value_or(DeviceStack::Error{})});
+    m_awaitedValues.erase(found);
+}
+
+void Session::OnValueChanged(DeviceStack::ValueChanged change, Events& events) {
+    if (change.origin == m_application)
+        return; // nobody is told of what he did himself
+    if (change.change != 0) {
+        auto& last = m_lastChanges[change.id];
+        if (change.change <= last)
+            return; // told before the connection was lost
+        last = change.change;
+        m_lastChange = std::max(m_lastChange.value_or(0), change.change);
+    }
+    events.push_back(std::move(change));
+}
+
+void Session::Answer(const FieldRequest& request, bool handled) {
+    if (request.connection == m_connection && m_state == State::Ready)
+        m_first += DeviceStack::ReplyLine(request.id, DeviceStack::HandledResult{handled});
+}
+
+} // namespace DeviceStackClient
