@@ -13,7 +13,7 @@
 
 #include <boost/bimap.hpp>
 #include <boost/bimap/unordered_set_of.hpp>
-#include <boost/container/flat_map.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <log4cplus/logger.h>
@@ -194,10 +194,11 @@ public:
         mutable std::mutex m_urnPrefixMutex; // a leaf
         std::shared_ptr<const std::string> urnPrefix = std::make_shared<const std::string>();
 
-        // Under mapMutex. The generation tells an answer that was asked for before a ClearCoAndIdMap.
+        // Under mapMutex. The generation tells an answer that was asked for before a ClearCoAndIdMap. Hashed and
+        // flat: every telegram looks into both, and nobody walks them in order.
         mutable std::mutex mapMutex;
-        boost::container::flat_map<std::uint16_t, CoMapEntry> coMap;
-        boost::container::flat_map<std::uint32_t, IdMapEntry> idMap;
+        boost::unordered_flat_map<std::uint16_t, CoMapEntry> coMap;
+        boost::unordered_flat_map<std::uint32_t, IdMapEntry> idMap;
         std::uint64_t m_mapGeneration = 0;
 
         // Under idUrnLock. The generation tells an answer that was asked for before an UpdateIdUrnMap.
