@@ -1,0 +1,296 @@
+// Cost of a telegram in the library: a group write, a read, a value change, with a device stack client that does
+// nothing. Baseline: look-ups in a std::map<uint16_t, …> of 1,000 entries, in the same run.
+#include "AllocationCount.h"
+#include "DscKnxAppPrg.h"
+#include "KnxStack/GroupValue.h"
+#include "KnxStack/IApiHub.h"
+#include "KnxStack/IDownloadService.h"
+#include "KnxStack/IGroupObject.h"
+#include "KnxStack/IGroupValueService.h"
+#include "Ratios.h"
+
+#include <log4cplus/initializer.h>
+#include <log4cplus/logger.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <numeric>
+#include <random>
+#include <thread>
+
+namespace {
+
+constexpr std::uint32_t kFirstId = 2000;
+constexpr unsigned kMaxCos = 65534; // the numbers that a group object may have
+
+class TemperatureObject : public KnxStack::IGroupObject {
+public:
+    bool Exists(int) const override { return true; }
+    bool IsCommunicationEnabled() const override { return true; }
+    std::uint8_t GetSizeCode() const override { return 8; }
+    unsigned GetLengthInBytes() const override { return 2; }
+    std::int16_t GetElementWidth() const override { return 16; }
+    std::int16_t GetElementCount() const override { return 1; }
+};
+
+class Service : public KnxStack::IGroupValueService {
+public:
+    void RegisterGroupValueUser(KnxStack::IGroupValueUser* newUser) override { user = newUser; }
+    bool SendGroupValue(std::uint16_t, const KnxStack::GroupValue& value, unsigned) override {
+        benchmark::DoNotOptimize(&value);
+        return true;
+    }
+    bool SendReadRequest(std::uint16_t) override { return true; }
+    const KnxStack::IGroupObject& GetGroupObject(std::uint16_t) override { return m_object; }
+
+    KnxStack::IGroupValueUser* user = nullptr;
+
+private:
+    TemperatureObject m_object;
+};
+
+class Hub : public KnxStack::IApiHub, private KnxStack::IDownloadService {
+public:
+    void OnApplicationProgramStartupStateChanged(KnxStack::IApplicationProgram::StartupState state) override {
+        const std::lock_guard lock(m_mutex);
+        m_running = state == KnxStack::IApplicationProgram::StartupState::Running;
+        m_changed.notify_all();
+    }
+    bool IsDeviceRestartPending() override { return false; }
+    std::map<std::string, std::string> GetApplicationProgramSettings() override { return {}; }
+    KnxStack::IGroupValueService* GetGroupValueService() override { return &service; }
+    KnxStack::IApplicationProgramMemory* GetApplicationProgramMemory() override { return nullptr; }
+    KnxStack::IPropertyService* GetPropertyService() override { return nullptr; }
+    KnxStack::IDownloadService& GetDownloadService() override { return *this; }
+    void OnApplicationProgramRestarted(unsigned, unsigned) override {}
+
+    void WaitUntilRunning() {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_running; });
+    }
+
+    Service service;
+
+private:
+    const KnxStack::BinaryData& GetApplicationData() override { return m_noData; }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_running = false;
+    KnxStack::BinaryData m_noData;
+};
+
+std::filesystem::path g_registryDirectory;
+
+/// A device stack client that accepts everything and does nothing.
+class Client : public Vesk::IDeviceStackClient {
+public:
+    void SetClientMode(int) override {}
+    void InstallEventHandler(IEventHandler* handler, void*) override { s_eventHandler = handler; }
+    void InstallResponseHandler(IResponseHandler*, void*) override {}
+    void InstallFieldHandler(IFieldHandlerWithUrn*, void*) override {}
+    bool RegisterApplication(const std::string&, const std::string&, const std::string&) override { return true; }
+    void SetValueFormat(const std::string&) override {}
+    std::string Command(const std::string&) override { return "{}"; }
+    bool Command(const std::string&, std::string&, int) override { return false; }
+    bool GetConfiguration(int, std::string& json) override {
+        json = "{\"ipc\":{\"DeviceStackConfigPath\":\"" + g_registryDirectory.string() + "\"}}";
+        return true;
+    }
+    void SetConfiguration(const std::map<std::string, std::string>&) override {}
+    std::string SetValue(TAVOBJECTID, const std::string& text, bool, bool) override {
+        benchmark::DoNotOptimize(text.data());
+        return {};
+    }
+    bool GetValue(TAVOBJECTID, std::string& text, bool) override {
+        text = "21.5";
+        return true;
+    }
+    std::string GetValueRequest(TAVOBJECTID, int) override { return {}; }
+    std::string GetUrn(TAVOBJECTID, int) override { return {}; }
+    TAVOBJECTID GetId(const std::string&) override { return 0; }
+    std::string GetLastError() override { return {}; }
+
+    static inline IEventHandler* s_eventHandler = nullptr;
+};
+
+/// A directory with a registry file that names the plug-in; removed at the end.
+class RegistryDirectory {
+public:
+    RegistryDirectory() {
+        std::string name = (std::filesystem::temp_directory_path() / "knx-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw std::runtime_error("no temporary directory");
+        g_registryDirectory = name;
+        std::ofstream(g_registryDirectory / "knxappprghandlers.xml")
+            << "<KnxApplicationPrograms><KnxApplicationProgram Name=\"dscknxappprg\"><DynamicHandlers>"
+               "<DynamicHandler Library=\"" BENCH_PLUGIN "\"/>"
+               "</DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>";
+    }
+    ~RegistryDirectory() { std::filesystem::remove_all(g_registryDirectory); }
+};
+
+/// The application program, started and in its final state.
+struct Program {
+    Program() {
+        program.Init(hub);
+        hub.WaitUntilRunning();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500)); // the pause behind the announcement
+    }
+    ~Program() { program.Exit(); }
+
+    Hub hub;
+    DscKnxAppPrg program;
+};
+
+Program* g_program = nullptr;
+
+/// CO numbers 1 to `count`, each once, in random order.
+std::vector<std::uint16_t> ShuffledCos(unsigned count) {
+    std::vector<std::uint16_t> cos(count);
+    std::iota(cos.begin(), cos.end(), std::uint16_t{1});
+    std::shuffle(cos.begin(), cos.end(), std::mt19937(1));
+    return cos;
+}
+
+/// CO numbers out of 1 to `count`, as telegrams come: a sequence too long for the branch predictor to learn.
+class Telegrams {
+public:
+    explicit Telegrams(unsigned count) : m_cos(std::size_t{1} << 18) {
+        std::mt19937 random(2);
+        std::uniform_int_distribution<unsigned> co(1, count);
+        std::generate(m_cos.begin(), m_cos.end(), [&] { return static_cast<std::uint16_t>(co(random)); });
+    }
+    std::uint16_t Next() { return m_cos[m_next++ & (m_cos.size() - 1)]; }
+
+private:
+    std::vector<std::uint16_t> m_cos;
+    std::size_t m_next = 0;
+};
+
+void MapLookUp(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    std::map<std::uint16_t, std::uint32_t> map;
+    for (const std::uint16_t co : cos)
+        map.emplace(co, co);
+    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(map.find(telegrams.Next()));
+}
+BENCHMARK(MapLookUp)->Arg(10)->Arg(1000)->Arg(kMaxCos);
+
+KnxStack::GroupValue Temperature() { return {KnxStack::BinaryData{0x0C, 0x33}, 16}; } // 21.5
+
+void ShowAllocations(benchmark::State& state, std::uint64_t before) {
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(Bench::AllocationCount() - before), benchmark::Counter::kAvgIterations);
+}
+
+/// Every CO in turn; the identity of each is cached.
+void GroupWriteCached(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    const KnxStack::GroupValue value = Temperature();
+    KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    for (const std::uint16_t co : cos)
+        user.OnGroupValueWrite(co, value);
+    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
+    const std::uint64_t before = Bench::AllocationCount();
+    for (auto _ : state)
+        user.OnGroupValueWrite(telegrams.Next(), value);
+    ShowAllocations(state, before);
+}
+BENCHMARK(GroupWriteCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
+
+/// Every CO in turn after the caches were cleared, as after a new project; the plug-in answers at once. Time per
+/// telegram.
+void GroupWriteUncached(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    const KnxStack::GroupValue value = Temperature();
+    DscKnxAppPrg::KnxHandler handler(g_program->program);
+    std::size_t next = 0;
+    for (auto _ : state) {
+        handler.OnGroupValueWrite(cos[next], value);
+        if (++next == cos.size()) {
+            next = 0;
+            state.PauseTiming();
+            handler.ClearCoAndIdMap();
+            state.ResumeTiming();
+        }
+    }
+}
+BENCHMARK(GroupWriteUncached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
+
+void GroupReadCached(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    KnxStack::GroupValue value;
+    for (const std::uint16_t co : cos)
+        user.OnGroupValueRead(co, value);
+    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
+    const std::uint64_t before = Bench::AllocationCount();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(user.OnGroupValueRead(telegrams.Next(), value));
+    ShowAllocations(state, before);
+}
+BENCHMARK(GroupReadCached)->Arg(1000);
+
+void ValueChangeCached(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    const std::string urn = "urn:oxn:dp:bench:x";
+    const std::string value = "21.5";
+    const std::string origin = "a::b::c";
+    auto& handler = *Client::s_eventHandler;
+    for (const std::uint16_t co : cos)
+        handler.OnValueChanged(nullptr, kFirstId + co, urn, value, origin);
+    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
+    const std::uint64_t before = Bench::AllocationCount();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(handler.OnValueChanged(nullptr, kFirstId + telegrams.Next(), urn, value, origin));
+    ShowAllocations(state, before);
+}
+BENCHMARK(ValueChangeCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
+
+void Decode(benchmark::State& state, std::uint16_t main, unsigned sizeInBits, KnxStack::BinaryData data) {
+    const Vesk::KnxValueConverter converter;
+    KNXDPT dpt{static_cast<std::uint8_t>(sizeInBits), 0, main, 1};
+    const KnxStack::GroupValue groupValue(data, sizeInBits);
+    for (auto _ : state) {
+        TAVVALUE value;
+        benchmark::DoNotOptimize(converter.FromKnxValue(dpt, groupValue, value));
+        benchmark::DoNotOptimize(&value);
+    }
+}
+BENCHMARK_CAPTURE(Decode, 1.001, 1, 1, KnxStack::BinaryData{0x01});
+BENCHMARK_CAPTURE(Decode, 5.001, 5, 8, KnxStack::BinaryData{0x80});
+BENCHMARK_CAPTURE(Decode, 9.001, 9, 16, KnxStack::BinaryData{0x0C, 0x33});
+
+} // namespace
+
+std::unique_ptr<Vesk::IDeviceStackClient> Vesk::CreateDeviceStackClient() { return std::make_unique<Client>(); }
+
+int main(int argc, char** argv) {
+    const log4cplus::Initializer logging;
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
+    const RegistryDirectory registry;
+    Program program;
+    g_program = &program;
+    return Bench::RunWithRatios(
+        argc, argv,
+        {
+            {"group write, 1,000 COs / three map look-ups", "GroupWriteCached/1000", "MapLookUp/1000", 3, 1},
+            {"value change, 1,000 COs / three map look-ups", "ValueChangeCached/1000", "MapLookUp/1000", 3, 1},
+            {"group read, 1,000 COs / three map look-ups", "GroupReadCached/1000", "MapLookUp/1000", 3, 0},
+            {"group write, 65,534 COs / 1,000 COs", "GroupWriteCached/65534", "GroupWriteCached/1000", 1, 0},
+            {"map look-up, 65,534 / 1,000 entries", "MapLookUp/65534", "MapLookUp/1000", 1, 0},
+            {"group write uncached / cached, 1,000 COs", "GroupWriteUncached/1000", "GroupWriteCached/1000", 1, 0},
+            {"decoding 1.001 / a third of a map look-up", "Decode/1.001", "MapLookUp/1000", 1.0 / 3, 1},
+            {"decoding 5.001 / a third of a map look-up", "Decode/5.001", "MapLookUp/1000", 1.0 / 3, 1},
+            {"decoding 9.001 / a third of a map look-up", "Decode/9.001", "MapLookUp/1000", 1.0 / 3, 1},
+        });
+}
