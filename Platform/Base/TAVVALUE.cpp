@@ -10,8 +10,8 @@
 
 namespace {
 
-// Numbers that their text states.
-bool IsNumberWithText(TavValueType type) {
+// Kinds whose text may be a number.
+bool ReadsAsNumber(TavValueType type) {
     switch (type) {
     case TavValueType::Boolean:
     case TavValueType::Integer:
@@ -119,7 +119,7 @@ std::int64_t TAVVALUE::ToInteger() const {
         return value > static_cast<std::uint64_t>(kMax) ? kMax : static_cast<std::int64_t>(value);
     };
     if (m_hasText) {
-        const auto number = IsNumberWithText(m_type) ? Base::ParseNumber(m_text) : Base::Number{};
+        const auto number = ReadsAsNumber(m_type) ? Base::ParseNumber(m_text) : Base::Number{};
         switch (number.kind) {
         case Base::Number::Kind::Integer: return number.integer;
         case Base::Number::Kind::Unsigned: return limit(number.uinteger);
@@ -139,7 +139,7 @@ std::int64_t TAVVALUE::ToInteger() const {
 
 double TAVVALUE::ToDouble() const {
     if (m_hasText) {
-        const auto number = IsNumberWithText(m_type) ? Base::ParseNumber(m_text) : Base::Number{};
+        const auto number = ReadsAsNumber(m_type) ? Base::ParseNumber(m_text) : Base::Number{};
         switch (number.kind) {
         case Base::Number::Kind::Integer: return static_cast<double>(number.integer);
         case Base::Number::Kind::Unsigned: return static_cast<double>(number.uinteger);
