@@ -42,12 +42,13 @@ protected:
 };
 
 TEST_F(LoaderTest, LoadsByPathAndFindsTheExportedFunction) {
+    const auto before = Loader::tavGetLastError();
     auto* const handle = Loader::tavLoadLibrary(kLoadedFile);
     ASSERT_NE(handle, nullptr) << Loader::tavGetLastError();
     const auto answer = reinterpret_cast<int (*)()>(Loader::tavGetProcAddr(handle, "BaseTestsAnswer"));
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer(), 42);
-    EXPECT_EQ(Loader::tavGetLastError(), "");
+    EXPECT_EQ(Loader::tavGetLastError(), before);
     Loader::tavFreeLibrary(handle);
 }
 
