@@ -13,8 +13,8 @@
 
 #include <boost/bimap.hpp>
 #include <boost/bimap/unordered_set_of.hpp>
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/thread/thread.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <log4cplus/logger.h>
 
@@ -194,8 +194,8 @@ public:
         mutable std::mutex m_urnPrefixMutex; // a leaf
         std::shared_ptr<const std::string> urnPrefix = std::make_shared<const std::string>();
 
-        // Under mapMutex. The generation tells an answer that was asked for before a ClearCoAndIdMap. Hashed and
-        // flat: every telegram looks into both, and nobody walks them in order.
+        // Under mapMutex. The generation tells an answer that was asked for before a ClearCoAndIdMap. Hashed
+        // and flat: every telegram looks into both, and nobody walks them in order.
         mutable std::mutex mapMutex;
         boost::unordered_flat_map<std::uint16_t, CoMapEntry> coMap;
         boost::unordered_flat_map<std::uint32_t, IdMapEntry> idMap;

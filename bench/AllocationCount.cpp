@@ -7,7 +7,9 @@ namespace {
 thread_local std::uint64_t allocations = 0;
 }
 
-std::uint64_t Bench::AllocationCount() { return allocations; }
+std::uint64_t Bench::AllocationCount() {
+    return allocations;
+}
 
 void* operator new(std::size_t size) {
     ++allocations;
@@ -16,5 +18,9 @@ void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}

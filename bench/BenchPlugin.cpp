@@ -40,7 +40,9 @@ private:
 
 } // namespace
 
-extern "C" TAV_EXPORT Vesk::IKnxAppPrgHandler* CreateHandler(std::string&) { return new Handler; }
+extern "C" TAV_EXPORT Vesk::IKnxAppPrgHandler* CreateHandler(std::string&) {
+    return new Handler;
+}
 
 extern "C" TAV_EXPORT bool DeleteHandler(Vesk::IKnxAppPrgHandler*& handler) {
     delete handler;

@@ -1,5 +1,5 @@
-// Cost of a telegram in the library: a group write, a read, a value change, with a device stack client that does
-// nothing. Baseline: look-ups in a std::map<uint16_t, …> of 1,000 entries, in the same run.
+// Cost of a telegram in the library: a group write, a read, a value change, with a device stack client that
+// does nothing. Baseline: look-ups in a std::map<uint16_t, …> of 1,000 entries, in the same run.
 #include "AllocationCount.h"
 #include "DscKnxAppPrg.h"
 #include "KnxStack/GroupValue.h"
@@ -95,7 +95,9 @@ public:
     void InstallEventHandler(IEventHandler* handler, void*) override { s_eventHandler = handler; }
     void InstallResponseHandler(IResponseHandler*, void*) override {}
     void InstallFieldHandler(IFieldHandlerWithUrn*, void*) override {}
-    bool RegisterApplication(const std::string&, const std::string&, const std::string&) override { return true; }
+    bool RegisterApplication(const std::string&, const std::string&, const std::string&) override {
+        return true;
+    }
     void SetValueFormat(const std::string&) override {}
     std::string Command(const std::string&) override { return "{}"; }
     bool Command(const std::string&, std::string&, int) override { return false; }
@@ -185,11 +187,13 @@ void MapLookUp(benchmark::State& state) {
 }
 BENCHMARK(MapLookUp)->Arg(10)->Arg(1000)->Arg(kMaxCos);
 
-KnxStack::GroupValue Temperature() { return {KnxStack::BinaryData{0x0C, 0x33}, 16}; } // 21.5
+KnxStack::GroupValue Temperature() {
+    return {KnxStack::BinaryData{0x0C, 0x33}, 16};
+} // 21.5
 
 void ShowAllocations(benchmark::State& state, std::uint64_t before) {
-    state.counters["allocations"] =
-        benchmark::Counter(static_cast<double>(Bench::AllocationCount() - before), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] = benchmark::Counter(static_cast<double>(Bench::AllocationCount() - before),
+                                                       benchmark::Counter::kAvgIterations);
 }
 
 /// Every CO in turn; the identity of each is cached.
@@ -207,8 +211,8 @@ void GroupWriteCached(benchmark::State& state) {
 }
 BENCHMARK(GroupWriteCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
 
-/// Every CO in turn after the caches were cleared, as after a new project; the plug-in answers at once. Time per
-/// telegram.
+/// Every CO in turn after the caches were cleared, as after a new project; the plug-in answers at once. Time
+/// per telegram.
 void GroupWriteUncached(benchmark::State& state) {
     const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
     const KnxStack::GroupValue value = Temperature();
@@ -251,7 +255,8 @@ void ValueChangeCached(benchmark::State& state) {
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
     const std::uint64_t before = Bench::AllocationCount();
     for (auto _ : state)
-        benchmark::DoNotOptimize(handler.OnValueChanged(nullptr, kFirstId + telegrams.Next(), urn, value, origin));
+        benchmark::DoNotOptimize(
+            handler.OnValueChanged(nullptr, kFirstId + telegrams.Next(), urn, value, origin));
     ShowAllocations(state, before);
 }
 BENCHMARK(ValueChangeCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
@@ -272,7 +277,9 @@ BENCHMARK_CAPTURE(Decode, 9.001, 9, 16, KnxStack::BinaryData{0x0C, 0x33});
 
 } // namespace
 
-std::unique_ptr<Vesk::IDeviceStackClient> Vesk::CreateDeviceStackClient() { return std::make_unique<Client>(); }
+std::unique_ptr<Vesk::IDeviceStackClient> Vesk::CreateDeviceStackClient() {
+    return std::make_unique<Client>();
+}
 
 int main(int argc, char** argv) {
     const log4cplus::Initializer logging;
@@ -284,11 +291,13 @@ int main(int argc, char** argv) {
         argc, argv,
         {
             {"group write, 1,000 COs / three map look-ups", "GroupWriteCached/1000", "MapLookUp/1000", 3, 1},
-            {"value change, 1,000 COs / three map look-ups", "ValueChangeCached/1000", "MapLookUp/1000", 3, 1},
+            {"value change, 1,000 COs / three map look-ups", "ValueChangeCached/1000", "MapLookUp/1000", 3,
+             1},
             {"group read, 1,000 COs / three map look-ups", "GroupReadCached/1000", "MapLookUp/1000", 3, 0},
             {"group write, 65,534 COs / 1,000 COs", "GroupWriteCached/65534", "GroupWriteCached/1000", 1, 0},
             {"map look-up, 65,534 / 1,000 entries", "MapLookUp/65534", "MapLookUp/1000", 1, 0},
-            {"group write uncached / cached, 1,000 COs", "GroupWriteUncached/1000", "GroupWriteCached/1000", 1, 0},
+            {"group write uncached / cached, 1,000 COs", "GroupWriteUncached/1000", "GroupWriteCached/1000",
+             1, 0},
             {"decoding 1.001 / a third of a map look-up", "Decode/1.001", "MapLookUp/1000", 1.0 / 3, 1},
             {"decoding 5.001 / a third of a map look-up", "Decode/5.001", "MapLookUp/1000", 1.0 / 3, 1},
             {"decoding 9.001 / a third of a map look-up", "Decode/9.001", "MapLookUp/1000", 1.0 / 3, 1},
