@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-// What the set and its events share. Its own wait on it ends before it does: whoever waits holds a reference.
+// What the set, its events and everybody who waits share; the last of them ends it.
 struct TavEvents::State {
     struct Event {
         Id id;
@@ -22,8 +22,7 @@ struct TavEvents::State {
     // Under the mutex.
     std::string name = "<unnamed events>";
     bool open = false;
-    std::uint64_t closed =
-        0; // how often; a wait ends when it changes, also when the set is open again by then
+    std::uint64_t closed = 0; // how often: tells a wait of a Close() also when the set is open again by then
     Id lastId = 0;
     std::vector<Event> events; // by ascending id
 
