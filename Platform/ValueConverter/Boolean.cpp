@@ -47,6 +47,6 @@ Status Encode(const Type& type, std::string_view text, Octets& octets, Reason re
 
 } // namespace
 
-const Layout kBoolean{1, Decode, Encode};
+constinit const Layout kBoolean{1, Decode, Encode};
 
 } // namespace Datapoint

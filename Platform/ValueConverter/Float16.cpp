@@ -66,6 +66,6 @@ Status Encode(const Type& type, std::string_view text, Octets& octets, Reason re
 
 } // namespace
 
-const Layout kFloat16{16, Decode, Encode};
+constinit const Layout kFloat16{16, Decode, Encode};
 
 } // namespace Datapoint

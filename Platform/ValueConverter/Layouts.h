@@ -1,6 +1,7 @@
 // The layouts of all datapoint types, each in the file that its comment names. Internal to the converter.
 #pragma once
 
+#include "ValueConverter/Composite.h"
 #include "ValueConverter/Layout.h"
 #include "ValueConverter/NumberForm.h"
 
@@ -29,6 +30,22 @@ extern const Layout kU8, kPercent, kAngle, kV8, kU16, kU16Times10, kU16Times100,
 extern const Layout kFloat16;                              // Float16.cpp: 9.xxx
 inline constexpr std::int64_t kFloat16Minimum = -67108864; // -2048 * 2^15 hundredths
 inline constexpr std::int64_t kFloat16Maximum = 67043328;  // 2046 * 2^15; 2047 * 2^15 is 7FFFh, invalid data
+
+// Composite.cpp: JSON objects.
+extern const CompositeLayout kControl;     // 2.xxx
+extern const CompositeLayout kStepControl; // 3.xxx
+extern const CompositeLayout kStatusMode;  // 6.020
+extern const CompositeLayout kAccessData;  // 15.xxx
+
+// Text.cpp: characters of one octet each.
+extern const Layout kCharacterAscii, kCharacterLatin1; // 4.xxx
+extern const Layout kStringAscii, kStringLatin1;       // 16.xxx
+
+extern const Layout kTimeOfDay;                  // TimeOfDay.cpp: 10.xxx
+extern const Layout kDate;                       // Date.cpp: 11.xxx
+extern const Layout kFloat32;                    // Float32.cpp: 14.xxx
+extern const Layout kSceneNumber, kSceneControl; // Scene.cpp: 17.xxx, 18.xxx
+extern const Layout kDateTime;                   // DateTime.cpp: 19.xxx
 
 /// Conversion by size alone (BySize.cpp). `sizeInBits` is modulo 256 and not 0.
 Status DecodeBySize(unsigned sizeInBits, std::span<const std::uint8_t> octets, TAVVALUE& value);

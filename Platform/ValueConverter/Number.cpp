@@ -2,30 +2,11 @@
 #include "Tav/TAVVALUE.h"
 #include "ValueConverter/Layouts.h"
 
-#include <algorithm>
 #include <charconv>
 
 namespace Datapoint {
 
 namespace {
-
-bool IsMember(std::string_view members, std::int64_t value) {
-    const char* at = members.data();
-    const char* const end = at + members.size();
-    while (at < end) {
-        std::int64_t first = 0;
-        at = std::from_chars(at, end, first).ptr;
-        std::int64_t last = first;
-        if (end - at > 2 && at[0] == '.') {
-            at = std::from_chars(at + 2, end, last).ptr;
-        }
-        if (value >= first && value <= last) {
-            return true;
-        }
-        ++at; // the comma
-    }
-    return false;
-}
 
 template <NumberForm Form>
 Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
@@ -77,6 +58,24 @@ constinit const Layout kV16Hundredths = MakeLayout<kFormV16Hundredths>();
 constinit const Layout kU32 = MakeLayout<kFormU32>();
 constinit const Layout kV32 = MakeLayout<kFormV32>();
 constinit const Layout kV32TenThousandths = MakeLayout<kFormV32TenThousandths>();
+
+bool IsMember(std::string_view members, std::int64_t value) {
+    const char* at = members.data();
+    const char* const end = at + members.size();
+    while (at < end) {
+        std::int64_t first = 0;
+        at = std::from_chars(at, end, first).ptr;
+        std::int64_t last = first;
+        if (end - at > 2 && at[0] == '.') {
+            at = std::from_chars(at + 2, end, last).ptr;
+        }
+        if (value >= first && value <= last) {
+            return true;
+        }
+        ++at; // the comma
+    }
+    return false;
+}
 
 Status RefuseNotANumber(std::string_view text, Reason reason) {
     return text.empty() ? Refuse(Status::Malformed, reason, "an empty text is no value")

@@ -68,6 +68,9 @@ inline void WriteRaw(const NumberForm& form, std::int64_t raw, std::uint8_t* oct
     }
 }
 
+/// True when a list as "0..17,20" has the value.
+bool IsMember(std::string_view members, std::int64_t value);
+
 Status RefuseNotANumber(std::string_view text, Reason reason);
 Status RefuseRange(const Scaled& value, std::string_view text, const Type& type, Reason reason);
 Status RefuseNotWhole(std::string_view text, Reason reason);

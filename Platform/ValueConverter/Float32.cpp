@@ -1,0 +1,51 @@
+// 14.xxx: IEEE 754 single precision.
+#include "Tav/TAVVALUE.h"
+#include "ValueConverter/Decimal.h"
+#include "ValueConverter/Layouts.h"
+
+#include <bit>
+#include <charconv>
+#include <cmath>
+
+namespace Datapoint {
+
+namespace {
+
+Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
+    value.SetFloat(std::bit_cast<float>(static_cast<std::uint32_t>(ReadRaw(kFormU32, octets.data()))));
+    return Status::Done;
+}
+
+// Nothing but "inf" and "nan" may become a number that is not finite.
+Status ReadFloat(std::string_view text, float& number, Reason reason) {
+    const std::string_view digits = text.starts_with('+') && !text.starts_with("+-") ? text.substr(1) : text;
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (result.ec == std::errc::invalid_argument || result.ptr != digits.data() + digits.size()) {
+        return RefuseNotANumber(text, reason);
+    }
+    const auto decimal = Decimal::Read(digits);
+    if (!decimal || (result.ec == std::errc() && std::isfinite(number))) {
+        return Status::Done;
+    }
+    const Scaled scaled = decimal->InUnits(0);
+    if (!scaled.overflow && scaled.magnitude == 0) {
+        number = scaled.negative ? -0.0F : 0.0F; // nearer to nothing than to the smallest number
+        return Status::Done;
+    }
+    return Refuse(Status::OutOfRange, reason, "{} is beyond single precision", Excerpt(text));
+}
+
+Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason) {
+    float number = 0;
+    const Status status = ReadFloat(text, number, reason);
+    if (status == Status::Done) {
+        WriteRaw(kFormU32, std::bit_cast<std::uint32_t>(number), octets.data());
+    }
+    return status;
+}
+
+} // namespace
+
+constinit const Layout kFloat32{32, Decode, Encode};
+
+} // namespace Datapoint
