@@ -1,0 +1,189 @@
+#include "FakePlugins.h"
+
+#include "Recorder.h"
+#include "plugins/TestPluginLink.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace TestSupport {
+
+namespace {
+
+std::atomic<FakePlugins*> s_current = nullptr;
+
+std::string Direction(bool reading) {
+    return reading ? "reading" : "writing";
+}
+
+} // namespace
+
+bool FakePlugin::Enter(const char* operation, const std::string& arguments) {
+    m_recorder.Add("plugin " + m_name + " " + operation + "(" + arguments + ")");
+    return faults.Enter(operation);
+}
+
+template <typename Matches>
+const FakePlugin::Binding* FakePlugin::Find(const Matches& matches, KNXDPT& dpt) const {
+    const auto binding = std::find_if(bindings.begin(), bindings.end(), matches);
+    if (binding != bindings.end()) {
+        dpt = binding->dpt;
+        return &*binding;
+    }
+    if (writesDptAlways)
+        dpt = {77, 0, 88, 99};
+    return nullptr;
+}
+
+bool FakePlugin::OnCreate(std::string& configFile) {
+    const bool offered = Enter("CreateHandler", configFile);
+    if (!changedConfigFile.empty())
+        configFile = changedConfigFile;
+    return offered;
+}
+
+void FakePlugin::OnDelete() {
+    Enter("DeleteHandler", "");
+}
+
+bool FakePlugin::Initialize() {
+    return Enter("Initialize", "");
+}
+
+std::uint32_t FakePlugin::GetIDFromCO(std::uint16_t co, KNXDPT& dpt) {
+    if (!Enter("GetIDFromCO", std::to_string(co)))
+        return 0;
+    const Binding* const binding = Find([&](const Binding& b) { return b.co == co; }, dpt);
+    return binding != nullptr ? binding->id : 0;
+}
+
+std::string FakePlugin::GetUrnFromCO(std::uint16_t co, KNXDPT& dpt) {
+    if (!Enter("GetUrnFromCO", std::to_string(co)))
+        return {};
+    const Binding* const binding = Find([&](const Binding& b) { return b.co == co; }, dpt);
+    return binding != nullptr ? binding->urn : std::string();
+}
+
+std::uint16_t FakePlugin::GetCOFromID(std::uint32_t id, bool reading, KNXDPT& dpt) {
+    if (!Enter("GetCOFromID", std::to_string(id) + ", " + Direction(reading)))
+        return kNoCo;
+    const Binding* const binding =
+        Find([&](const Binding& b) { return b.id == id && (reading ? b.reading : b.writing); }, dpt);
+    return binding != nullptr ? binding->co : kNoCo;
+}
+
+std::uint16_t FakePlugin::GetCOFromUrn(const std::string& urn, bool reading, KNXDPT& dpt) {
+    if (!Enter("GetCOFromUrn", "'" + urn + "', " + Direction(reading)))
+        return kNoCo;
+    const Binding* const binding =
+        Find([&](const Binding& b) { return b.urn == urn && (reading ? b.reading : b.writing); }, dpt);
+    return binding != nullptr ? binding->co : kNoCo;
+}
+
+bool FakePlugin::IsKnxEventDataPoint(std::uint32_t id) {
+    return Enter("IsKnxEventDataPoint", std::to_string(id)) &&
+           std::any_of(bindings.begin(), bindings.end(),
+                       [&](const Binding& b) { return b.id == id && b.eventing; });
+}
+
+bool FakePlugin::IsKnxEventDataPoint(const std::string& urn) {
+    return Enter("IsKnxEventDataPoint", "'" + urn + "'") &&
+           std::any_of(bindings.begin(), bindings.end(),
+                       [&](const Binding& b) { return b.urn == urn && b.eventing; });
+}
+
+bool FakePlugin::IsOxnReadInternalDataPoint(std::uint32_t id) {
+    return Enter("IsOxnReadInternalDataPoint", std::to_string(id)) &&
+           std::any_of(bindings.begin(), bindings.end(),
+                       [&](const Binding& b) { return b.id == id && b.readInternal; });
+}
+
+bool FakePlugin::IsOxnReadInternalDataPoint(const std::string& urn) {
+    return Enter("IsOxnReadInternalDataPoint", "'" + urn + "'") &&
+           std::any_of(bindings.begin(), bindings.end(),
+                       [&](const Binding& b) { return b.urn == urn && b.readInternal; });
+}
+
+std::uint16_t FakePlugin::GetTimeCoByIndex(std::uint32_t index, bool writing, KNXDPT& dpt) {
+    if (!Enter("GetTimeCoByIndex", std::to_string(index) + ", " + (writing ? "writing" : "reading")) ||
+        index == 0 || index > timeCos.size())
+        return kNoCo;
+    dpt = timeCos[index - 1].second;
+    return timeCos[index - 1].first;
+}
+
+std::uint32_t FakePlugin::GetInterfaceObjectId() {
+    return Enter("GetInterfaceObjectId", "") ? interfaceObjectId : 0;
+}
+
+std::uint32_t FakePlugin::GetPropertyByIndex(std::uint32_t index, std::uint8_t& dataType, std::string& name,
+                                             std::uint16_t& elementCount) {
+    if (!Enter("GetPropertyByIndex", std::to_string(index)) || index != 1)
+        return 0;
+    dataType = 5;
+    name = "name";
+    elementCount = 3;
+    return propertyId;
+}
+
+std::uint32_t FakePlugin::GetExtendedInterfaceObjectType() {
+    return Enter("GetExtendedInterfaceObjectType", "") ? extendedObjectType : 0;
+}
+
+std::vector<Vesk::KnxAppPrg::ExtendedProperty> FakePlugin::GetExtendedProperties() {
+    if (!Enter("GetExtendedProperties", ""))
+        return {};
+    return extendedProperties;
+}
+
+std::pair<std::uint16_t, std::uint16_t> FakePlugin::GetGroupAddressTranslationRange() {
+    if (!Enter("GetGroupAddressTranslationRange", ""))
+        return {0, 0};
+    return translationRange;
+}
+
+bool FakePlugin::GetUseUrns() {
+    return Enter("GetUseUrns", "") && useUrns;
+}
+
+bool FakePlugin::Reload() {
+    return Enter("Reload", "") && reloads;
+}
+
+FakePlugins::FakePlugins(Recorder& recorder) : m_recorder(recorder) {
+    s_current = this;
+}
+
+FakePlugins::~FakePlugins() {
+    s_current = nullptr;
+}
+
+FakePlugin& FakePlugins::operator[](const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    return m_plugins.try_emplace(name, m_recorder, name).first->second;
+}
+
+std::string FakePlugins::Library(const std::string& name) {
+    return std::string(KNX_TEST_PLUGIN_DIRECTORY) + "/lib" + name + ".so";
+}
+
+FakePlugins* FakePlugins::Current() {
+    return s_current;
+}
+
+} // namespace TestSupport
+
+Vesk::IKnxAppPrgHandler* KnxTestPluginCreate(const char* library, std::string& configFile) {
+    TestSupport::FakePlugin& plugin = (*TestSupport::FakePlugins::Current())[library];
+    return plugin.OnCreate(configFile) ? &plugin : nullptr;
+}
+
+void KnxTestPluginDelete(const char* library) {
+    (*TestSupport::FakePlugins::Current())[library].OnDelete();
+}
+
+void KnxTestLibraryEvent(const char* library, const char* event) {
+    // A library that is still loaded at the end of the process is unloaded after every test object is gone.
+    if (TestSupport::FakePlugins* const plugins = TestSupport::FakePlugins::Current())
+        plugins->GetRecorder().Add(std::string("library ") + library + " " + event);
+}
