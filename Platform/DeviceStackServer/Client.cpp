@@ -1,0 +1,45 @@
+#include "DeviceStackServer/Client.h"
+
+#include <algorithm>
+
+namespace DeviceStackServer {
+
+Client& ClientTable::Add(Connection connection, long pid) {
+    auto& client = m_clients[connection];
+    client.connection = connection;
+    client.pid = pid;
+    client.origin = std::make_shared<const std::string>("connection#" + std::to_string(connection));
+    return client;
+}
+
+Client* ClientTable::Find(Connection connection) {
+    const auto found = m_clients.find(connection);
+    return found == m_clients.end() ? nullptr : &found->second;
+}
+
+Client* ClientTable::FindIdentity(const std::string& identity) {
+    if (identity.empty())
+        return nullptr;
+    for (auto& [connection, client] : m_clients) {
+        if (client.registered && *client.origin == identity)
+            return &client;
+    }
+    return nullptr;
+}
+
+std::string Identity(const std::string& name, const std::string& type, const std::string& instance) {
+    return name + "::" + type + "::" + instance;
+}
+
+std::string IdentityPartFault(const std::string& part) {
+    constexpr std::size_t kMaxLength = 64;
+    const bool clean = std::all_of(part.begin(), part.end(), [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '.' ||
+               c == '_' || c == '-';
+    });
+    if (part.empty() || part.size() > kMaxLength || !clean)
+        return "must have 1 to 64 letters (a to z), digits, '.', '_' or '-'";
+    return {};
+}
+
+} // namespace DeviceStackServer

@@ -1,0 +1,99 @@
+#include "DeviceStackServer/StateFiles.h"
+
+#include "DeviceStackServer/Files.h"
+
+#include <boost/asio/post.hpp>
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace DeviceStackServer {
+namespace {
+
+constexpr const char* kIds = "ids.json";
+constexpr const char* kValues = "values.json";
+
+log4cplus::Logger Log() {
+    return log4cplus::Logger::getInstance("DeviceStack.Server.State");
+}
+
+} // namespace
+
+StateFiles::StateFiles(std::string directory, std::function<void()> onFailed)
+    : m_directory(std::move(directory)), m_onFailed(std::move(onFailed)) {}
+
+StateFiles::~StateFiles() {
+    m_writer.join();
+    if (m_lock >= 0)
+        ::close(m_lock);
+}
+
+std::string StateFiles::Open() {
+    std::error_code error;
+    std::filesystem::create_directories(m_directory, error);
+    if (error)
+        return fmt::format("{}: the state directory cannot be created: {}", m_directory, error.message());
+    const auto path = m_directory + "/devicestackd.lock";
+    m_lock = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+    if (m_lock < 0)
+        return fmt::format("{}: the state directory cannot be written: {}", m_directory,
+                           std::generic_category().message(errno));
+    if (::flock(m_lock, LOCK_EX | LOCK_NB) != 0)
+        return fmt::format("{}: another devicestackd uses this state directory", m_directory);
+    return {};
+}
+
+StateImage StateFiles::Read(Milliseconds utc) {
+    StateImage image;
+    ReadOne(kIds, ReadIds, image, utc);
+    ReadOne(kValues, ReadValues, image, utc);
+    return image;
+}
+
+void StateFiles::ReadOne(const std::string& name, std::string (*read)(std::string_view, StateImage&),
+                         StateImage& image, Milliseconds utc) {
+    const auto path = m_directory + '/' + name;
+    std::string error;
+    const auto content = ReadFile(path, error);
+    if (content)
+        error = read(*content, image);
+    if (error.empty())
+        return;
+    auto mark = "unreadable-" + UtcText(utc);
+    std::replace(mark.begin(), mark.end(), ':', '-');
+    const auto aside = SetAside(path, mark);
+    LOG4CPLUS_ERROR(Log(), path << " cannot be read (" << error << "); it is "
+                                << (aside.empty() ? "left where it is" : "kept as " + aside)
+                                << ", and the device stack starts without it.");
+}
+
+void StateFiles::SaveIds(const StateImage& image) {
+    Save(kIds, WriteIds(image));
+}
+
+void StateFiles::SaveValues(const StateImage& image) {
+    Save(kValues, WriteValues(image));
+}
+
+void StateFiles::Save(const std::string& name, std::string content) {
+    boost::asio::post(m_writer, [this, path = m_directory + '/' + name, content = std::move(content)] {
+        const auto error = WriteFileAtomically(path, content);
+        if (error.empty())
+            return;
+        LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
+        m_onFailed();
+    });
+}
+
+void StateFiles::Finish() {
+    m_writer.join();
+}
+
+} // namespace DeviceStackServer

@@ -1,0 +1,50 @@
+// What the device stack remembers across its restarts.
+#pragma once
+
+#include "DeviceStackServer/Instant.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace ProjectFile {
+class Project;
+}
+
+namespace DeviceStackServer {
+
+/// A persistent value; "" is a value that was marked invalid.
+struct StoredValue {
+    std::string text;
+    std::string origin;
+    Milliseconds utc{};
+
+    bool operator==(const StoredValue&) const = default;
+};
+
+/// Every URN that ever had an id, and the values of persistent data points.
+struct StateImage {
+    std::map<std::string, std::uint32_t, std::less<>> ids;  ///< by URN; without the fixed data points
+    std::map<std::string, StoredValue, std::less<>> values; ///< by URN
+
+    bool operator==(const StateImage&) const = default;
+};
+
+/// Why the project may not follow the ids that were given before: a sentence with both URNs; "" when it may.
+std::string IdConflict(const StateImage& image, const ProjectFile::Project& project);
+
+/// Remembers the ids of the project. True when one was new.
+bool AdoptIds(StateImage& image, const ProjectFile::Project& project);
+
+/// The files that hold the two parts: JSON with a version, one data point a line. The ids have a file of
+/// their own because they change with a project and not with a value.
+std::string WriteIds(const StateImage& image);
+std::string WriteValues(const StateImage& image);
+
+/// Reads such a file into its part of `image`. "" on success, else why it cannot be read; `image` is then
+/// untouched.
+std::string ReadIds(std::string_view text, StateImage& image);
+std::string ReadValues(std::string_view text, StateImage& image);
+
+} // namespace DeviceStackServer

@@ -1,0 +1,121 @@
+// Starts the shipped devicestackd in a directory of its own and speaks raw lines with it.
+#pragma once
+
+#include <boost/json.hpp>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace DeviceStackServer {
+
+/// A temporary directory, removed with all that is in it.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    std::string operator/(const std::string& name) const { return m_path + '/' + name; }
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+void WriteText(const std::string& path, const std::string& text);
+std::string ReadText(const std::string& path);
+
+/// Waits until the condition holds, at most `limit`. What it held at last.
+template <typename Condition>
+bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+/// A child process with its standard error in a file.
+class Process {
+public:
+    Process(const std::vector<std::string>& argv, const std::string& errorFile,
+            const std::vector<std::string>& environment = {});
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+    void Signal(int signal) const;
+
+    /// Exit status, 128 + n after signal n; -1 when it still runs after the limit.
+    int Wait(std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+private:
+    pid_t m_pid = -1;
+    std::optional<int> m_status;
+};
+
+/// One connection.
+class RawClient {
+public:
+    explicit RawClient(const std::string& socket);
+    ~RawClient();
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    bool IsConnected() const { return m_fd >= 0; }
+    void Send(const std::string& text);
+    void SendLine(const std::string& line) { Send(line + '\n'); }
+    void EndSending();
+
+    /// The next line; nothing after the limit or when the server closed.
+    std::optional<std::string> Receive(std::chrono::milliseconds limit = std::chrono::seconds(5));
+    /// The next line as JSON; null when there is none.
+    boost::json::value ReceiveJson(std::chrono::milliseconds limit = std::chrono::seconds(5));
+    /// True when the server closes within the limit; lines before that are dropped.
+    bool IsClosed(std::chrono::milliseconds limit = std::chrono::seconds(5));
+
+    /// Sends a request and returns its answer, skipping what comes between.
+    boost::json::value Call(const std::string& method, const std::string& params);
+    boost::json::value Register(const std::string& name, const std::string& more = R"("events":true)");
+
+private:
+    int m_fd = -1;
+    int m_lastId = 0;
+    std::string m_received;
+};
+
+/// A running devicestackd.
+class Daemon {
+public:
+    /// `configuration`: members of devicestackd.json besides project, socket and stateDirectory.
+    explicit Daemon(const std::string& project, const std::string& configuration = "");
+
+    /// Starts it and waits for "Ready". False when it ended instead.
+    bool Start(const std::vector<std::string>& environment = {});
+
+    std::vector<std::string> Arguments() const;
+    Process& GetProcess() { return *m_process; }
+    void Stop(int signal);
+    std::string Log() const { return ReadText(directory / "log"); }
+    std::string Socket() const { return directory / "run/socket"; }
+    std::string ProjectPath() const { return directory / "project.json"; }
+
+    TemporaryDirectory directory;
+
+private:
+    std::optional<Process> m_process;
+};
+
+template <typename Condition>
+bool Eventually(Condition condition, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    const timespec pause{0, 5'000'000};
+    for (;;) {
+        if (condition())
+            return true;
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        ::nanosleep(&pause, nullptr);
+    }
+}
+
+} // namespace DeviceStackServer
