@@ -1,6 +1,6 @@
 #include "ProjectFile/FixedDataPoints.h"
 
-#include "ProjectFile/DatapointType.h"
+#include "ValueConverter/DatapointTypes.h"
 
 #include <fmt/format.h>
 
@@ -11,21 +11,24 @@ namespace {
 struct Row {
     std::uint32_t id;
     std::string_view name;
-    std::string_view dpt;
+    Datapoint::Number type;
     Access access;
     std::string_view description;
 };
 
 constexpr Row kRows[] = {
-    {FixedId::kDevice, "device", "28.001", Access::Read, "Name of the device"},
-    {FixedId::kVersion, "version", "28.001", Access::Read, "Version of the device stack"},
-    {FixedId::kReady, "ready", "1.002", Access::Read,
+    {FixedId::kDevice, "device", {28, 1}, Access::Read, "Name of the device"},
+    {FixedId::kVersion, "version", {28, 1}, Access::Read, "Version of the device stack"},
+    {FixedId::kReady,
+     "ready",
+     {1, 2},
+     Access::Read,
      "1 while the application program is configured and running"},
-    {FixedId::kState, "state", "5.010", Access::Read, "Start-up state: 0 failed, 1 running, 2 in progress"},
-    {FixedId::kRestart, "restart", "1.017", Access::Write, "Restarts the device"},
-    {FixedId::kClock, "clock", "19.001", Access::ReadWrite, "Local date and time"},
-    {FixedId::kClockDate, "clock.date", "11.001", Access::Read, "Local date"},
-    {FixedId::kClockTime, "clock.time", "10.001", Access::Read, "Local time of day"},
+    {FixedId::kState, "state", {5, 10}, Access::Read, "Start-up state: 0 failed, 1 running, 2 in progress"},
+    {FixedId::kRestart, "restart", {1, 17}, Access::Write, "Restarts the device"},
+    {FixedId::kClock, "clock", {19, 1}, Access::ReadWrite, "Local date and time"},
+    {FixedId::kClockDate, "clock.date", {11, 1}, Access::Read, "Local date"},
+    {FixedId::kClockTime, "clock.time", {10, 1}, Access::Read, "Local time of day"},
 };
 
 } // namespace
@@ -40,7 +43,8 @@ std::vector<DataPoint> FixedDataPoints(std::string_view device) {
         if (row.id != FixedId::kDevice) {
             point.urn += fmt::format(":{}", row.name);
         }
-        point.dpt = *ParseDatapointType(row.dpt);
+        point.dpt = Datapoint::ToKnxDpt(row.type);
+        point.dptText = Datapoint::ToString(row.type);
         point.access = row.access;
         point.description = row.description;
     }

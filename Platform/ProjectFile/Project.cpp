@@ -50,18 +50,21 @@ const DataPoint* Project::FindByUrn(std::string_view urn) const {
 }
 
 const DataPoint* Project::FindByCo(std::uint16_t co) const {
-    const std::uint32_t place = co < m_byCo.size() ? m_byCo[co] : 0;
-    return place != 0 ? &dataPoints[place - 1] : nullptr;
+    return co < m_byCo.size() && m_byCo[co].place != 0 ? &dataPoints[m_byCo[co].place - 1] : nullptr;
+}
+
+std::optional<KNXDPT> Project::DptOfCo(std::uint16_t co) const {
+    return FindByCo(co) ? std::optional(m_byCo[co].dpt) : std::nullopt;
 }
 
 void Project::BuildIndex() {
     m_byId.clear();
     m_byName.clear();
     m_byCo.clear();
-    const auto bind = [this](std::uint16_t co, std::uint32_t place) {
+    const auto bind = [this](std::uint16_t co, std::uint32_t place, const KNXDPT& dpt) {
         if (co != 0) {
             m_byCo.resize(std::max<std::size_t>(m_byCo.size(), co + std::size_t{1}));
-            m_byCo[co] = place + 1;
+            m_byCo[co] = {place + 1, dpt};
         }
     };
     for (std::uint32_t place = 0; place < dataPoints.size(); ++place) {
@@ -69,12 +72,12 @@ void Project::BuildIndex() {
         m_byId.emplace(point.id, place);
         m_byName.emplace(point.name, place);
         if (point.knx) {
-            bind(point.knx->readCo, place);
-            bind(point.knx->writeCo, place);
+            bind(point.knx->readCo, place, point.dpt);
+            bind(point.knx->writeCo, place, point.dpt);
         }
         if (point.id == FixedId::kClock) {
             for (const TimeCo& timeCo : timeCos) {
-                bind(timeCo.co, place);
+                bind(timeCo.co, place, timeCo.dpt);
             }
         }
     }

@@ -56,10 +56,11 @@ struct KnxBinding {
 
 struct DataPoint {
     std::uint32_t id = 0;
-    std::string name; ///< last part of the URN; also of the fixed data points ("clock.date")
-    std::string urn;  ///< "urn:oxn:dp:<device>:<name>"; of FixedId::kDevice "urn:oxn:dp:<device>"
-    KNXDPT dpt;       ///< with the type's size; sub number 0 when only the main number is known
-    std::string unit; ///< as given, else the type's
+    std::string name;    ///< last part of the URN; also of the fixed data points ("clock.date")
+    std::string urn;     ///< "urn:oxn:dp:<device>:<name>"; of FixedId::kDevice "urn:oxn:dp:<device>"
+    KNXDPT dpt;          ///< the type for the converter, with its size modulo 256; 0 for a variable length
+    std::string dptText; ///< the type for people: "9.001", or "9.xxx" when only the main number is given
+    std::string unit;    ///< as given, else the type's
     std::string description;
     Access access = Access::ReadWrite;
     std::optional<std::string> initial; ///< value text at the first start; fits the type
@@ -122,6 +123,9 @@ public:
     const DataPoint* FindByUrn(std::string_view urn) const;
     /// The data point that the CO belongs to; FixedId::kClock for every time CO.
     const DataPoint* FindByCo(std::uint16_t co) const;
+    /// The type that the CO carries: its data point's, or what `timeCos` says. Nothing when no one has the
+    /// CO.
+    std::optional<KNXDPT> DptOfCo(std::uint16_t co) const;
 
     /// Builds the indexes of the Find operations; called by the loader once `dataPoints` is complete.
     void BuildIndex();
@@ -134,7 +138,11 @@ private:
 
     std::unordered_map<std::uint32_t, std::uint32_t> m_byId; // to the place in dataPoints
     std::unordered_map<std::string, std::uint32_t, TextHash, std::equal_to<>> m_byName;
-    std::vector<std::uint32_t> m_byCo; // by CO number: place in dataPoints + 1; 0 = none
+    struct BoundCo {
+        std::uint32_t place = 0; // in dataPoints, + 1; 0 = none
+        KNXDPT dpt;
+    };
+    std::vector<BoundCo> m_byCo; // by CO number
 };
 
 /// What came of loading: a project or at least one error.

@@ -1,6 +1,5 @@
 #include "ProjectFile/ProjectLoader.h"
 
-#include "ProjectFile/DatapointType.h"
 #include "ProjectFile/FixedDataPoints.h"
 #include "ProjectFile/NameRules.h"
 
@@ -93,16 +92,16 @@ void Loader::ReadTimeCos(const JsonMembers& knx, const json::array& timeCos) {
         JsonMembers members(timeCos[i].get_object(), place, m_errors, {"co", "dpt"});
         members.Require("co");
         const auto co = members.Number("co", 1, kMaxCo);
-        const auto dpt = ReadDpt(members);
-        if (!co || !dpt) {
+        const auto type = ReadType(members);
+        if (!co || !type) {
             continue;
         }
-        if (dpt->main != 10 && dpt->main != 11 && dpt->main != 19) {
+        if (type->main != 10 && type->main != 11 && type->main != 19) {
             m_errors.Add(members.PlaceOf("dpt"),
                          "a time CO carries 10.001 (time), 11.001 (date) or 19.001 (both)");
             continue;
         }
-        m_project.timeCos.push_back({static_cast<std::uint16_t>(*co), *dpt});
+        m_project.timeCos.push_back({static_cast<std::uint16_t>(*co), Datapoint::ToKnxDpt(*type)});
         m_timeCoPlaces.push_back(members.PlaceOf("co"));
     }
 }
@@ -179,20 +178,25 @@ void Loader::ReadProperties(JsonMembers& knx) {
     });
 }
 
-std::optional<KNXDPT> Loader::ReadDpt(JsonMembers& members) {
+std::optional<Datapoint::Number> Loader::ReadType(JsonMembers& members) {
     members.Require("dpt");
     const auto text = members.Text("dpt");
     if (!text) {
         return std::nullopt;
     }
-    const auto dpt = ParseDatapointType(*text);
-    if (!dpt) {
+    const auto type = Datapoint::Parse(*text);
+    if (!type) {
         m_errors.Add(members.PlaceOf("dpt"),
                      fmt::format("\"{}\" is no datapoint type; write it like 9.001", *text));
+    } else if (!Datapoint::Find(*type)) {
+        m_errors.Add(members.PlaceOf("dpt"), fmt::format("datapoint type {} is not known", *text));
+        return std::nullopt;
     }
-    return dpt;
+    return type;
 }
 
+/// The clock and the time COs belong together: the clock's own CO is one of them, and a clock without a CO of
+/// its own answers with the first of them, so that its changes are sent.
 void Loader::BindClock() {
     DataPoint& clock = Clock();
     if (!m_project.timeCos.empty()) {
@@ -233,7 +237,7 @@ void Loader::CheckPlacesOfCos() {
     }
 }
 
-void Loader::ClaimCo(std::uint16_t co, const std::string& place, std::string holder) {
+void Loader::ClaimCo(std::uint16_t co, const std::string& place, const std::string& holder) {
     if (co == 0) {
         return;
     }
@@ -243,7 +247,7 @@ void Loader::ClaimCo(std::uint16_t co, const std::string& place, std::string hol
                                "the data point",
                                co, m_project.translationRange.first, m_project.translationRange.last));
     }
-    if (const auto [former, isNew] = m_holderOfCo.try_emplace(co, std::move(holder)); !isNew) {
+    if (const auto [former, isNew] = m_holderOfCo.try_emplace(co, holder); !isNew) {
         m_errors.Add(place, fmt::format("CO {} is already taken by {}", co, former->second));
     }
 }

@@ -3,6 +3,7 @@
 
 #include "ProjectFile/JsonMembers.h"
 #include "ProjectFile/Project.h"
+#include "ValueConverter/DatapointTypes.h"
 
 #include <map>
 
@@ -31,10 +32,10 @@ private:
     void ReadOwner(JsonMembers& members, DataPoint& point);
     void ReadBinding(const boost::json::object& object, const std::string& place, DataPoint& point);
     void ReadCos(JsonMembers& members, KnxBinding& binding);
-    std::optional<KNXDPT> ReadDpt(JsonMembers& members);
+    std::optional<Datapoint::Number> ReadType(JsonMembers& members);
     void BindClock();
     void CheckPlacesOfCos();
-    void ClaimCo(std::uint16_t co, const std::string& place, std::string holder);
+    void ClaimCo(std::uint16_t co, const std::string& place, const std::string& holder);
 
     DataPoint& Clock() { return m_project.dataPoints[FixedId::kClock - FixedId::kFirst]; }
 

@@ -1,8 +1,9 @@
 // The "dataPoints" of a project file.
 #include "ProjectFile/ProjectLoader.h"
 
-#include "ProjectFile/DatapointType.h"
+#include "KnxStack/GroupValue.h"
 #include "ProjectFile/NameRules.h"
+#include "Tav/TAVVALUE.h"
 
 #include <fmt/format.h>
 
@@ -100,11 +101,13 @@ void Loader::ReadName(JsonMembers& members, DataPoint& point) {
 }
 
 void Loader::ReadValueMembers(JsonMembers& members, DataPoint& point) {
-    const auto dpt = ReadDpt(members);
-    if (dpt) {
-        point.dpt = *dpt;
+    const auto type = ReadType(members);
+    if (type) {
+        point.dpt = Datapoint::ToKnxDpt(*type);
+        point.dptText = Datapoint::ToString(*type);
+        point.unit = Datapoint::Find(*type)->unit;
     }
-    point.unit = members.Has("unit") ? members.Text("unit").value_or("") : DatapointTypeUnit(point.dpt);
+    point.unit = members.Text("unit").value_or(point.unit);
     point.description = members.Text("description").value_or("");
     point.persistent = members.Boolean("persistent").value_or(false);
     if (const auto access = members.Text("access")) {
@@ -114,9 +117,13 @@ void Loader::ReadValueMembers(JsonMembers& members, DataPoint& point) {
         point.access = *access == "r" ? Access::Read : *access == "w" ? Access::Write : Access::ReadWrite;
     }
     point.initial = members.Text("initial");
-    if (point.initial && dpt && !FitsDatapointType(*dpt, *point.initial)) {
-        m_errors.Add(members.PlaceOf("initial"), fmt::format("\"{}\" is no value of datapoint type {}",
-                                                             *point.initial, DatapointTypeText(*dpt)));
+    if (point.initial && type) {
+        TAVVALUE value;
+        value.Deserialize(*point.initial);
+        KnxStack::GroupValue groupValue;
+        if (const auto outcome = Datapoint::Encode(point.dpt, value, groupValue); !outcome) {
+            m_errors.Add(members.PlaceOf("initial"), outcome.reason);
+        }
     }
 }
 

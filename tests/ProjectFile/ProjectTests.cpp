@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 using namespace ProjectFile;
 
@@ -23,7 +24,9 @@ std::string Point(int id, const std::string& name, const std::string& more = "")
 
 std::shared_ptr<const Project> Accepted(const std::string& text) {
     const LoadResult result = ParseProject(text, "p.json");
-    EXPECT_EQ(result.Error(), "");
+    if (!result) {
+        throw std::runtime_error(result.Error());
+    }
     return result.project;
 }
 
@@ -77,6 +80,18 @@ TEST(ProjectFile, DataPointHasItsMembersAndDefaults) {
     EXPECT_FALSE(second->initial);
     EXPECT_FALSE(second->persistent);
     EXPECT_EQ(second->owner, "");
+}
+
+TEST(ProjectFile, TypeIsReadInEverySpellingAndGivesSizeAndUnit) {
+    const auto project = Accepted(ProjectText(R"({"id": 1, "name": "A", "dpt": "DPST-9-1"},
+        {"id": 2, "name": "B", "dpt": "DPT-9"}, {"id": 3, "name": "C", "dpt": "DPT9.005", "unit": "bft"})"));
+    EXPECT_EQ(project->FindById(1)->dpt, (KNXDPT{16, 0, 9, 1}));
+    EXPECT_EQ(project->FindById(1)->dptText, "9.001");
+    EXPECT_EQ(project->FindById(1)->unit, "°C");
+    EXPECT_EQ(project->FindById(2)->dpt.main, 9);
+    EXPECT_EQ(project->FindById(2)->dptText, "9.xxx");
+    EXPECT_EQ(project->FindById(3)->dpt, (KNXDPT{16, 0, 9, 5}));
+    EXPECT_EQ(project->FindById(3)->unit, "bft");
 }
 
 TEST(ProjectFile, BindingNamesOneCoOrOneForEachDirection) {
@@ -235,6 +250,12 @@ const Refusal kRefusals[] = {
      "/dataPoints/0/access: must be \"r\", \"w\" or \"rw\""},
     {"UnknownType", ProjectText(R"({"id": 1, "name": "A", "dpt": "x"})"),
      "/dataPoints/0/dpt: \"x\" is no datapoint type; write it like 9.001"},
+    {"TypeOfAnUnknownMainNumber", ProjectText(R"({"id": 1, "name": "A", "dpt": "99.001"})"),
+     "/dataPoints/0/dpt: datapoint type 99.001 is not known"},
+    {"InitialOfAnotherType", ProjectText(R"({"id": 1, "name": "A", "dpt": "9.001", "initial": "warm"})"),
+     "/dataPoints/0/initial: 9.001: 'warm' is not a number"},
+    {"InitialOutOfRange", ProjectText(R"({"id": 1, "name": "A", "dpt": "9.001", "initial": "-300"})"),
+     "/dataPoints/0/initial: 9.001: -300 is below -273 °C"},
     {"NameOfDigits", ProjectText(Point(1, "17")),
      "/dataPoints/0/name: a name of digits alone would be taken for an id"},
     {"NameWithColon", ProjectText(Point(1, "a:b")),
