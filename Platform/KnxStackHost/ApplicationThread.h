@@ -1,0 +1,112 @@
+// The thread that the application program lives on.
+#pragma once
+
+#include "KnxStackHost/ApiHub.h"
+#include "KnxStackHost/CallbackQueue.h"
+#include "KnxStackHost/GroupValueService.h"
+#include "KnxStackHost/Notices.h"
+#include "KnxStackHost/ProgramLibrary.h"
+#include "KnxStackHost/ProgramLifecycle.h"
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace KnxStackHost {
+
+/// A new configuration, on its way into a host whose program stops for it. Called on the application thread.
+class ReloadSource {
+public:
+    virtual ~ReloadSource() = default;
+
+    /// Reads the configuration. False when it cannot be used, which was logged: everything stays as it is.
+    virtual bool Read() = 0;
+
+    /// Puts what was read into force, while there is no program.
+    virtual void Apply() = 0;
+};
+
+/// Makes all lifecycle calls and all group value callbacks of the program, one at a time and in order. Others
+/// reach it only by posting. Between bus and program stands a queue, so that a program that hangs holds up
+/// nobody: beyond its bound the newest callback of each object and service is kept.
+class ApplicationThread {
+public:
+    static constexpr std::size_t kQueueBound = 1024;
+
+    /// `service` and `reload` outlive this object. `ended` is called on the thread once the program is gone
+    /// for good after RequestStop().
+    ApplicationThread(ProgramLibrary library, GroupValueService& service, ApiHub::Settings settings,
+                      ReloadSource& reload, std::function<void()> ended);
+    /// Stops the program and waits for the thread.
+    ~ApplicationThread();
+    ApplicationThread(const ApplicationThread&) = delete;
+    ApplicationThread& operator=(const ApplicationThread&) = delete;
+
+    /// Begins with the first start of the program.
+    void Start();
+
+    /// Any thread; none of these waits for the program.
+    void Post(Callback callback);
+    void RequestReload();
+    void RequestDeviceRestart();
+    void RequestStop();
+
+    /// The thread is never joined again: for a process that ends although the program hangs.
+    void Abandon();
+
+    ApiHub& Hub() { return m_hub; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Step = ProgramLifecycle::Step;
+    using StartupState = KnxStack::IApplicationProgram::StartupState;
+
+    /// What the thread does next.
+    struct Work {
+        bool stop = false;
+        bool reload = false;
+        Step step = Step::None;
+        std::vector<StartupState> reports;
+        std::optional<Callback> callback;
+    };
+
+    void Run();
+    Work WaitForWork();
+    bool TakeRequests(Work& work);
+    void Perform(Step step);
+    void CallInit();
+    void CallDeviceRestart();
+    void StopProgram();
+    void Reload();
+    void Take(StartupState report);
+    void Deliver(const Callback& callback);
+    void PostReport(StartupState state);
+
+    const ProgramLibrary m_library;
+    GroupValueService& m_service;
+    ReloadSource& m_reloadSource;
+    const std::function<void()> m_ended;
+    ApiHub m_hub;
+
+    // Application thread only.
+    ProgramLifecycle m_lifecycle;
+    KnxStack::IApplicationProgram* m_program = nullptr;
+    Notices m_thrown;
+    std::uint64_t m_undelivered = 0;
+
+    std::mutex m_mutex; // guards what follows, up to the thread; held for moments, never while calling out
+    std::condition_variable m_posted;
+    CallbackQueue m_queue{kQueueBound};
+    std::size_t m_replaced = 0; // callbacks replaced since the queue was last empty
+    std::vector<StartupState> m_reports;
+    bool m_reloadRequested = false;
+    bool m_restartRequested = false;
+    bool m_stopRequested = false;
+
+    std::thread m_thread;
+};
+
+} // namespace KnxStackHost

@@ -1,0 +1,103 @@
+#include "KnxStackHost/BusRouter.h"
+
+#include "KnxDevice/GroupTraffic.h"
+
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+#include <algorithm>
+
+namespace KnxStackHost {
+
+using KnxFrames::GroupServiceKind;
+using KnxFrames::IndividualAddress;
+using KnxFrames::LData;
+
+namespace {
+
+constexpr std::size_t kReportedFaults = 32;
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Bus");
+    return logger;
+}
+
+} // namespace
+
+BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> tunnels,
+                     const KnxDevice::GroupObjects& objects, BusPorts& ports)
+    : m_own(own), m_inside(tunnels.begin(), tunnels.end()), m_objects(objects), m_ports(ports),
+      m_unusable(kReportedFaults), m_unknown(kReportedFaults) {
+    m_inside.push_back(own);
+    std::sort(m_inside.begin(), m_inside.end());
+}
+
+void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
+    PassToDevice(telegram, 0);
+    m_ports.ToTunnels(telegram, tunnel);
+    PassToInterface(telegram);
+}
+
+void BusRouter::FromInterface(const LData& telegram) {
+    if (IsOwn(telegram.source)) {
+        ReportUnusable(telegram, "the interface sends back what came from here");
+        return;
+    }
+    PassToDevice(telegram, 0);
+    m_ports.ToTunnels(telegram, std::nullopt);
+}
+
+void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
+    telegram.source = m_own;
+    PassToDevice(telegram, sender);
+    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToInterface(telegram);
+}
+
+bool BusRouter::IsOwn(IndividualAddress address) const {
+    return std::binary_search(m_inside.begin(), m_inside.end(), address);
+}
+
+void BusRouter::PassToInterface(const LData& telegram) {
+    if (telegram.IsToGroup() || !IsOwn(telegram.IndividualDestination()))
+        m_ports.ToInterface(telegram);
+}
+
+void BusRouter::PassToDevice(const LData& telegram, std::uint16_t sender) {
+    if (!telegram.IsGroupData())
+        return;
+    const auto service = KnxFrames::ReadGroupService(telegram.tpdu);
+    if (!service) {
+        ReportUnusable(telegram, service.Error().cause);
+        return;
+    }
+    const auto tables = m_objects.Tables();
+    const auto reception = KnxDevice::Receive(*tables, telegram.GroupDestination(), *service, sender);
+    if (!reception.listened && sender == 0)
+        ReportUnknown(telegram);
+    if (reception.wrongLength != 0)
+        ReportUnusable(telegram, "the value has another length than the group object");
+    for (const auto object : reception.objects) {
+        Callback callback;
+        callback.object = object;
+        callback.kind = service->kind;
+        if (service->kind != GroupServiceKind::Read)
+            callback.value = KnxDevice::ValueFor(tables->Object(object), *service);
+        m_ports.ToProgram(std::move(callback));
+    }
+}
+
+void BusRouter::ReportUnusable(const LData& telegram, const char* cause) {
+    const auto verdict = m_unusable.Count(telegram.source.raw, cause);
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_WARN(Log(), fmt::format("{}: {}{}", KnxFrames::Describe(telegram), cause, Suffix(verdict)));
+}
+
+void BusRouter::ReportUnknown(const LData& telegram) {
+    const char* const cause = "no group object has this group address";
+    const auto verdict = m_unknown.Count(telegram.source.raw, cause);
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_INFO(Log(), fmt::format("{}: {}{}", KnxFrames::Describe(telegram), cause, Suffix(verdict)));
+}
+
+} // namespace KnxStackHost

@@ -1,0 +1,59 @@
+// Which way each telegram goes.
+#pragma once
+
+#include "KnxDevice/GroupObjects.h"
+#include "KnxFrames/Cemi.h"
+#include "KnxStackHost/CallbackQueue.h"
+#include "KnxStackHost/Notices.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace KnxStackHost {
+
+/// Where a router sends telegrams.
+class BusPorts {
+public:
+    virtual ~BusPorts() = default;
+
+    /// To every open tunnel but `except`.
+    virtual void ToTunnels(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) = 0;
+    /// To the interface on the bus, when there is one.
+    virtual void ToInterface(const KnxFrames::LData& telegram) = 0;
+    /// To the application program.
+    virtual void ToProgram(Callback callback) = 0;
+};
+
+/// Joins tunnels, interface and device to one bus: what one sends, all others get. A telegram to the
+/// individual address of the device or of a tunnel stays inside; one that carries such an address as its
+/// source but comes from the interface is an echo and goes nowhere. Not synchronised.
+class BusRouter {
+public:
+    /// `own` is the address of the device, `tunnels` those of the tunnels. `objects` and `ports` outlive the
+    /// router.
+    BusRouter(KnxFrames::IndividualAddress own, std::span<const KnxFrames::IndividualAddress> tunnels,
+              const KnxDevice::GroupObjects& objects, BusPorts& ports);
+
+    void FromTunnel(std::uint8_t tunnel, const KnxFrames::LData& telegram);
+    void FromInterface(const KnxFrames::LData& telegram);
+    /// A telegram of the group object `sender` of this device; the source is filled in here.
+    void FromDevice(KnxFrames::LData telegram, std::uint16_t sender);
+
+private:
+    bool IsOwn(KnxFrames::IndividualAddress address) const;
+    void PassToInterface(const KnxFrames::LData& telegram);
+    void PassToDevice(const KnxFrames::LData& telegram, std::uint16_t sender);
+    void ReportUnusable(const KnxFrames::LData& telegram, const char* cause);
+    void ReportUnknown(const KnxFrames::LData& telegram);
+
+    const KnxFrames::IndividualAddress m_own;
+    std::vector<KnxFrames::IndividualAddress> m_inside; // sorted: own and tunnels
+    const KnxDevice::GroupObjects& m_objects;
+    BusPorts& m_ports;
+    Notices m_unusable;
+    Notices m_unknown;
+};
+
+} // namespace KnxStackHost

@@ -1,0 +1,50 @@
+// Telegrams on their way to the application program.
+#pragma once
+
+#include "KnxFrames/Tpdu.h"
+#include "KnxStack/GroupValue.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <unordered_map>
+
+namespace KnxStackHost {
+
+/// One callback of the group value user.
+struct Callback {
+    std::uint16_t object = 0;
+    KnxFrames::GroupServiceKind kind = KnxFrames::GroupServiceKind::Read;
+    KnxStack::GroupValue value; ///< of a write or response
+};
+
+/// A queue in the order of the bus that never loses the last word: up to `bound` callbacks are all kept;
+/// beyond that, a new one takes the place of the newest waiting one of the same object and service. So its
+/// size is below `bound` plus three times the number of objects. Not synchronised.
+class CallbackQueue {
+public:
+    explicit CallbackQueue(std::size_t bound) : m_bound(bound) {}
+
+    /// False when the callback has replaced an older one.
+    bool Push(Callback callback);
+
+    /// The oldest one. Not while empty.
+    Callback Pop();
+
+    bool IsEmpty() const { return m_waiting.empty(); }
+    std::size_t Size() const { return m_waiting.size(); }
+    void Clear();
+
+private:
+    using Waiting = std::list<Callback>;
+
+    static std::uint32_t KeyOf(const Callback& callback) {
+        return static_cast<std::uint32_t>(callback.kind) << 16 | callback.object;
+    }
+
+    std::size_t m_bound;
+    Waiting m_waiting;
+    std::unordered_map<std::uint32_t, Waiting::iterator> m_newest; // by object and service
+};
+
+} // namespace KnxStackHost

@@ -1,0 +1,91 @@
+// What knxstackd.json says.
+#pragma once
+
+#include "KnxDevice/GroupObjectTable.h"
+#include "ValueConverter/DatapointTypes.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KnxStackHost {
+
+/// A configuration that cannot be used. what() is one sentence: "file: place: cause", where the place is a
+/// JSON pointer or line:column.
+class ConfigurationError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The KNXnet/IP server that KNX/IP clients connect to.
+struct ServerSettings {
+    bool enabled = true;
+    std::string address = "0.0.0.0"; ///< IPv4 address to listen on
+    std::uint16_t port = 3671;       ///< UDP; 0 = any free one
+    std::vector<KnxFrames::IndividualAddress> tunnels;
+    std::string multicastGroup;     ///< IPv4 group for search requests; "" = not joined
+    std::string multicastInterface; ///< IPv4 address of the interface to join on; "" = the system's choice
+
+    bool operator==(const ServerSettings&) const = default;
+};
+
+/// The KNX/IP interface through which the host reaches the bus.
+struct InterfaceSettings {
+    std::string host; ///< name or IPv4 address
+    std::uint16_t port = 3671;
+    bool nat = false;         ///< the interface is to answer to the address it sees
+    std::string localAddress; ///< IPv4 address to send from; "" = the system's choice
+
+    bool operator==(const InterfaceSettings&) const = default;
+};
+
+/// A group object with what people know of it.
+struct ConfiguredObject {
+    KnxDevice::GroupObjectDefinition definition;
+    std::string name;
+    std::optional<Datapoint::Number> dpt; ///< none when only a size was given
+};
+
+struct ProgramSettings {
+    std::string library; ///< absolute path, or a bare file name for the loader to find
+    std::map<std::string, std::string> settings;
+};
+
+struct LogSettings {
+    std::string level = "info";
+    std::string file; ///< absolute path; "" = standard error alone
+};
+
+struct Configuration {
+    std::string directory; ///< of the file; absolute
+    KnxFrames::IndividualAddress individualAddress;
+    std::string deviceName = "knxstackd"; ///< at most 30 bytes
+    ServerSettings server;
+    std::optional<InterfaceSettings> interface;
+    std::vector<ConfiguredObject> groupObjects;
+    ProgramSettings program;
+    std::string deviceStackSocket; ///< "" = the client library's own default
+    std::string project;           ///< absolute path; "" = none
+    LogSettings log;
+
+    /// The tables of the group objects.
+    KnxDevice::GroupObjectTable MakeTable() const;
+};
+
+/// True for "trace", "debug", "info", "warn", "error" and "off".
+bool IsLogLevel(std::string_view level);
+
+/// True for four decimal numbers with dots.
+bool IsIpv4Address(const std::string& text);
+
+/// Reads and checks the file. Throws ConfigurationError.
+Configuration LoadConfiguration(const std::string& path);
+
+/// The same for a text that stands in `path`, which need not exist.
+Configuration ParseConfiguration(std::string_view text, const std::string& path);
+
+} // namespace KnxStackHost

@@ -1,0 +1,209 @@
+#include "KnxStackHost/ConfigurationReader.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <netinet/in.h>
+
+#include <filesystem>
+
+namespace KnxStackHost {
+
+namespace json = boost::json;
+using ProjectFile::Place;
+
+namespace {
+
+constexpr std::size_t kLongestDeviceName = 30; // field of the device information
+
+constexpr std::size_t kMostTunnels = 255; // a channel has one byte
+
+} // namespace
+
+ConfigurationReader::ConfigurationReader(const std::string& path, ProjectFile::ErrorList& errors)
+    : m_errors(errors) {
+    m_result.directory = std::filesystem::absolute(path).lexically_normal().parent_path().string();
+}
+
+Configuration ConfigurationReader::Read(const json::value& value) {
+    if (!value.is_object()) {
+        m_errors.Add("/", "must be an object with \"device\" and \"applicationProgram\"");
+        return {};
+    }
+    Members root(value.get_object(), "", m_errors,
+                 {"device", "server", "interface", "groupObjects", "applicationProgram", "deviceStackSocket",
+                  "project", "log"});
+    ReadDevice(root);
+    ReadServer(root);
+    ReadInterface(root);
+    ReadGroupObjects(root);
+    ReadProgram(root);
+    ReadLog(root);
+    m_result.deviceStackSocket = root.Text("deviceStackSocket").value_or("");
+    if (!m_result.deviceStackSocket.empty())
+        m_result.deviceStackSocket = Absolute(m_result.deviceStackSocket);
+    if (const auto project = root.Text("project"))
+        m_result.project = Absolute(*project);
+    return std::move(m_result);
+}
+
+void ConfigurationReader::ReadDevice(Members& root) {
+    const auto* object = root.Require("device") ? root.Object("device") : nullptr;
+    if (object == nullptr)
+        return;
+    Members device(*object, root.PlaceOf("device"), m_errors, {"individualAddress", "name"});
+    if (device.Require("individualAddress")) {
+        const auto place = device.PlaceOf("individualAddress");
+        if (const auto address = IndividualAddressOf(device.At("individualAddress"), place))
+            m_result.individualAddress = *address;
+    }
+    if (const auto name = device.Text("name")) {
+        if (name->empty() || name->size() > kLongestDeviceName)
+            m_errors.Add(device.PlaceOf("name"), fmt::format("must have 1 to {} bytes", kLongestDeviceName));
+        m_result.deviceName = *name;
+    }
+}
+
+void ConfigurationReader::ReadServer(Members& root) {
+    const auto* object = root.Require("server") ? root.Object("server") : nullptr;
+    if (object == nullptr)
+        return;
+    Members server(*object, root.PlaceOf("server"), m_errors,
+                   {"enabled", "address", "port", "tunnels", "multicastGroup", "multicastInterface"});
+    auto& settings = m_result.server;
+    settings.enabled = server.Boolean("enabled").value_or(true);
+    ReadIpv4(server, "address", settings.address);
+    ReadPort(server, 0, settings.port);
+    ReadIpv4(server, "multicastGroup", settings.multicastGroup);
+    ReadIpv4(server, "multicastInterface", settings.multicastInterface);
+    ReadTunnels(server);
+
+    in_addr group{};
+    if (!settings.multicastGroup.empty() &&
+        inet_pton(AF_INET, settings.multicastGroup.c_str(), &group) == 1 &&
+        !IN_MULTICAST(ntohl(group.s_addr)))
+        m_errors.Add(server.PlaceOf("multicastGroup"),
+                     fmt::format("{} is no multicast group; KNX uses 224.0.23.12", settings.multicastGroup));
+    if (settings.multicastGroup.empty() && !settings.multicastInterface.empty())
+        m_errors.Add(server.PlaceOf("multicastInterface"),
+                     "says where to join, but there is no \"multicastGroup\"");
+    if (!settings.enabled && !root.Has("interface"))
+        m_errors.Add(server.PlaceOf("enabled"),
+                     "without a server there must be an \"interface\" to reach the bus by");
+}
+
+void ConfigurationReader::ReadTunnels(Members& server) {
+    const auto* tunnels = server.Array("tunnels");
+    for (std::size_t i = 0; tunnels != nullptr && i < tunnels->size(); ++i) {
+        const auto place = Place(server.PlaceOf("tunnels"), i);
+        if (const auto address = IndividualAddressOf((*tunnels)[i], place))
+            m_result.server.tunnels.push_back(*address);
+    }
+    if (m_result.server.tunnels.size() > kMostTunnels)
+        m_errors.Add(server.PlaceOf("tunnels"), fmt::format("there can be at most {} tunnels", kMostTunnels));
+    if (m_result.server.enabled && (!server.Has("tunnels") || (tunnels != nullptr && tunnels->empty())))
+        m_errors.Add(server.PlaceOf("tunnels"),
+                     "the server needs at least one individual address to give to a client");
+}
+
+void ConfigurationReader::ReadInterface(Members& root) {
+    const auto* object = root.Object("interface");
+    if (object == nullptr)
+        return;
+    Members members(*object, root.PlaceOf("interface"), m_errors, {"host", "port", "nat", "localAddress"});
+    InterfaceSettings settings;
+    if (members.Require("host"))
+        settings.host = members.Text("host").value_or("");
+    if (members.Has("host") && settings.host.empty())
+        m_errors.Add(members.PlaceOf("host"), "must be the name or address of a KNX/IP interface");
+    ReadPort(members, 1, settings.port);
+    settings.nat = members.Boolean("nat").value_or(false);
+    ReadIpv4(members, "localAddress", settings.localAddress);
+    m_result.interface = std::move(settings);
+}
+
+void ConfigurationReader::ReadProgram(Members& root) {
+    const auto* object = root.Require("applicationProgram") ? root.Object("applicationProgram") : nullptr;
+    if (object == nullptr)
+        return;
+    Members program(*object, root.PlaceOf("applicationProgram"), m_errors, {"library", "settings"});
+    if (program.Require("library")) {
+        auto library = program.Text("library").value_or("");
+        if (library.empty())
+            m_errors.Add(program.PlaceOf("library"), "must be the path or name of a shared library");
+        // A bare name that is no file here is left to the loader, which knows the platform's own libraries.
+        else if (library.find('/') != std::string::npos || std::filesystem::exists(Absolute(library)))
+            library = Absolute(library);
+        m_result.program.library = library;
+    }
+    if (const auto* settings = program.Object("settings"))
+        ReadSettings(*settings, program.PlaceOf("settings"));
+}
+
+void ConfigurationReader::ReadSettings(const json::object& settings, const std::string& place) {
+    for (const auto& setting : settings) {
+        const std::string key(setting.key());
+        if (const auto* text = setting.value().if_string())
+            m_result.program.settings[key] = std::string(text->data(), text->size());
+        else
+            m_errors.Add(Place(place, key),
+                         "must be a text; write numbers and true or false in quotation marks too");
+    }
+}
+
+void ConfigurationReader::ReadLog(Members& root) {
+    const auto* object = root.Object("log");
+    if (object == nullptr)
+        return;
+    Members log(*object, root.PlaceOf("log"), m_errors, {"level", "file"});
+    if (const auto level = log.Text("level")) {
+        if (!IsLogLevel(*level))
+            m_errors.Add(log.PlaceOf("level"),
+                         "must be \"trace\", \"debug\", \"info\", \"warn\", \"error\" or \"off\"");
+        m_result.log.level = *level;
+    }
+    if (const auto file = log.Text("file"))
+        m_result.log.file = Absolute(*file);
+}
+
+void ConfigurationReader::ReadIpv4(Members& members, std::string_view name, std::string& address) {
+    const auto text = members.Text(name);
+    if (!text)
+        return;
+    if (!IsIpv4Address(*text))
+        m_errors.Add(members.PlaceOf(name), fmt::format("\"{}\" is no IPv4 address", *text));
+    address = *text;
+}
+
+void ConfigurationReader::ReadPort(Members& members, std::uint16_t smallest, std::uint16_t& port) {
+    if (const auto number = members.Number("port", smallest, 65535))
+        port = static_cast<std::uint16_t>(*number);
+}
+
+std::optional<KnxFrames::IndividualAddress>
+ConfigurationReader::IndividualAddressOf(const json::value& value, const std::string& place) {
+    const auto* text = value.if_string();
+    if (text == nullptr) {
+        m_errors.Add(place, "must be an individual address such as \"1.1.250\"");
+        return std::nullopt;
+    }
+    const auto address = KnxFrames::IndividualAddress::Parse({text->data(), text->size()});
+    if (!address) {
+        m_errors.Add(place, fmt::format("\"{}\" is no individual address: {}",
+                                        std::string_view(text->data(), text->size()), address.Error().cause));
+        return std::nullopt;
+    }
+    const auto [known, isNew] = m_placeOfAddress.emplace(*address, place);
+    if (address->raw == 0 || !isNew) {
+        m_errors.Add(place, address->raw == 0 ? std::string("0.0.0 stands for no address")
+                                              : fmt::format("{} is taken by {} already", address->ToString(),
+                                                            known->second));
+        return std::nullopt;
+    }
+    return *address;
+}
+
+std::string ConfigurationReader::Absolute(const std::string& path) const {
+    return (std::filesystem::path(m_result.directory) / path).lexically_normal().string();
+}
+
+} // namespace KnxStackHost

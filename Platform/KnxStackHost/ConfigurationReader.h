@@ -1,0 +1,51 @@
+// Turns the JSON of knxstackd.json into a configuration.
+#pragma once
+
+#include "KnxStackHost/Configuration.h"
+#include "ProjectFile/JsonMembers.h"
+
+#include <map>
+#include <set>
+#include <string>
+
+namespace KnxStackHost {
+
+/// Reads one file; every fault goes to the error list with its place.
+class ConfigurationReader {
+public:
+    ConfigurationReader(const std::string& path, ProjectFile::ErrorList& errors);
+
+    /// The configuration; complete only when no error was added.
+    Configuration Read(const boost::json::value& root);
+
+private:
+    using Members = ProjectFile::JsonMembers;
+
+    void ReadDevice(Members& root);
+    void ReadServer(Members& root);
+    void ReadTunnels(Members& server);
+    void ReadInterface(Members& root);
+    void ReadProgram(Members& root);
+    void ReadSettings(const boost::json::object& settings, const std::string& place);
+    void ReadLog(Members& root);
+    void ReadGroupObjects(Members& root);
+    void ReadGroupObject(const boost::json::object& object, const std::string& place);
+    void ReadSize(Members& members, ConfiguredObject& object);
+    void ReadFlags(Members& members, KnxDevice::GroupObjectDefinition& definition);
+    void ReadPriority(Members& members, KnxDevice::GroupObjectDefinition& definition);
+    void ReadAddresses(Members& members, KnxDevice::GroupObjectDefinition& definition);
+
+    /// The text of an IPv4 address; faults are reported.
+    void ReadIpv4(Members& members, std::string_view name, std::string& address);
+    void ReadPort(Members& members, std::uint16_t smallest, std::uint16_t& port);
+    std::optional<KnxFrames::IndividualAddress> IndividualAddressOf(const boost::json::value& value,
+                                                                    const std::string& place);
+    std::string Absolute(const std::string& path) const;
+
+    ProjectFile::ErrorList& m_errors;
+    Configuration m_result;
+    std::map<std::uint16_t, std::string> m_placeOfObject; // by number
+    std::map<KnxFrames::IndividualAddress, std::string> m_placeOfAddress;
+};
+
+} // namespace KnxStackHost

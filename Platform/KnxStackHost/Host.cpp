@@ -1,0 +1,125 @@
+#include "KnxStackHost/Host.h"
+
+#include "KnxStackHost/Logging.h"
+#include "KnxStackHost/ServiceManager.h"
+
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+#include <csignal>
+#include <pthread.h>
+#include <utility>
+
+namespace KnxStackHost {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{10}; // with a program that does not end
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host");
+    return logger;
+}
+
+/// Keeps the signals of the process away from threads that are made while it lives: the link thread handles
+/// them, and the program's calls are not interrupted by them.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+            sigaddset(&signals, signal);
+        pthread_sigmask(SIG_BLOCK, &signals, &m_former);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &m_former, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t m_former{};
+};
+
+} // namespace
+
+Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read)
+    : m_configuration(std::move(configuration)), m_read(std::move(read)),
+      m_objects(m_configuration.MakeTable()), m_link(m_configuration), m_service(m_objects, m_link),
+      m_application(library, m_service, m_configuration.program.settings, *this, [this] { m_link.Close(); }) {
+    m_configuration.groupObjects = {};
+}
+
+void Host::Open() {
+    m_link.Open(m_objects, [this](Callback callback) { m_application.Post(std::move(callback)); },
+                {[this] { m_application.RequestReload(); }, [this] { Terminate(); }});
+}
+
+bool Host::Run() {
+    LOG4CPLUS_INFO(Log(), fmt::format("device {} \"{}\" with {} group objects",
+                                      m_configuration.individualAddress.ToString(),
+                                      m_configuration.deviceName, m_objects.Tables()->Count()));
+    m_link.Start();
+    {
+        const BlockedSignals blocked;
+        m_application.Start();
+    }
+    LOG4CPLUS_INFO(Log(), "ready");
+    NotifyServiceManager("READY=1");
+    m_link.Run();
+    if (m_abandoned)
+        m_application.Abandon();
+    LOG4CPLUS_INFO(Log(), "ended");
+    return !m_abandoned;
+}
+
+void Host::Terminate() {
+    if (std::exchange(m_terminating, true))
+        return;
+    NotifyServiceManager("STOPPING=1");
+    m_application.RequestStop();
+    m_link.After(kPatience, [this] {
+        LOG4CPLUS_ERROR(Log(),
+                        fmt::format("the application program has not ended within {} s; ending without it",
+                                    kPatience.count()));
+        m_abandoned = true;
+        m_link.Close();
+    });
+}
+
+bool Host::Read() {
+    try {
+        m_next = m_read();
+        return true;
+    } catch (const ConfigurationError& error) {
+        LOG4CPLUS_ERROR(Log(), fmt::format("{}; the former configuration stays in force", error.what()));
+        return false;
+    }
+}
+
+void Host::Apply() {
+    ReportWhatNeedsARestart(*m_next);
+    m_objects.Replace(m_next->MakeTable());
+    m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
+    SetLogLevel(m_next->log.level);
+    m_next.reset();
+    LOG4CPLUS_INFO(Log(), fmt::format("the new configuration is in force, with {} group objects",
+                                      m_objects.Tables()->Count()));
+}
+
+void Host::ReportWhatNeedsARestart(const Configuration& next) const {
+    const std::pair<const char*, bool> changes[] = {
+        {"device", next.individualAddress != m_configuration.individualAddress ||
+                       next.deviceName != m_configuration.deviceName},
+        {"server", next.server != m_configuration.server},
+        {"interface", next.interface != m_configuration.interface},
+        {"applicationProgram/library", next.program.library != m_configuration.program.library},
+        {"deviceStackSocket", next.deviceStackSocket != m_configuration.deviceStackSocket},
+        {"log/file", next.log.file != m_configuration.log.file}};
+    for (const auto& [place, changed] : changes)
+        if (changed)
+            LOG4CPLUS_WARN(
+                Log(),
+                fmt::format("/{} has changed; that takes effect at the next start of knxstackd", place));
+}
+
+} // namespace KnxStackHost

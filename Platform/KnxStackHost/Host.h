@@ -1,0 +1,47 @@
+// The running host: links, device and application program put together.
+#pragma once
+
+#include "KnxDevice/GroupObjects.h"
+#include "KnxStackHost/ApplicationThread.h"
+#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/LinkThread.h"
+
+#include <functional>
+#include <optional>
+
+namespace KnxStackHost {
+
+/// One host, from start to end. The thread that calls Run() is the link thread; the application thread is
+/// the only other one that the host makes.
+class Host final : private ReloadSource {
+public:
+    /// Reads the configuration anew, command line included; throws ConfigurationError.
+    using ReadConfiguration = std::function<Configuration()>;
+
+    Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read);
+
+    /// Opens the sockets; nothing runs yet. Throws LinkError.
+    void Open();
+
+    /// Serves until the process is told to end. False when the program did not let go: then the process has
+    /// to end without destructors, for the program's threads still use everything.
+    bool Run();
+
+private:
+    bool Read() override;
+    void Apply() override;
+    void Terminate();
+    void ReportWhatNeedsARestart(const Configuration& next) const;
+
+    Configuration m_configuration; // as started; the group objects are in m_objects only
+    const ReadConfiguration m_read;
+    KnxDevice::GroupObjects m_objects;
+    LinkThread m_link;
+    GroupValueService m_service;
+    ApplicationThread m_application;
+    std::optional<Configuration> m_next; // application thread only, between Read() and Apply()
+    bool m_terminating = false;          // link thread only, like the next
+    bool m_abandoned = false;
+};
+
+} // namespace KnxStackHost

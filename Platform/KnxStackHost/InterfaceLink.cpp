@@ -1,0 +1,181 @@
+#include "KnxStackHost/InterfaceLink.h"
+
+#include "KnxStackHost/LinkThread.h"
+
+#include <boost/system/system_error.hpp>
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+namespace KnxStackHost {
+
+using KnxIp::Endpoint;
+using KnxIp::LinkFailure;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr std::size_t kReportedFaults = 16;
+constexpr std::chrono::seconds kLookUpPause{10};
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
+    return logger;
+}
+
+TimePoint Now() {
+    return std::chrono::steady_clock::now();
+}
+
+} // namespace
+
+InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings settings,
+                             OnTelegramFrom received)
+    : m_context(context), m_settings(std::move(settings)), m_received(std::move(received)),
+      m_socket(context,
+               [this](const Endpoint& from, KnxFrames::Octets datagram) {
+                   if (!m_client)
+                       return;
+                   m_client->OnDatagram(Now(), from, datagram);
+                   m_deadline.Set(m_client->NextTime());
+               }),
+      m_resolver(context), m_lookUpAgain(context), m_deadline(context, [this] { OnTime(); }),
+      m_refused(kReportedFaults), m_sendFailures(kReportedFaults) {
+    try {
+        m_socket.Open(EndpointOf(m_settings.localAddress, 0));
+    } catch (const boost::system::system_error& error) {
+        throw LinkError(fmt::format("/interface/localAddress: the local address {} cannot be used: {}",
+                                    m_settings.localAddress, error.code().message()));
+    }
+}
+
+void InterfaceLink::Start() {
+    m_socket.Start();
+    LOG4CPLUS_INFO(Log(), fmt::format("connecting to the KNX/IP interface {}", Name()));
+    if (IsIpv4Address(m_settings.host))
+        Connect(EndpointOf(m_settings.host, m_settings.port));
+    else
+        LookUp();
+}
+
+void InterfaceLink::Stop() {
+    m_stopped = true;
+    m_resolver.cancel();
+    m_lookUpAgain.cancel();
+    if (m_client)
+        m_client->Stop();
+}
+
+void InterfaceLink::Send(const KnxFrames::LData& telegram) {
+    if (!m_client)
+        return;
+    m_client->Send(Now(), telegram);
+    m_deadline.Set(m_client->NextTime());
+}
+
+void InterfaceLink::LookUp() {
+    using boost::asio::ip::udp;
+    m_resolver.async_resolve(
+        udp::v4(), m_settings.host, "",
+        [this](const boost::system::error_code& error, const udp::resolver::results_type& results) {
+            if (m_stopped)
+                return;
+            if (!error && !results.empty()) {
+                const auto address = results.begin()->endpoint().address().to_v4().to_uint();
+                Connect({address, m_settings.port});
+                return;
+            }
+            if (!std::exchange(m_failureReported, true))
+                LOG4CPLUS_WARN(Log(), fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it "
+                                                  "are lost, and it is looked up again "
+                                                  "every {} s",
+                                                  Name(), error.message(), kLookUpPause.count()));
+            m_lookUpAgain.expires_after(kLookUpPause);
+            m_lookUpAgain.async_wait([this](const boost::system::error_code& cancelled) {
+                if (!cancelled)
+                    LookUp();
+            });
+        });
+}
+
+void InterfaceLink::Connect(const Endpoint& server) {
+    m_server = server;
+    KnxIp::TunnelClientConfig config;
+    config.server = server;
+    config.nat = m_settings.nat;
+    config.jitter = [this] { return std::uniform_real_distribution<double>()(m_random); };
+    m_client.emplace(std::move(config), static_cast<KnxIp::TunnelClientListener&>(*this));
+    m_client->Start(Now());
+    m_deadline.Set(m_client->NextTime());
+}
+
+void InterfaceLink::OnTime() {
+    m_client->OnTime(Now());
+    m_deadline.Set(m_client->NextTime());
+}
+
+std::string InterfaceLink::Name() const {
+    return fmt::format("{}:{}", m_settings.host, m_settings.port);
+}
+
+void InterfaceLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
+    m_socket.Send(to, datagram);
+}
+
+void InterfaceLink::OnTelegram(const KnxFrames::LData& telegram) {
+    LOG4CPLUS_TRACE(Log(), fmt::format("interface: {}", KnxFrames::Describe(telegram)));
+    m_received(telegram);
+}
+
+void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
+    m_failureReported = false;
+    LOG4CPLUS_INFO(Log(),
+                   fmt::format("connected to the KNX/IP interface {} as {}", Name(), address.ToString()));
+}
+
+void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
+    if (m_stopped)
+        return;
+    LOG4CPLUS_WARN(Log(),
+                   fmt::format("the connection to the KNX/IP interface {} has ended: {}; connecting again",
+                               Name(), KnxIp::ToString(failure)));
+}
+
+void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, milliseconds retryIn) {
+    const auto text =
+        fmt::format("no connection to the KNX/IP interface {}: {}{}{}; next try in {} ms", Name(),
+                    KnxIp::ToString(failure), status == KnxIp::Status::NoError ? "" : ": ",
+                    status == KnxIp::Status::NoError ? "" : KnxIp::ToString(status), retryIn.count());
+    if (std::exchange(m_failureReported, true))
+        LOG4CPLUS_DEBUG(Log(), text);
+    else
+        LOG4CPLUS_WARN(Log(), text << " (further ones until there is a connection are not reported)");
+}
+
+void InterfaceLink::OnSendFailed(const KnxFrames::LData& telegram, KnxIp::SendFailure failure) {
+    const auto verdict = m_sendFailures.Count(telegram.destination, KnxIp::ToString(failure));
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_WARN(Log(),
+                       fmt::format("{}: may not have reached the bus: {}{}", KnxFrames::Describe(telegram),
+                                   KnxIp::ToString(failure), Suffix(verdict)));
+}
+
+void InterfaceLink::OnQueueOverflow() {
+    LOG4CPLUS_WARN(Log(),
+                   fmt::format("the KNX/IP interface {} does not keep up; waiting telegrams are dropped, the "
+                               "oldest of the lowest priority first",
+                               Name()));
+}
+
+void InterfaceLink::OnRefusedDatagram(const Endpoint& from, const KnxFrames::FrameError& error) {
+    const auto verdict = m_refused.Count(from.address, error.cause);
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_WARN(Log(), fmt::format("{}: a datagram was refused at octet {}: {}{}", from.ToString(),
+                                          error.offset, error.cause, Suffix(verdict)));
+}
+
+Endpoint InterfaceLink::LocalEndpoint() {
+    const auto local = m_socket.Local();
+    return local.address != 0 ? local : Endpoint{LocalAddressTowards(m_context, m_server), local.port};
+}
+
+} // namespace KnxStackHost

@@ -1,0 +1,63 @@
+// The connection to the KNX/IP interface on its socket. Internal to this folder.
+#pragma once
+
+#include "KnxIp/TunnelClient.h"
+#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/Notices.h"
+#include "KnxStackHost/Udp.h"
+
+#include <boost/asio/ip/udp.hpp>
+
+#include <functional>
+#include <optional>
+#include <random>
+
+namespace KnxStackHost {
+
+/// Feeds a TunnelClient with datagrams and time. An interface that is given by name is looked up until there
+/// is an answer; telegrams to it before that are lost. All calls on the thread of the io_context.
+class InterfaceLink final : private KnxIp::TunnelClientListener {
+public:
+    using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
+
+    /// Opens the socket. Throws LinkError.
+    InterfaceLink(boost::asio::io_context& context, InterfaceSettings settings, OnTelegramFrom received);
+
+    void Start();
+    void Stop();
+    void Send(const KnxFrames::LData& telegram);
+
+private:
+    void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
+    void OnTelegram(const KnxFrames::LData& telegram) override;
+    void OnConnected(KnxFrames::IndividualAddress address) override;
+    void OnDisconnected(KnxIp::LinkFailure failure, std::chrono::milliseconds retryIn) override;
+    void OnConnectFailed(KnxIp::LinkFailure failure, KnxIp::Status status,
+                         std::chrono::milliseconds retryIn) override;
+    void OnSendFailed(const KnxFrames::LData& telegram, KnxIp::SendFailure failure) override;
+    void OnQueueOverflow() override;
+    void OnRefusedDatagram(const KnxIp::Endpoint& from, const KnxFrames::FrameError& error) override;
+    KnxIp::Endpoint LocalEndpoint() override;
+
+    void LookUp();
+    void Connect(const KnxIp::Endpoint& server);
+    void OnTime();
+    std::string Name() const;
+
+    boost::asio::io_context& m_context;
+    const InterfaceSettings m_settings;
+    OnTelegramFrom m_received;
+    UdpSocket m_socket;
+    boost::asio::ip::udp::resolver m_resolver;
+    boost::asio::steady_timer m_lookUpAgain;
+    Deadline m_deadline;
+    Notices m_refused;
+    Notices m_sendFailures;
+    bool m_failureReported = false; // since the last connection
+    bool m_stopped = false;
+    std::minstd_rand m_random{std::random_device{}()};
+    KnxIp::Endpoint m_server;
+    std::optional<KnxIp::TunnelClient> m_client; // once the address is known
+};
+
+} // namespace KnxStackHost

@@ -1,0 +1,203 @@
+#include "KnxStackHost/LinkThread.h"
+
+#include "KnxStackHost/InterfaceLink.h"
+#include "KnxStackHost/ServerLink.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+#include <csignal>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace KnxStackHost {
+
+namespace asio = boost::asio;
+using KnxFrames::LData;
+
+namespace {
+
+constexpr std::size_t kOutgoingLimit = 4096;
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
+    return logger;
+}
+
+} // namespace
+
+class LinkThread::Implementation final : private BusPorts {
+public:
+    explicit Implementation(const Configuration& configuration) : m_configuration(configuration) {}
+
+    void Open(const KnxDevice::GroupObjects& objects, std::function<void(Callback)> toProgram,
+              Requests requests) {
+        m_toProgram = std::move(toProgram);
+        m_requests = std::move(requests);
+        m_router.emplace(m_configuration.individualAddress, m_configuration.server.tunnels, objects,
+                         static_cast<BusPorts&>(*this));
+        if (m_configuration.server.enabled)
+            m_server.emplace(m_context, m_configuration, [this](std::uint8_t tunnel, const LData& telegram) {
+                m_router->FromTunnel(tunnel, telegram);
+            });
+        if (m_configuration.interface)
+            m_interface.emplace(m_context, *m_configuration.interface,
+                                [this](const LData& telegram) { m_router->FromInterface(telegram); });
+        m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
+    }
+
+    std::uint16_t Port() const { return m_server ? m_server->Port() : 0; }
+
+    void Start() {
+        WaitForSignal();
+        if (m_server)
+            m_server->Start();
+        if (m_interface)
+            m_interface->Start();
+    }
+
+    void Run() {
+        while (!m_context.stopped()) {
+            try {
+                m_context.run();
+            } catch (const std::exception& error) {
+                LOG4CPLUS_ERROR(Log(), fmt::format("link thread: {}", error.what()));
+            }
+        }
+    }
+
+    void Close() {
+        asio::post(m_context, [this] {
+            SendOutgoing();
+            if (m_server)
+                m_server->Stop();
+            if (m_interface)
+                m_interface->Stop();
+            m_context.stop();
+        });
+    }
+
+    void After(std::chrono::milliseconds delay, std::function<void()> late) {
+        asio::post(m_context, [this, delay, late = std::move(late)] {
+            auto& timer = m_timers.emplace_back(m_context, delay);
+            timer.async_wait([late](const boost::system::error_code& error) {
+                if (!error)
+                    late();
+            });
+        });
+    }
+
+    bool Submit(const LData& telegram, std::uint16_t sender) {
+        bool first = false;
+        {
+            const std::lock_guard lock(m_outgoingMutex);
+            if (m_outgoing.size() >= kOutgoingLimit)
+                return false;
+            first = m_outgoing.empty();
+            m_outgoing.push_back({telegram, sender});
+        }
+        if (first)
+            asio::post(m_context, [this] { SendOutgoing(); });
+        return true;
+    }
+
+private:
+    struct Outgoing {
+        LData telegram;
+        std::uint16_t sender;
+    };
+
+    void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
+        if (m_server)
+            m_server->Broadcast(telegram, except);
+    }
+
+    void ToInterface(const LData& telegram) override {
+        if (m_interface)
+            m_interface->Send(telegram);
+    }
+
+    void ToProgram(Callback callback) override { m_toProgram(std::move(callback)); }
+
+    void SendOutgoing() {
+        std::vector<Outgoing> outgoing;
+        {
+            const std::lock_guard lock(m_outgoingMutex);
+            outgoing.swap(m_outgoing);
+        }
+        for (const auto& each : outgoing)
+            m_router->FromDevice(each.telegram, each.sender);
+    }
+
+    void WaitForSignal() {
+        m_signals->async_wait([this](const boost::system::error_code& error, int signal) {
+            if (error)
+                return;
+            LOG4CPLUS_INFO(Log(), fmt::format("received {}", signal == SIGHUP   ? "SIGHUP"
+                                                             : signal == SIGINT ? "SIGINT"
+                                                                                : "SIGTERM"));
+            if (signal == SIGHUP)
+                m_requests.reload();
+            else
+                m_requests.terminate();
+            WaitForSignal();
+        });
+    }
+
+    const Configuration& m_configuration;
+    std::function<void(Callback)> m_toProgram;
+    Requests m_requests;
+
+    asio::io_context m_context{1};
+    std::optional<asio::signal_set> m_signals;
+    std::list<asio::steady_timer> m_timers;
+    std::optional<BusRouter> m_router;
+    std::optional<ServerLink> m_server;
+    std::optional<InterfaceLink> m_interface;
+
+    std::mutex m_outgoingMutex; // guards m_outgoing
+    std::vector<Outgoing> m_outgoing;
+};
+
+LinkThread::LinkThread(const Configuration& configuration)
+    : m_implementation(std::make_unique<Implementation>(configuration)) {}
+
+LinkThread::~LinkThread() = default;
+
+void LinkThread::Open(const KnxDevice::GroupObjects& objects, std::function<void(Callback)> toProgram,
+                      Requests requests) {
+    m_implementation->Open(objects, std::move(toProgram), std::move(requests));
+}
+
+std::uint16_t LinkThread::Port() const {
+    return m_implementation->Port();
+}
+
+void LinkThread::Start() {
+    m_implementation->Start();
+}
+
+void LinkThread::Run() {
+    m_implementation->Run();
+}
+
+void LinkThread::Close() {
+    m_implementation->Close();
+}
+
+void LinkThread::After(std::chrono::milliseconds delay, std::function<void()> late) {
+    m_implementation->After(delay, std::move(late));
+}
+
+bool LinkThread::Submit(const LData& telegram, std::uint16_t sender) {
+    return m_implementation->Submit(telegram, sender);
+}
+
+} // namespace KnxStackHost

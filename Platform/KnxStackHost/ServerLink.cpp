@@ -1,0 +1,156 @@
+#include "KnxStackHost/ServerLink.h"
+
+#include "KnxStackHost/LinkThread.h"
+
+#include <boost/system/system_error.hpp>
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
+
+namespace KnxStackHost {
+
+using boost::system::system_error;
+using KnxIp::Endpoint;
+
+namespace {
+
+constexpr std::size_t kReportedFaults = 16;
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
+    return logger;
+}
+
+TimePoint Now() {
+    return std::chrono::steady_clock::now();
+}
+
+KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, const Endpoint& local) {
+    KnxIp::TunnelServerConfig config;
+    config.device.address = configuration.individualAddress;
+    config.device.name = configuration.deviceName;
+    config.device.multicast = 0; // no routing
+    config.endpoint = local;
+    config.tunnelAddresses = configuration.server.tunnels;
+    return config;
+}
+
+} // namespace
+
+ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& configuration,
+                       OnTelegramFrom received)
+    : m_context(context), m_addresses(configuration.server.tunnels), m_received(std::move(received)),
+      m_socket(context,
+               [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); }),
+      m_deadline(context, [this] { OnTime(); }), m_refused(kReportedFaults),
+      m_refusedClients(kReportedFaults) {
+    Open(configuration.server);
+    if (!configuration.server.multicastGroup.empty())
+        OpenGroup(configuration.server);
+    m_server.emplace(ServerConfigOf(configuration, m_socket.Local()),
+                     static_cast<KnxIp::TunnelServerListener&>(*this));
+}
+
+void ServerLink::Open(const ServerSettings& settings) {
+    try {
+        m_socket.Open(EndpointOf(settings.address, settings.port));
+    } catch (const system_error& error) {
+        throw LinkError(fmt::format("/server: {}:{} cannot be opened: {}; choose another \"address\" or "
+                                    "\"port\"",
+                                    settings.address, settings.port, error.code().message()));
+    }
+}
+
+void ServerLink::OpenGroup(const ServerSettings& settings) {
+    m_group.emplace(m_context,
+                    [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); });
+    try {
+        m_group->OpenGroup(EndpointOf(settings.multicastGroup, KnxIp::kStandardPort),
+                           EndpointOf(settings.multicastInterface, 0).address);
+    } catch (const system_error& error) {
+        throw LinkError(
+            fmt::format("/server/multicastGroup: the multicast group {} cannot be joined on {}: {}",
+                        settings.multicastGroup,
+                        settings.multicastInterface.empty() ? "any interface" : settings.multicastInterface,
+                        error.code().message()));
+    }
+}
+
+void ServerLink::Start() {
+    m_socket.Start();
+    if (m_group)
+        m_group->Start();
+    LOG4CPLUS_INFO(Log(), fmt::format("KNXnet/IP server listening on {} with {} tunnels",
+                                      m_socket.Local().ToString(), m_addresses.size()));
+}
+
+void ServerLink::Stop() {
+    m_server->Stop();
+}
+
+void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
+    m_server->Broadcast(Now(), telegram, except);
+    m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::Receive(const Endpoint& from, KnxFrames::Octets datagram) {
+    m_server->OnDatagram(Now(), from, datagram);
+    m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::OnTime() {
+    m_server->OnTime(Now());
+    m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
+    m_socket.Send(to, datagram);
+}
+
+void ServerLink::OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) {
+    LOG4CPLUS_TRACE(
+        Log(), fmt::format("tunnel {}: {}", m_addresses[origin].ToString(), KnxFrames::Describe(telegram)));
+    m_received(origin, telegram);
+}
+
+void ServerLink::OnTunnelOpened(KnxIp::TunnelId, KnxFrames::IndividualAddress address,
+                                const Endpoint& client) {
+    LOG4CPLUS_INFO(Log(), fmt::format("tunnel {}: connected by {}", address.ToString(), client.ToString()));
+}
+
+void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
+    const auto& counters = m_server->Counters(tunnel);
+    const auto text = fmt::format("tunnel {}: {}; {} telegrams from the client, {} to it, {} lost",
+                                  m_addresses[tunnel].ToString(), KnxIp::ToString(end), counters.fromClient,
+                                  counters.toClient, counters.dropped);
+    if (end == KnxIp::TunnelEnd::Client || end == KnxIp::TunnelEnd::Server)
+        LOG4CPLUS_INFO(Log(), text);
+    else
+        LOG4CPLUS_WARN(Log(), text);
+}
+
+void ServerLink::OnConnectRefused(const Endpoint& from, KnxIp::Status status) {
+    const auto verdict = m_refusedClients.Count(from.address, KnxIp::ToString(status));
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_WARN(Log(), fmt::format("{}: was refused a tunnel: {}{}", from.ToString(),
+                                          KnxIp::ToString(status), Suffix(verdict)));
+}
+
+void ServerLink::OnQueueOverflow(KnxIp::TunnelId tunnel) {
+    LOG4CPLUS_WARN(Log(),
+                   fmt::format("tunnel {}: the client does not keep up; its oldest telegrams are dropped",
+                               m_addresses[tunnel].ToString()));
+}
+
+void ServerLink::OnRefusedDatagram(const Endpoint& from, const KnxFrames::FrameError& error) {
+    const auto verdict = m_refused.Count(from.address, error.cause);
+    if (verdict != Notices::Verdict::Silent)
+        LOG4CPLUS_WARN(Log(), fmt::format("{}: a datagram was refused at octet {}: {}{}", from.ToString(),
+                                          error.offset, error.cause, Suffix(verdict)));
+}
+
+Endpoint ServerLink::LocalEndpointTowards(const Endpoint& peer) {
+    const auto local = m_socket.Local();
+    return local.address != 0 ? local : Endpoint{LocalAddressTowards(m_context, peer), local.port};
+}
+
+} // namespace KnxStackHost

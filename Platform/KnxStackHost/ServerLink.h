@@ -1,0 +1,55 @@
+// The KNXnet/IP server on its sockets. Internal to this folder.
+#pragma once
+
+#include "KnxIp/TunnelServer.h"
+#include "KnxStackHost/BusRouter.h"
+#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/Notices.h"
+#include "KnxStackHost/Udp.h"
+
+#include <functional>
+#include <optional>
+
+namespace KnxStackHost {
+
+/// Feeds a TunnelServer with datagrams and time. All calls on the thread of the io_context.
+class ServerLink final : private KnxIp::TunnelServerListener {
+public:
+    using OnTelegramFrom = std::function<void(std::uint8_t tunnel, const KnxFrames::LData&)>;
+
+    /// Opens the sockets. Throws LinkError.
+    ServerLink(boost::asio::io_context& context, const Configuration& configuration, OnTelegramFrom received);
+
+    void Start();
+    void Stop();
+    void Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
+    std::uint16_t Port() const { return m_socket.Local().port; }
+
+private:
+    void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
+    void OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) override;
+    void OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress address,
+                        const KnxIp::Endpoint& client) override;
+    void OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) override;
+    void OnConnectRefused(const KnxIp::Endpoint& from, KnxIp::Status status) override;
+    void OnQueueOverflow(KnxIp::TunnelId tunnel) override;
+    void OnRefusedDatagram(const KnxIp::Endpoint& from, const KnxFrames::FrameError& error) override;
+    KnxIp::Endpoint LocalEndpointTowards(const KnxIp::Endpoint& peer) override;
+
+    void Open(const ServerSettings& settings);
+    void OpenGroup(const ServerSettings& settings);
+    void Receive(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
+    void OnTime();
+
+    boost::asio::io_context& m_context;
+    const std::vector<KnxFrames::IndividualAddress> m_addresses; // of the tunnels
+    OnTelegramFrom m_received;
+    UdpSocket m_socket;
+    std::optional<UdpSocket> m_group;
+    Deadline m_deadline;
+    Notices m_refused;
+    Notices m_refusedClients;
+    std::optional<KnxIp::TunnelServer> m_server;
+};
+
+} // namespace KnxStackHost

@@ -1,0 +1,12 @@
+// What the service manager is told.
+#pragma once
+
+#include <string_view>
+
+namespace KnxStackHost {
+
+/// Sends `state` ("READY=1") to the datagram socket that NOTIFY_SOCKET names, as systemd's Type=notify
+/// expects. Nothing when the variable is not set; a manager that does not listen is none of our business.
+void NotifyServiceManager(std::string_view state);
+
+} // namespace KnxStackHost

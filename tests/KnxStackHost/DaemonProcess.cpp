@@ -1,0 +1,130 @@
+#include "DaemonProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace KnxStackHost {
+
+TemporaryDirectory::TemporaryDirectory() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "knxstackd-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("no temporary directory");
+    m_path = pattern;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+void TemporaryDirectory::Write(const std::string& name, const std::string& text) const {
+    std::ofstream(m_path / name, std::ios::binary) << text;
+}
+
+std::string TemporaryDirectory::Read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(m_path / name, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+DaemonProcess::DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
+                             std::vector<std::string> arguments, std::vector<std::string> environment)
+    : m_directory(directory) {
+    directory.Write("knxstackd.json", configuration);
+    if (std::find(arguments.begin(), arguments.end(), "--config") == arguments.end())
+        arguments.insert(arguments.begin(), {"--config", (directory.Path() / "knxstackd.json").string()});
+    arguments.insert(arguments.begin(), KNXSTACKD);
+    const auto log = (directory.Path() / "stderr").string();
+    m_pid = ::fork();
+    if (m_pid != 0)
+        return;
+    const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::dup2(file, STDERR_FILENO);
+    ::dup2(file, STDOUT_FILENO);
+    for (auto& variable : environment)
+        ::putenv(variable.data());
+    std::vector<char*> raw;
+    for (auto& argument : arguments)
+        raw.push_back(argument.data());
+    raw.push_back(nullptr);
+    ::execv(KNXSTACKD, raw.data());
+    ::_exit(127);
+}
+
+DaemonProcess::~DaemonProcess() {
+    if (m_pid <= 0)
+        return;
+    ::kill(m_pid, SIGKILL);
+    ::waitpid(m_pid, nullptr, 0);
+}
+
+std::uint16_t DaemonProcess::Port() const {
+    if (!WaitForLog(" - ready"))
+        ADD_FAILURE() << "knxstackd is not ready:\n" << Log();
+    const auto log = Log();
+    const std::string before = "listening on 127.0.0.1:";
+    const auto found = log.find(before);
+    return found == std::string::npos
+               ? 0
+               : static_cast<std::uint16_t>(std::stoi(log.substr(found + before.size())));
+}
+
+bool DaemonProcess::WaitForLog(const std::string& text, milliseconds patience, std::size_t count) const {
+    return Eventually([&] { return CountOf(Log(), text) >= count; }, patience);
+}
+
+std::string DaemonProcess::Log() const {
+    return m_directory.Read("stderr");
+}
+
+void DaemonProcess::Signal(int signal) const {
+    ::kill(m_pid, signal);
+}
+
+std::optional<int> DaemonProcess::WaitForEnd(milliseconds patience) {
+    int status = 0;
+    if (!Eventually([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, patience))
+        return std::nullopt;
+    m_pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string TestConfiguration(const std::string& programSettings, const std::string& more) {
+    return R"({
+  // objects 1 and 2 share a group address
+  "device": {"individualAddress": "1.1.250", "name": "test host"},
+  "server": {"address": "127.0.0.1", "port": 0, "tunnels": ["1.1.251", "1.1.252"]},
+  "groupObjects": [
+    {"number": 1, "name": "switch", "dpt": "1.001", "flags": "CRWTU", "addresses": ["1/2/3"]},
+    {"number": 2, "name": "listener", "dpt": "1.001", "flags": "CW", "addresses": ["1/2/3"]},
+    {"number": 3, "name": "temperature", "dpt": "9.001", "flags": "CRWTU", "priority": "urgent",
+     "addresses": ["1/2/5", "1/2/4"]},
+    {"number": 4, "name": "byte", "size": 8, "flags": "CRWTU", "addresses": ["31/7/255"]},
+    {"number": 250, "name": "command", "size": 8, "flags": "CW", "addresses": ["0/0/250"]}
+  ],
+  "applicationProgram": {"library": ")" TEST_PROGRAM R"(", "settings": {"record": "record")" +
+           programSettings + R"(}})" + more + "\n}\n";
+}
+
+std::size_t CountOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (auto found = text.find(part); found != std::string::npos;
+         found = text.find(part, found + part.size()))
+        ++count;
+    return count;
+}
+
+void Pause(milliseconds time) {
+    std::this_thread::sleep_for(time);
+}
+
+} // namespace KnxStackHost

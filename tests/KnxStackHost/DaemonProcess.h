@@ -1,0 +1,87 @@
+// knxstackd as a child process with a directory of its own.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace KnxStackHost {
+
+using std::chrono::milliseconds;
+
+/// A fresh directory that goes with the object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    std::filesystem::path Path() const { return m_path; }
+    void Write(const std::string& name, const std::string& text) const;
+    std::string Read(const std::string& name) const;
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// One run of the daemon. Its standard error is collected in a file; the port it listens on is any free one.
+class DaemonProcess {
+public:
+    /// Starts with `configuration` as knxstackd.json in `directory` and further arguments.
+    DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
+                  std::vector<std::string> arguments = {}, std::vector<std::string> environment = {});
+    /// Kills it if it still runs.
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    /// The port from the log; fails the test when it does not appear.
+    std::uint16_t Port() const;
+
+    /// True once the log holds the text `count` times.
+    bool WaitForLog(const std::string& text, milliseconds patience = milliseconds(10000),
+                    std::size_t count = 1) const;
+    std::string Log() const;
+
+    void Signal(int signal) const;
+
+    /// Exit status; empty when it still runs after `patience`.
+    std::optional<int> WaitForEnd(milliseconds patience);
+
+    pid_t Pid() const { return m_pid; }
+
+private:
+    const TemporaryDirectory& m_directory;
+    pid_t m_pid = -1;
+};
+
+/// Calls `condition` every few milliseconds until it is true; false when it never was.
+template <class Condition>
+bool Eventually(Condition condition, milliseconds patience = milliseconds(10000));
+
+/// A configuration with objects 1 to 4 and the command object 250, whose program records to "record".
+std::string TestConfiguration(const std::string& programSettings = "", const std::string& more = "");
+
+std::size_t CountOf(const std::string& text, const std::string& part);
+
+/// Sleeps; only to poll.
+void Pause(milliseconds time);
+
+template <class Condition>
+bool Eventually(Condition condition, milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return condition();
+        Pause(milliseconds(5));
+    }
+    return true;
+}
+
+} // namespace KnxStackHost

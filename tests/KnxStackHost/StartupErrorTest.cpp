@@ -1,0 +1,120 @@
+// What a person is told who starts the daemon with something that cannot work.
+#include "DaemonProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace KnxStackHost {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class StartupError : public testing::Test {
+protected:
+    /// Expects exit status 2 and one sentence with the parts.
+    void ExpectRefusal(const std::string& configuration, const std::vector<std::string>& parts,
+                       const std::vector<std::string>& arguments = {}) {
+        DaemonProcess daemon(m_directory, configuration, arguments);
+        EXPECT_EQ(2, daemon.WaitForEnd(milliseconds(10000)));
+        const auto log = daemon.Log();
+        for (const auto& part : parts)
+            EXPECT_THAT(log, HasSubstr(part));
+        EXPECT_EQ(1u, CountOf(log, "\n")) << log;
+        EXPECT_THAT(log, Not(HasSubstr(" - ready")));
+        EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record")) << "nothing may be half started";
+    }
+
+    static std::string Replaced(std::string text, const std::string& part, const std::string& by) {
+        const auto found = text.find(part);
+        return found == std::string::npos ? "" : text.replace(found, part.size(), by);
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+TEST_F(StartupError, NoConfigurationFile) {
+    ExpectRefusal("", {"no-such.json", "cannot be read: No such file or directory"},
+                  {"--config", "no-such.json"});
+}
+
+TEST_F(StartupError, SyntaxErrorHasLineAndColumn) {
+    ExpectRefusal("{\n  \"device\": }\n", {"knxstackd.json: 2:13: "});
+}
+
+TEST_F(StartupError, MistypedEntryHasItsPlace) {
+    ExpectRefusal(Replaced(TestConfiguration(), "\"port\": 0", "\"port\": \"many\""),
+                  {"knxstackd.json: /server/port: must be a number"});
+}
+
+TEST_F(StartupError, MissingLibrary) {
+    ExpectRefusal(Replaced(TestConfiguration(), TEST_PROGRAM, "./libMissing.so"),
+                  {"/applicationProgram/library", "libMissing.so", "cannot be loaded"});
+}
+
+TEST_F(StartupError, LibraryOfAnotherInterfaceVersion) {
+    ExpectRefusal(Replaced(TestConfiguration(), TEST_PROGRAM, OLD_PROGRAM),
+                  {"/applicationProgram/library", "version 22", "version 23"});
+}
+
+TEST_F(StartupError, LibraryThatIsNoApplicationProgram) {
+    ExpectRefusal(Replaced(TestConfiguration(), TEST_PROGRAM, INCOMPLETE_PROGRAM),
+                  {"/applicationProgram/library", "does not export getKnxStackApiVersion"});
+}
+
+TEST_F(StartupError, PortInUse) {
+    const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(0, ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    socklen_t length = sizeof address;
+    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
+    const auto port = std::to_string(ntohs(address.sin_port));
+    ExpectRefusal(TestConfiguration(), {"/server: 127.0.0.1:" + port, "Address already in use"},
+                  {"--knx-port", port});
+    ::close(socket);
+}
+
+TEST_F(StartupError, PortOfAnotherKnxstackd) {
+    const TemporaryDirectory other;
+    const DaemonProcess first(other, TestConfiguration());
+    ExpectRefusal(TestConfiguration(), {"Address already in use"},
+                  {"--knx-port", std::to_string(first.Port())});
+}
+
+TEST_F(StartupError, UnknownArgument) {
+    DaemonProcess daemon(m_directory, TestConfiguration(), {"--no-such-thing"});
+    EXPECT_EQ(2, daemon.WaitForEnd(milliseconds(10000)));
+    EXPECT_THAT(daemon.Log(), HasSubstr("--no-such-thing"));
+}
+
+TEST_F(StartupError, BadArgumentValue) {
+    DaemonProcess daemon(m_directory, TestConfiguration(), {"--knx-address", "here"});
+    EXPECT_EQ(2, daemon.WaitForEnd(milliseconds(10000)));
+    EXPECT_THAT(daemon.Log(), HasSubstr("is no IPv4 address"));
+}
+
+TEST_F(StartupError, LogFileThatCannotBeWritten) {
+    ExpectRefusal(TestConfiguration("", R"(, "log": {"file": "no/such/place.log"})"),
+                  {"/log/file", "place.log", "No such file or directory"});
+}
+
+TEST_F(StartupError, CheckConfigStartsNothing) {
+    DaemonProcess daemon(m_directory, TestConfiguration(), {"--check-config"});
+    EXPECT_EQ(0, daemon.WaitForEnd(milliseconds(10000)));
+    EXPECT_THAT(daemon.Log(), HasSubstr("5 group objects, nothing to complain of"));
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record"));
+}
+
+TEST_F(StartupError, CheckConfigFindsTheSameFaults) {
+    ExpectRefusal(Replaced(TestConfiguration(), TEST_PROGRAM, OLD_PROGRAM), {"version 22"},
+                  {"--check-config"});
+}
+
+} // namespace
+} // namespace KnxStackHost
