@@ -1,31 +1,12 @@
-#include "FakeDeviceStack.h"
-#include "Recorder.h"
+#include "ClientFixture.h"
 
 #include <gmock/gmock.h>
-
-#include <future>
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-namespace {
-
-/// Starts a call on a thread of its own, so that the test can play the device stack meanwhile.
-template <typename Function>
-auto Begin(Function function) {
-    return std::async(std::launch::async, std::move(function));
-}
-
-class Calls : public testing::Test {
-protected:
-    FakeDeviceStack m_deviceStack;
-    Recorder m_recorder;
-    std::unique_ptr<Vesk::IDeviceStackClient> m_client = Vesk::CreateDeviceStackClient();
-    FakeConnection m_connection = m_deviceStack.Accept();
-};
-
-} // namespace
+class Calls : public ConnectedClient {};
 
 TEST_F(Calls, RegisterApplication_TellsTheIdentityAndWhatIsWanted) {
     m_recorder.InstallIn(*m_client);
