@@ -239,14 +239,14 @@ void Session::OnConnected() {
 
 void Session::BecomeReady() {
     m_state = State::Ready;
-    const auto say = [this](const auto& message) {
+    const auto say = [this](const auto& message, Kind kind = Kind::Repeat) {
         const auto id = ++m_lastId;
-        SendNow(Kind::Repeat, id, ToLine(IdText(id), message));
+        SendNow(kind, id, ToLine(IdText(id), message));
     };
     if (!m_valueFormat.empty())
         say(DeviceStack::SetValueFormat{m_valueFormat});
     if (m_ntp)
-        say(*m_ntp);
+        say(*m_ntp, Kind::SetConfiguration);
     if (!m_loaded.empty() && m_queuedAnnouncements == 0)
         say(DeviceStack::CommandText{m_loaded});
 }

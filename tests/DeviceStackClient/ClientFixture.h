@@ -19,6 +19,9 @@ auto Begin(Function function) {
 
 class ConnectedClient : public testing::Test {
 protected:
+    /// Before the connection ends: no callback comes when what a test's callbacks use is gone.
+    void TearDown() override { m_client.reset(); }
+
     /// Installs the recorder and registers as a::field::1.
     void Register(std::string_view server = "run1", unsigned change = 0) {
         m_recorder.InstallIn(*m_client);
