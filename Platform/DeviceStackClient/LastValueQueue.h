@@ -84,7 +84,7 @@ public:
 private:
     using Beyond = std::list<std::pair<Key, Item>>;
 
-    const std::size_t m_bound;
+    std::size_t m_bound;
     std::deque<Item> m_front; ///< the first `m_bound` entries
     Beyond m_beyond;          ///< what came when m_front was full, emptied before m_front is filled again
     std::unordered_map<Key, typename Beyond::iterator> m_newest; ///< by key, into m_beyond

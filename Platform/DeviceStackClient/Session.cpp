@@ -249,6 +249,7 @@ void Session::BecomeReady() {
         say(*m_ntp, Kind::SetConfiguration);
     if (!m_loaded.empty() && m_queuedAnnouncements == 0)
         say(DeviceStack::CommandText{m_loaded});
+    SendUnansweredAgain();
 }
 
 void Session::OnClosed(const std::string& reason, Events& events) {
@@ -261,11 +262,14 @@ void Session::OnClosed(const std::string& reason, Events& events) {
     LOG4CPLUS_WARN(Logger(), "OnClosed(): " << reason << "; trying again until it is there.");
     m_isSilent = false;
     m_first.clear();
-    for (auto& request : TakeWhatIsSentAgain(error, events)) {
-        const auto key = request.kind == Kind::Set ? KeyOf(request.dataPoint) : Queue::kNoKey;
-        DeviceStack::Error unused;
-        Enqueue(std::move(request), key, unused);
+    KeepUnsent(error, events);
+    for (auto& [id, request] : m_unanswered) {
+        if (request.kind == Kind::Set)
+            m_again.push_back(std::move(request));
+        else
+            Drop(request, error, events);
     }
+    m_unanswered.clear();
     for (auto& [text, awaited] : m_awaitedValues)
         events.push_back(ValueAnswer{IdText(awaited.first), awaited.second, {}, {}, error});
     m_awaitedValues.clear();
@@ -273,44 +277,45 @@ void Session::OnClosed(const std::string& reason, Events& events) {
         events.push_back(ConnectionLost{});
 }
 
-/// Of the values that were sent and not answered the last one of each data point, unless a newer one waits;
-/// then what was not sent, in order. Ends everything else, and leaves nothing behind.
-std::vector<Session::Request> Session::TakeWhatIsSentAgain(const DeviceStack::Error& error, Events& events) {
-    std::vector<Request> unsent;
+/// Leaves values and settings in the queue, and ends the rest.
+void Session::KeepUnsent(const DeviceStack::Error& error, Events& events) {
+    Queue kept(kQueueBound);
+    std::swap(kept, m_queue);
+    m_queuedAnnouncements = 0;
+    while (!kept.IsEmpty()) {
+        auto request = kept.Pop();
+        const bool isSet = request.kind == Kind::Set;
+        DeviceStack::Error unused;
+        if (!isSet && request.kind != Kind::SetConfiguration)
+            Drop(request, error, events);
+        else if (request.announces == Announces::Nothing) // the others are repeated anyway
+            Enqueue(std::move(request), isSet ? KeyOf(request.dataPoint) : Queue::kNoKey, unused);
+    }
+}
+
+/// Of the values that were not answered before the loss, the last one of each data point; none that a waiting
+/// one replaces.
+void Session::SendUnansweredAgain() {
     std::unordered_set<std::uint32_t> newer;
-    while (!m_queue.IsEmpty()) {
-        auto request = m_queue.Pop();
+    m_queue.ForEach([&](const Request& request) {
         if (request.kind == Kind::Set)
             newer.insert(request.dataPoint);
-        if (request.kind == Kind::Set || request.kind == Kind::SetConfiguration) {
-            if (request.announces == Announces::Nothing) // the others are repeated anyway
-                unsent.push_back(std::move(request));
-        } else {
-            Drop(request, error, events);
-        }
+    });
+    const auto replaced = [&](const Request& request) { return !newer.insert(request.dataPoint).second; };
+    const auto kept = std::remove_if(m_again.rbegin(), m_again.rend(), replaced);
+    for (auto request = kept.base(); request != m_again.end(); ++request) {
+        m_first += request->line;
+        const auto id = request->id;
+        m_unanswered.emplace(id, std::move(*request));
     }
-    m_queuedAnnouncements = 0;
-
-    std::vector<Request> again;
-    for (auto it = m_unanswered.rbegin(); it != m_unanswered.rend(); ++it) {
-        if (it->second.kind == Kind::Set && newer.insert(it->second.dataPoint).second)
-            again.push_back(std::move(it->second));
-        else
-            Drop(it->second, error, events);
-    }
-    m_unanswered.clear();
-    std::reverse(again.begin(), again.end());
-    std::move(unsent.begin(), unsent.end(), std::back_inserter(again));
-    return again;
+    m_again.clear();
 }
 
 /// Ends a request that will not be answered.
 void Session::Drop(Request& request, const DeviceStack::Error& error, Events& events) {
     switch (request.kind) {
     case Kind::Call: request.call->Finish(error); break;
-    case Kind::Set:
-        events.push_back(SetAnswer{IdText(request.id), request.dataPoint, request.value, error});
-        break;
+    case Kind::Set: break; // never dropped
     case Kind::Value:
         events.push_back(ValueAnswer{IdText(request.id), request.dataPoint, {}, {}, error});
         break;

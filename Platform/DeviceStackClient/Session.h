@@ -38,7 +38,7 @@ struct Call {
 /// On each connection it says first who it is, then, once that is accepted, in this order: the value format,
 /// the last "Ntp" setting, the last "configurationLoaded" unless a change of the configuration has begun
 /// since, the values that were sent and not answered (the last of each data point), and what waits in its
-/// queue.
+/// queue. A value whose place a newer one has taken is not answered.
 class Session {
 public:
     using Events = std::vector<Event>;
@@ -132,7 +132,8 @@ private:
     void OnValueAnswered(DeviceStack::ValueAnswered answer, Events& events);
     void OnValueChanged(DeviceStack::ValueChanged change, Events& events);
     void Drop(Request& request, const DeviceStack::Error& error, Events& events);
-    std::vector<Request> TakeWhatIsSentAgain(const DeviceStack::Error& error, Events& events);
+    void KeepUnsent(const DeviceStack::Error& error, Events& events);
+    void SendUnansweredAgain();
 
     State m_state = State::Trying;
     DeviceStack::Error m_down; ///< why calls fail at once in State::Down
@@ -155,6 +156,7 @@ private:
     std::string m_first; ///< lines that go before the queue
     Queue m_queue{kQueueBound};
     std::map<std::uint64_t, Request> m_unanswered; ///< in the order in which they were sent
+    std::vector<Request> m_again; ///< values that were sent and not answered when the connection was lost
     std::unordered_map<std::string, std::pair<std::uint64_t, std::uint32_t>>
         m_awaitedValues;                ///< requestValue's text to our request and data point
     unsigned m_queuedAnnouncements = 0; ///< of "configurationLoaded" in m_queue

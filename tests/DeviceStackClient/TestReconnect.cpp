@@ -201,6 +201,7 @@ TEST_F(Reconnect, OfUnansweredValuesTheLastOnePerDataPointIsSentAgainBeforeThose
     m_recorder.Wait(1); // b is answered, the others are not
     m_deviceStack.StopListening();
     m_connection.Close();
+    m_recorder.Wait(2);
     m_client->SetValue(4, "f", true, false);
     m_client->SetValue(5, "g", true, false);
     m_deviceStack.Listen();
