@@ -25,8 +25,8 @@ int DigitValue(char c) {
 }
 
 Status EncodeDigits(std::string_view text, Octets& octets, Reason reason) {
-    octets.resize(text.size() / 2);
-    for (std::size_t i = 0; i < octets.size(); ++i) {
+    octets.Resize(text.size() / 2);
+    for (std::size_t i = 0; i < octets.Size(); ++i) {
         const int high = DigitValue(text[2 * i]);
         const int low = DigitValue(text[2 * i + 1]);
         if (high < 0 || low < 0) {
@@ -54,10 +54,10 @@ Status EncodeNumber(unsigned sizeInBits, std::string_view text, Octets& octets, 
     if (value.remainder != Remainder::None) {
         return RefuseNotWhole(text, reason);
     }
-    octets.resize((sizeInBits + 7) / 8);
+    octets.Resize((sizeInBits + 7) / 8);
     std::uint64_t rest = value.magnitude;
-    for (auto octet = octets.rbegin(); octet != octets.rend(); ++octet, rest >>= 8) {
-        *octet = static_cast<std::uint8_t>(rest);
+    for (std::size_t at = octets.Size(); at-- > 0; rest >>= 8) {
+        octets[at] = static_cast<std::uint8_t>(rest);
     }
     return Status::Done;
 }

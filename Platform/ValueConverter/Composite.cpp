@@ -162,7 +162,7 @@ Status EncodeComposite(const Type& type, std::string_view text, Octets& octets, 
         if (const Status status = TakeField(field, members, bits, reason); status != Status::Done) {
             return status;
         }
-        cursor.Write(bits, field.form.bits, octets.data());
+        cursor.Write(bits, field.form.bits, octets.Data());
     }
     // A member that is left is unknown, or was given twice.
     return members.empty() ? Status::Done

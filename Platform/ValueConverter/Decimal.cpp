@@ -145,29 +145,4 @@ Scaled Decimal::InUnits(int decimals) const {
     return scaled;
 }
 
-DecimalText::DecimalText(std::int64_t units, unsigned decimals) : m_begin(kSize) {
-    const bool negative = units < 0;
-    std::uint64_t rest = negative ? std::uint64_t{0} - static_cast<std::uint64_t>(units) //
-                                  : static_cast<std::uint64_t>(units);
-    bool digitsBehindPoint = false;
-    for (; decimals > 0; --decimals) {
-        const char digit = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-        if (digit != '0' || digitsBehindPoint) {
-            m_buffer[--m_begin] = digit;
-            digitsBehindPoint = true;
-        }
-    }
-    if (digitsBehindPoint) {
-        m_buffer[--m_begin] = '.';
-    }
-    do {
-        m_buffer[--m_begin] = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-    } while (rest != 0);
-    if (negative) {
-        m_buffer[--m_begin] = '-';
-    }
-}
-
 } // namespace Datapoint

@@ -43,19 +43,46 @@ private:
     bool m_full = false; // digits were dropped, zero or not: one more digit is beyond 64 bits
 };
 
-/// Text of a decimal number in a buffer of its own.
+/// Text of a decimal number in a buffer of its own. Inline, because `decimals` is a constant where it
+/// matters.
 class DecimalText {
 public:
     /// `units` * 10^-decimals without zeros at its end: 215, 2 gives "2.15"; 210, 1 gives "21".
-    DecimalText(std::int64_t units, unsigned decimals);
+    DecimalText(std::int64_t units, unsigned decimals) {
+        const bool negative = units < 0;
+        std::uint64_t rest = negative ? std::uint64_t{0} - static_cast<std::uint64_t>(units)
+                                      : static_cast<std::uint64_t>(units);
+        if (decimals > 0) {
+            for (unsigned digit = 0; digit < decimals; ++digit) {
+                m_buffer[--m_begin] = static_cast<char>('0' + rest % 10);
+                rest /= 10;
+            }
+            while (m_end > m_begin && m_buffer[m_end - 1] == '0') {
+                --m_end;
+            }
+            if (m_end > m_begin) {
+                m_buffer[--m_begin] = '.';
+            } else {
+                m_begin = m_end = kSize;
+            }
+        }
+        do {
+            m_buffer[--m_begin] = static_cast<char>('0' + rest % 10);
+            rest /= 10;
+        } while (rest != 0);
+        if (negative) {
+            m_buffer[--m_begin] = '-';
+        }
+    }
 
-    std::string_view View() const { return {m_buffer.data() + m_begin, kSize - m_begin}; }
+    std::string_view View() const { return {m_buffer.data() + m_begin, m_end - m_begin}; }
     operator std::string_view() const { return View(); }
 
 private:
     static constexpr std::size_t kSize = 24; // 19 digits, sign, point
     std::array<char, kSize> m_buffer;
-    std::size_t m_begin;
+    std::size_t m_begin = kSize;
+    std::size_t m_end = kSize;
 };
 
 } // namespace Datapoint

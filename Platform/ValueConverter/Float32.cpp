@@ -39,7 +39,7 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
     float number = 0;
     const Status status = ReadFloat(text, number, reason);
     if (status == Status::Done) {
-        WriteRaw(kFormU32, std::bit_cast<std::uint32_t>(number), octets.data());
+        WriteRaw(kFormU32, std::bit_cast<std::uint32_t>(number), octets.Data());
     }
     return status;
 }

@@ -22,81 +22,82 @@ bool IsSize(unsigned bits) {
     return bits != 0 && (bits < 8 || bits % 8 == 0);
 }
 
-Status CheckSize(const Type* type, const KNXDPT& dpt, const KnxStack::GroupValue& groupValue, Reason reason) {
-    const unsigned bits = groupValue.GetDefinedSize();
-    const unsigned expected = type != nullptr ? type->layout->sizeInBits : dpt.sizeInBits;
-    const bool variable = type != nullptr && expected == 0;
-    const bool right =
-        variable ? bits % 8 == 0 : bits == expected || (type == nullptr && bits % 256 == expected);
-    if (!right || !IsSize(bits)) {
-        return Refuse(Status::Malformed, reason, "{} bits is not the size of the type", bits);
-    }
-    const std::size_t octets = groupValue.GetRawData().GetSize();
-    if (octets != (bits + 7) / 8) {
-        return Refuse(Status::Malformed, reason, "{} octets do not hold {} bits", octets, bits);
-    }
-    return Status::Done;
+// A layout of variable length takes any whole octets.
+bool Fits(const Layout& layout, unsigned bits) {
+    return bits == layout.sizeInBits || (layout.sizeInBits == 0 && bits % 8 == 0);
 }
 
-Status FindRule(const KNXDPT& dpt, const Type*& type, Reason reason) {
+Status RefuseType(Reason reason) {
+    return Refuse(Status::UnknownType, reason, "the datapoint type is not known");
+}
+Status RefuseRecordedSize(Reason reason) {
+    return Refuse(Status::UnknownType, reason, "a group value cannot have this size");
+}
+Status RefuseSize(unsigned bits, Reason reason) {
+    return Refuse(Status::Malformed, reason, "{} bits is not the size of the type", bits);
+}
+
+Status OctetsToValue(const KNXDPT& dpt, unsigned bits, std::span<const std::uint8_t> octets, TAVVALUE& value,
+                     Reason reason) {
     if (dpt.main == 0) {
-        return IsSize(dpt.sizeInBits)
-                   ? Status::Done
-                   : Refuse(Status::UnknownType, reason, "a group value cannot have this size");
+        if (!IsSize(dpt.sizeInBits)) {
+            return RefuseRecordedSize(reason);
+        }
+        return bits % 256 == dpt.sizeInBits ? DecodeBySize(bits, octets, value) : RefuseSize(bits, reason);
     }
-    type = Find({dpt.main, dpt.sub});
-    return type != nullptr ? Status::Done
-                           : Refuse(Status::UnknownType, reason, "the datapoint type is not known");
+    const Type* type = Find({dpt.main, dpt.sub});
+    if (type == nullptr) {
+        return RefuseType(reason);
+    }
+    return Fits(*type->layout, bits) ? type->layout->decode(*type, octets, value, reason)
+                                     : RefuseSize(bits, reason);
 }
 
 Status FromBus(const KNXDPT& dpt, const KnxStack::GroupValue& groupValue, TAVVALUE& value, Reason reason) {
-    const Type* type = nullptr;
-    Status status = FindRule(dpt, type, reason);
-    if (status == Status::Done) {
-        status = CheckSize(type, dpt, groupValue, reason);
-    }
-    if (status == Status::Done) {
-        const auto octets = groupValue.GetRawData().Bytes();
-        status = type != nullptr ? type->layout->decode(*type, octets, value, reason)
-                                 : DecodeBySize(groupValue.GetDefinedSize(), octets, value);
-    }
+    const unsigned bits = groupValue.GetDefinedSize();
+    const auto octets = groupValue.GetRawData().Bytes();
+    const Status status = octets.size() == (bits + 7) / 8 && !octets.empty()
+                              ? OctetsToValue(dpt, bits, octets, value, reason)
+                              : Refuse(Status::Malformed, reason, "{} octets do not hold a value of {} bits",
+                                       octets.size(), bits);
     return status == Status::Done ? status : Name(status, dpt, reason);
 }
 
-Status ToOctets(const KNXDPT& dpt, const TAVVALUE& value, Octets& octets, unsigned& sizeInBits,
-                Reason reason) {
-    const Type* type = nullptr;
-    const Status status = FindRule(dpt, type, reason);
-    if (status != Status::Done) {
-        return status;
-    }
-    if (value.IsNull()) {
-        return Refuse(Status::Malformed, reason, "null has no form on the bus");
-    }
+// `sizeInBits` 0: as many octets as there are.
+Status ValueToOctets(const KNXDPT& dpt, const TAVVALUE& value, Octets& octets, unsigned& sizeInBits,
+                     Reason reason) {
     std::string buffer;
     const std::string_view text = value.TextView(buffer);
-    if (type == nullptr) {
+    if (dpt.main == 0) {
+        if (!IsSize(dpt.sizeInBits)) {
+            return RefuseRecordedSize(reason);
+        }
         sizeInBits = dpt.sizeInBits < 8 ? dpt.sizeInBits : 0;
         return EncodeBySize(dpt.sizeInBits, Trim(text), octets, reason);
     }
+    const Type* type = Find({dpt.main, dpt.sub});
+    if (type == nullptr) {
+        return RefuseType(reason);
+    }
     const Layout& layout = *type->layout;
     sizeInBits = layout.sizeInBits;
-    octets.resize((sizeInBits + 7) / 8);
+    octets.Resize((sizeInBits + 7) / 8);
     return layout.encode(*type, layout.keepsBlanks ? text : Trim(text), octets, reason);
 }
 
 Status ToBus(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue, Reason reason) {
     Octets octets;
-    unsigned sizeInBits = 0; // 0: as many octets as there are
-    const Status status = ToOctets(dpt, value, octets, sizeInBits, reason);
+    unsigned sizeInBits = 0;
+    const Status status = value.IsNull() ? Refuse(Status::Malformed, reason, "null has no form on the bus")
+                                         : ValueToOctets(dpt, value, octets, sizeInBits, reason);
     if (status != Status::Done) {
         return Name(status, dpt, reason);
     }
     if (sizeInBits == 0) {
-        sizeInBits = static_cast<unsigned>(octets.size()) * 8;
+        sizeInBits = static_cast<unsigned>(octets.Size()) * 8;
     }
     groupValue = KnxStack::GroupValue(
-        KnxStack::BinaryData(std::span<const std::uint8_t>(octets.data(), octets.size())), sizeInBits);
+        KnxStack::BinaryData(std::span<const std::uint8_t>(octets.Data(), octets.Size())), sizeInBits);
     return status;
 }
 

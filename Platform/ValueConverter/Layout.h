@@ -3,10 +3,13 @@
 
 #include "ValueConverter/DatapointTypes.h"
 
-#include <boost/container/small_vector.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,8 +17,33 @@
 
 namespace Datapoint {
 
-/// Octets of one value in telegram order; no allocation up to the size of the longest type in use.
-using Octets = boost::container::small_vector<std::uint8_t, 96>;
+/// Octets of one value in telegram order. Fixed sizes stand in place and cost nothing to make; longer values
+/// of variable length take memory.
+class Octets {
+public:
+    Octets() {} // the octets in place get their values in Resize()
+    Octets(const Octets&) = delete;
+    Octets& operator=(const Octets&) = delete;
+
+    /// Makes it `size` octets of 0. May be called once.
+    void Resize(std::size_t size) {
+        m_size = size;
+        if (size > m_inPlace.size()) {
+            m_more = std::make_unique<std::uint8_t[]>(size);
+        } else {
+            std::fill_n(m_inPlace.begin(), size, std::uint8_t{0});
+        }
+    }
+
+    std::size_t Size() const { return m_size; }
+    std::uint8_t* Data() { return m_more ? m_more.get() : m_inPlace.data(); }
+    std::uint8_t& operator[](std::size_t at) { return Data()[at]; }
+
+private:
+    std::size_t m_size = 0;
+    std::unique_ptr<std::uint8_t[]> m_more;
+    std::array<std::uint8_t, 96> m_inPlace;
+};
 
 /// Where the words of a refusal go. Null when nobody asks: then none are composed.
 using Reason = std::string*;
@@ -26,8 +54,8 @@ struct Layout {
     using DecodeFunction = Status (*)(const Type& type, std::span<const std::uint8_t> octets, TAVVALUE& value,
                                       Reason reason);
 
-    /// Writes `octets`, which come in zeroed with the size of the layout (none for variable length). `text`
-    /// bears no blanks around it unless the layout keeps them.
+    /// Writes `octets`, which come in zeroed with the size of the layout, and empty, still to be resized, for
+    /// variable length. `text` bears no blanks around it unless the layout keeps them.
     using EncodeFunction = Status (*)(const Type& type, std::string_view text, Octets& octets, Reason reason);
 
     unsigned sizeInBits; ///< 1 to 7 or a multiple of 8; 0 = variable

@@ -33,7 +33,7 @@ Status Encode(const Type& type, std::string_view text, Octets& octets, Reason re
     if (!type.members.empty() && !IsMember(type.members, raw)) {
         return Refuse(Status::OutOfRange, reason, "{} is not one of {}", text, type.members);
     }
-    WriteRaw(Form, raw, octets.data());
+    WriteRaw(Form, raw, octets.Data());
     return Status::Done;
 }
 

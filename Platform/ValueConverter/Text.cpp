@@ -70,9 +70,9 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
             return Refuse(Status::OutOfRange, reason, "the character U+{:04X} is not one of U+0001..U+{:04X}",
                           static_cast<unsigned>(*character), static_cast<unsigned>(Highest));
         }
-        if (count == octets.size()) {
+        if (count == octets.Size()) {
             return Refuse(Status::OutOfRange, reason, "'{}' has more than {} character{}", Excerpt(whole),
-                          octets.size(), octets.size() == 1 ? "" : "s");
+                          octets.Size(), octets.Size() == 1 ? "" : "s");
         }
         octets[count++] = static_cast<std::uint8_t>(*character);
     }

@@ -43,7 +43,7 @@ TEST(Boolean, RefusesWrongSizes) {
     EXPECT_EQ(FromBus("1.001", {}, 1), kRefused);
     EXPECT_EQ(FromBus("1.001", {0x00, 0x01}, 1), kRefused);
     EXPECT_EQ(WhyNotFromBus("1.001", {0x01}, 8), "1.001: 8 bits is not the size of the type");
-    EXPECT_EQ(WhyNotFromBus("1.001", {}, 1), "1.001: 0 octets do not hold 1 bits");
+    EXPECT_EQ(WhyNotFromBus("1.001", {}, 1), "1.001: 0 octets do not hold a value of 1 bits");
 }
 
 TEST(Boolean, ConvertsAlikeForEverySubNumber) {
