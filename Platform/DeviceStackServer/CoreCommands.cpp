@@ -1,6 +1,5 @@
 #include "DeviceStackProtocol/Json.h"
 #include "DeviceStackServer/Core.h"
-#include "ProjectFile/DatapointType.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
@@ -122,7 +121,7 @@ void Core::AnswerProcessView(const Client& client, const Asker& asker) {
             .Number("id", point.id)
             .Text("urn", point.urn)
             .Text("name", point.name)
-            .Text("dpt", ProjectFile::DatapointTypeText(point.dpt))
+            .Text("dpt", point.dptText)
             .Text("unit", point.unit)
             .Text("description", point.description)
             .Text("access", ToText(point.access))
