@@ -48,12 +48,12 @@ Configuration ParseConfiguration(std::string_view text, const std::string& path)
 }
 
 Configuration LoadConfiguration(const std::string& path) {
+    if (std::filesystem::is_directory(path))
+        throw ConfigurationError(fmt::format("{}: is a directory, no configuration file", path));
     std::ifstream file(path, std::ios::binary);
+    if (!file.is_open())
+        throw ConfigurationError(fmt::format("{}: cannot be read: {}", path, std::strerror(errno)));
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad() || std::filesystem::is_directory(path))
-        throw ConfigurationError(
-            fmt::format("{}: cannot be read: {}", path,
-                        std::filesystem::is_directory(path) ? "it is a directory" : std::strerror(errno)));
     return ParseConfiguration(text, path);
 }
 

@@ -41,7 +41,9 @@ void ProgramLifecycle::OnReturned(StartupState state) {
 }
 
 void ProgramLifecycle::OnReport(StartupState state) {
-    if (m_state == State::Absent || state == StartupState::InProgress)
+    const bool ended =
+        m_state == State::Absent || m_state == State::Failed; // a failed program is not used again
+    if (ended || state == StartupState::InProgress)
         return;
     m_holds = false;
     if (state != StartupState::Running) {

@@ -1,0 +1,130 @@
+#include "KnxStackHost/BusRouter.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+namespace KnxStackHost {
+namespace {
+
+using KnxFrames::GroupAddress;
+using KnxFrames::GroupServiceKind;
+using KnxFrames::IndividualAddress;
+using KnxFrames::LData;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+constexpr IndividualAddress kOwn(1, 1, 250);
+constexpr IndividualAddress kTunnels[] = {IndividualAddress(1, 1, 251), IndividualAddress(1, 1, 252)};
+constexpr IndividualAddress kSensor(1, 1, 4);
+constexpr GroupAddress kAddress(1, 2, 3);
+
+class RecordingPorts final : public BusPorts {
+public:
+    void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
+        went.push_back(fmt::format("tunnels{}: {}", except ? fmt::format(" but {}", *except) : "",
+                                   KnxFrames::Describe(telegram)));
+    }
+    void ToInterface(const LData& telegram) override {
+        went.push_back(fmt::format("interface: {}", KnxFrames::Describe(telegram)));
+    }
+    void ToProgram(Callback callback) override {
+        went.push_back(fmt::format("program: {} {} {}", static_cast<int>(callback.kind), callback.object,
+                                   callback.value.GetRawData().ToString()));
+    }
+
+    std::vector<std::string> went;
+};
+
+KnxDevice::GroupObjectTable Table() {
+    std::vector<KnxDevice::GroupObjectDefinition> definitions(3);
+    for (std::uint16_t i = 0; i < 3; ++i) {
+        definitions[i].number = static_cast<std::uint16_t>(i + 1);
+        definitions[i].sizeInBits = i == 2 ? 8 : 1;
+        definitions[i].flags.bits = 0x1F;
+        definitions[i].groupAddresses = {i == 2 ? GroupAddress(1, 2, 4) : kAddress};
+    }
+    return KnxDevice::GroupObjectTable(definitions);
+}
+
+LData Telegram(IndividualAddress source, const KnxFrames::Tpdu& tpdu, GroupAddress destination = kAddress) {
+    auto telegram = KnxFrames::MakeGroupTelegram(source, destination, tpdu);
+    telegram.code = KnxFrames::MessageCode::LDataInd;
+    return telegram;
+}
+
+LData WriteOne(IndividualAddress source) {
+    return Telegram(source, KnxFrames::MakeGroupShortValue(GroupServiceKind::Write, 1));
+}
+
+LData ToDevice(IndividualAddress source, IndividualAddress destination) {
+    auto telegram = Telegram(source, {0x80}); // T_Connect
+    telegram.control2 = 0x60;
+    telegram.destination = destination.raw;
+    return telegram;
+}
+
+class Router : public testing::Test {
+protected:
+    KnxDevice::GroupObjects m_objects{Table()};
+    RecordingPorts m_ports;
+    BusRouter m_router{kOwn, kTunnels, m_objects, m_ports};
+};
+
+TEST_F(Router, FromATunnelToDeviceOtherTunnelsAndInterface) {
+    m_router.FromTunnel(1, WriteOne(kTunnels[1]));
+    EXPECT_THAT(m_ports.went, ElementsAre("program: 128 1 01", "program: 128 2 01",
+                                          "tunnels but 1: 1.1.252 -> 1/2/3 GroupValue_Write 01",
+                                          "interface: 1.1.252 -> 1/2/3 GroupValue_Write 01"));
+}
+
+TEST_F(Router, FromTheInterfaceToDeviceAndAllTunnels) {
+    m_router.FromInterface(WriteOne(kSensor));
+    EXPECT_THAT(m_ports.went, ElementsAre("program: 128 1 01", "program: 128 2 01",
+                                          "tunnels: 1.1.4 -> 1/2/3 GroupValue_Write 01"));
+}
+
+TEST_F(Router, FromTheDeviceToItsOtherObjectsTunnelsAndInterface) {
+    m_router.FromDevice(WriteOne({}), 1);
+    EXPECT_THAT(m_ports.went,
+                ElementsAre("program: 128 2 01", "tunnels: 1.1.250 -> 1/2/3 GroupValue_Write 01",
+                            "interface: 1.1.250 -> 1/2/3 GroupValue_Write 01"));
+}
+
+TEST_F(Router, AnEchoOfOurOwnTelegramGoesNowhere) {
+    m_router.FromInterface(WriteOne(kOwn));
+    m_router.FromInterface(WriteOne(kTunnels[0]));
+    EXPECT_THAT(m_ports.went, IsEmpty());
+}
+
+TEST_F(Router, ReadsAndResponsesKeepTheirService) {
+    m_router.FromInterface(Telegram(kSensor, KnxFrames::MakeGroupRead(), GroupAddress(1, 2, 4)));
+    const std::uint8_t value[] = {0x42};
+    m_router.FromInterface(Telegram(
+        kSensor, *KnxFrames::MakeGroupLongValue(GroupServiceKind::Response, value), GroupAddress(1, 2, 4)));
+    EXPECT_EQ("program: 0 3 ", m_ports.went.at(0));
+    EXPECT_EQ("program: 64 3 42", m_ports.went.at(2));
+}
+
+TEST_F(Router, WhatTheDeviceCannotUseIsPassedOnAllTheSame) {
+    const std::uint8_t value[] = {1, 2};
+    m_router.FromTunnel(0, Telegram(kSensor, *KnxFrames::MakeGroupLongValue(GroupServiceKind::Write, value)));
+    m_router.FromTunnel(0, Telegram(kSensor, {0x03, 0xD5}));
+    m_router.FromTunnel(0, Telegram(kSensor, KnxFrames::MakeGroupRead(), GroupAddress(31, 7, 255)));
+    EXPECT_EQ(6u, m_ports.went.size()) << "each to the tunnels and to the interface, none to the program";
+}
+
+TEST_F(Router, ATelegramToAnAddressOfThisHostStaysInside) {
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kTunnels[1]));
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kOwn));
+    EXPECT_EQ(2u, m_ports.went.size());
+    for (const auto& each : m_ports.went)
+        EXPECT_EQ("tunnels but 0", each.substr(0, 13));
+    m_ports.went.clear();
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kSensor));
+    EXPECT_EQ(2u, m_ports.went.size());
+    EXPECT_EQ("interface", m_ports.went.at(1).substr(0, 9));
+}
+
+} // namespace
+} // namespace KnxStackHost

@@ -1,0 +1,184 @@
+#include "KnxStackHost/Configuration.h"
+
+#include <gmock/gmock.h>
+
+namespace KnxStackHost {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string kFile = "/etc/knx/knxstackd.json";
+
+/// A valid configuration in which one text was replaced by another.
+std::string Changed(const std::string& part, const std::string& by) {
+    std::string text = R"({
+  "device": {"individualAddress": "1.1.250", "name": "house"},
+  "server": {"address": "127.0.0.1", "port": 3672, "tunnels": ["1.1.251", "1.1.252"]},
+  "groupObjects": [
+    {"number": 7, "name": "light", "dpt": "1.001", "flags": "CRWTU", "priority": "urgent", "addresses": ["1/2/3", "1/2/4"]},
+    {"number": 2, "size": 24, "flags": "CW", "addresses": []}, // no type
+  ],
+  "applicationProgram": {"library": "lib/libprogram.so", "settings": {"DscInstanceId": "KNX"}}
+})";
+    const auto found = text.find(part);
+    EXPECT_NE(std::string::npos, found) << part;
+    return text.replace(found, part.size(), by);
+}
+
+std::string RefusalOf(const std::string& text) {
+    try {
+        ParseConfiguration(text, kFile);
+    } catch (const ConfigurationError& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+TEST(Configuration, ReadsEveryMember) {
+    const auto configuration = ParseConfiguration(
+        Changed("\"port\": 3672",
+                R"("port": 3672, "multicastGroup": "224.0.23.12", "multicastInterface": "10.0.0.1")")
+            .replace(
+                0, 1,
+                R"({ "interface": {"host": "gateway", "port": 3700, "nat": true, "localAddress": "10.0.0.1"},
+                "deviceStackSocket": "run/ds.sock", "project": "house.json",
+                "log": {"level": "debug", "file": "/var/log/knx.log"},)"),
+        kFile);
+    EXPECT_EQ("/etc/knx", configuration.directory);
+    EXPECT_EQ(KnxFrames::IndividualAddress(1, 1, 250), configuration.individualAddress);
+    EXPECT_EQ("house", configuration.deviceName);
+    EXPECT_TRUE(configuration.server.enabled);
+    EXPECT_EQ("127.0.0.1", configuration.server.address);
+    EXPECT_EQ(3672, configuration.server.port);
+    EXPECT_THAT(configuration.server.tunnels, ElementsAre(KnxFrames::IndividualAddress(1, 1, 251),
+                                                          KnxFrames::IndividualAddress(1, 1, 252)));
+    EXPECT_EQ("224.0.23.12", configuration.server.multicastGroup);
+    EXPECT_EQ("10.0.0.1", configuration.server.multicastInterface);
+    ASSERT_TRUE(configuration.interface);
+    EXPECT_EQ("gateway", configuration.interface->host);
+    EXPECT_EQ(3700, configuration.interface->port);
+    EXPECT_TRUE(configuration.interface->nat);
+    EXPECT_EQ("10.0.0.1", configuration.interface->localAddress);
+    EXPECT_EQ("/etc/knx/run/ds.sock", configuration.deviceStackSocket);
+    EXPECT_EQ("/etc/knx/house.json", configuration.project);
+    EXPECT_EQ("debug", configuration.log.level);
+    EXPECT_EQ("/var/log/knx.log", configuration.log.file);
+    EXPECT_EQ("/etc/knx/lib/libprogram.so", configuration.program.library);
+    EXPECT_THAT(configuration.program.settings, ElementsAre(std::pair("DscInstanceId", "KNX")));
+}
+
+TEST(Configuration, ReadsGroupObjects) {
+    const auto configuration = ParseConfiguration(Changed("house", "house"), kFile);
+    ASSERT_EQ(2u, configuration.groupObjects.size());
+    const auto& light = configuration.groupObjects[0];
+    EXPECT_EQ("light", light.name);
+    EXPECT_EQ((Datapoint::Number{1, 1}), light.dpt);
+    EXPECT_EQ(7, light.definition.number);
+    EXPECT_EQ(1u, light.definition.sizeInBits);
+    EXPECT_EQ(0x1F, light.definition.flags.bits);
+    EXPECT_EQ(KnxFrames::Priority::Urgent, light.definition.priority);
+    EXPECT_THAT(light.definition.groupAddresses,
+                ElementsAre(KnxFrames::GroupAddress(1, 2, 3), KnxFrames::GroupAddress(1, 2, 4)));
+    const auto& bytes = configuration.groupObjects[1];
+    EXPECT_FALSE(bytes.dpt);
+    EXPECT_EQ(24u, bytes.definition.sizeInBits);
+    EXPECT_EQ(KnxFrames::Priority::Low, bytes.definition.priority);
+    EXPECT_EQ(2u, configuration.MakeTable().Count());
+}
+
+TEST(Configuration, LeavesABareLibraryNameToTheLoader) {
+    EXPECT_EQ("libprogram.so",
+              ParseConfiguration(Changed("lib/libprogram.so", "libprogram.so"), kFile).program.library);
+}
+
+TEST(Configuration, HasDefaults) {
+    const auto configuration = ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"},
+        "server": {"tunnels": ["1.1.2"]}, "applicationProgram": {"library": "libp.so"}})",
+                                                  kFile);
+    EXPECT_EQ("knxstackd", configuration.deviceName);
+    EXPECT_EQ("0.0.0.0", configuration.server.address);
+    EXPECT_EQ(3671, configuration.server.port);
+    EXPECT_EQ("", configuration.server.multicastGroup);
+    EXPECT_FALSE(configuration.interface);
+    EXPECT_TRUE(configuration.groupObjects.empty());
+    EXPECT_EQ("info", configuration.log.level);
+}
+
+struct FaultCase {
+    const char* part;
+    const char* by;
+    const char* message; ///< behind the file name
+};
+
+TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
+    const FaultCase cases[] = {
+        {"\"device\": {", "\"devise\": {", "/devise: unknown member \"devise\"; did you mean \"device\"?"},
+        {"\"1.1.250\"", "\"1.1.300\"", "/device/individualAddress: \"1.1.300\" is no individual address: "},
+        {"\"1.1.250\"", "\"0.0.0\"", "/device/individualAddress: 0.0.0 stands for no address"},
+        {"\"1.1.250\"", "11250", "/device/individualAddress: must be an individual address"},
+        {"\"1.1.252\"", "\"1.1.250\"",
+         "/server/tunnels/1: 1.1.250 is taken by /device/individualAddress already"},
+        {"\"1.1.252\"", "\"1.1.251\"", "/server/tunnels/1: 1.1.251 is taken by /server/tunnels/0 already"},
+        {"\"name\": \"house\"", "\"name\": \"\"", "/device/name: must have 1 to 30 bytes"},
+        {"[\"1.1.251\", \"1.1.252\"]", "[]",
+         "/server/tunnels: the server needs at least one individual address"},
+        {"127.0.0.1", "localhost", "/server/address: \"localhost\" is no IPv4 address"},
+        {"3672", "70000", "/server/port: must be a whole number from 0 to 65535, not 70000"},
+        {"3672", "3672, \"enabled\": false",
+         "/server/enabled: without a server there must be an \"interface\""},
+        {"3672", "3672, \"multicastGroup\": \"10.0.0.1\"",
+         "/server/multicastGroup: 10.0.0.1 is no multicast group"},
+        {"3672", "3672, \"multicastInterface\": \"10.0.0.1\"",
+         "/server/multicastInterface: says where to join"},
+        {"\"number\": 7", "\"number\": 0",
+         "/groupObjects/0/number: must be a whole number from 1 to 65534, not 0"},
+        {"\"number\": 7, ", "", "/groupObjects/0: \"number\" is missing"},
+        {"\"number\": 2", "\"number\": 7", "/groupObjects/1/number: 7 is taken by /groupObjects/0 already"},
+        {"\"1.001\"", "\"1.001\", \"size\": 8", "/groupObjects/0/size: 8 bits, but a value of 1.001 has 1"},
+        {"\"1.001\"", "\"999.001\"", "/groupObjects/0/dpt: \"999.001\" is no known datapoint type"},
+        {"\"dpt\": \"1.001\", ", "", "/groupObjects/0: \"dpt\" or \"size\" is missing"},
+        {"\"size\": 24", "\"size\": 25", "/groupObjects/1/size: must be 1 to 7 bits or a multiple of 8"},
+        {"\"CW\"", "\"CX\"", "/groupObjects/1/flags: \"CX\" must consist of the letters C, R, W, T and U"},
+        {"\"CW\"", "\"CC\"", "/groupObjects/1/flags: \"CC\" must consist of the letters"},
+        {"\"flags\": \"CW\", ", "", "/groupObjects/1: \"flags\" is missing"},
+        {"\"urgent\"", "\"high\"",
+         "/groupObjects/0/priority: must be \"system\", \"normal\", \"urgent\" or \"low\""},
+        {"\"1/2/4\"", "\"1/2/400\"", "/groupObjects/0/addresses/1: \"1/2/400\" is no group address: "},
+        {"\"1/2/4\"", "\"0/0/0\"", "/groupObjects/0/addresses/1: 0/0/0 is the broadcast address"},
+        {"\"1/2/4\"", "\"1/2/3\"", "/groupObjects/0/addresses/1: 1/2/3 is listed already"},
+        {"\"1/2/4\"", "124", "/groupObjects/0/addresses/1: must be a group address"},
+        {"\"lib/libprogram.so\"", "\"\"", "/applicationProgram/library: must be the path or name"},
+        {"\"library\": \"lib/libprogram.so\", ", "", "/applicationProgram: \"library\" is missing"},
+        {"\"KNX\"", "7", "/applicationProgram/settings/DscInstanceId: must be a text"},
+        {"\"KNX\"}}", "\"KNX\"}}, \"log\": {\"level\": \"loud\"}", "/log/level: must be \"trace\""},
+        {"\"KNX\"}}", "\"KNX\"}}, \"interface\": {}", "/interface: \"host\" is missing"},
+        {"\"KNX\"}}", "\"KNX\"}}, \"interface\": {\"host\": \"a\", \"port\": 0}", "/interface/port: must be"},
+    };
+    for (const auto& c : cases)
+        EXPECT_THAT(RefusalOf(Changed(c.part, c.by)), StartsWith(kFile + ": " + c.message));
+}
+
+TEST(Configuration, CountsFurtherFaults) {
+    EXPECT_THAT(RefusalOf("{}"), HasSubstr("\"device\" is missing (and 2 more)"));
+}
+
+TEST(Configuration, NamesLineAndColumnOfASyntaxError) {
+    EXPECT_THAT(RefusalOf("{\n\n  \"device\" 1}"), StartsWith(kFile + ": 3:"));
+}
+
+TEST(Configuration, RefusesAMemberThatStandsTwice) {
+    EXPECT_THAT(RefusalOf(R"({"log": {}, "log": {}})"), StartsWith(kFile + ": 1:"));
+}
+
+TEST(Configuration, RefusesATextThatIsNoObject) {
+    EXPECT_THAT(RefusalOf("[]"), HasSubstr("must be an object"));
+}
+
+TEST(Configuration, RefusesADirectory) {
+    EXPECT_THROW(LoadConfiguration("/"), ConfigurationError);
+}
+
+} // namespace
+} // namespace KnxStackHost
