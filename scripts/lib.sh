@@ -1,0 +1,95 @@
+# What the scripts share; sourced by them with "set -euo pipefail" in force.
+# shellcheck shell=bash
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf '== %s\n' "$*"; }
+
+# fail <message> [<what to do>]
+fail() {
+    printf 'error: %s\n' "$1" >&2
+    [ $# -lt 2 ] || printf '       %s\n' "$2" >&2
+    exit 1
+}
+
+is_installed() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
+
+is_available() { [ -n "$(apt-cache show --no-all-versions "$1" 2>/dev/null)" ]; }
+
+# packages_of <set>...: lines of scripts/packages in these sets, without the set.
+packages_of() {
+    local line
+    while read -r line; do
+        case " $* " in *" ${line%%[[:space:]]*} "*) echo "${line#*[[:space:]]}" ;; esac
+    done < <(grep -v '^#' "$root/scripts/packages")
+}
+
+# missing_lines <set>...: the lines of which no package is installed.
+missing_lines() {
+    local line package
+    packages_of "$@" | while read -r line; do
+        for package in $line; do
+            is_installed "$package" && continue 2
+        done
+        echo "$line"
+    done
+}
+
+# as_root <command>...: directly, or through sudo.
+as_root() {
+    if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# install_packages <set>...: installs what is missing. Services that come with a package are neither started now nor
+# at the next start of the system.
+install_packages() {
+    local missing line package names=() policy=/usr/sbin/policy-rc.d status=0
+    command -v dpkg-query >/dev/null ||
+        fail "this system has no dpkg" "install by hand what scripts/packages lists, then use --no-install"
+    missing=$(missing_lines "$@")
+    [ -n "$missing" ] || return 0
+    if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
+        fail "packages are missing and there is no sudo" \
+            "as root: apt-get install $(echo "$missing" | awk '{printf "%s ", $1}')"
+    fi
+    say "Reading the package lists"
+    as_root apt-get -qq update || fail "apt-get update failed" "is the network there?"
+    while read -r line; do
+        for package in $line; do
+            if is_available "$package"; then
+                names+=("$package")
+                continue 2
+            fi
+        done
+        fail "no package of: $line" "this needs Debian 12 or newer"
+    done <<<"$missing"
+    say "Installing ${names[*]}"
+    if [ ! -e "$policy" ]; then
+        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+        as_root chmod 755 "$policy"
+    else
+        policy=
+    fi
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${names[@]}" \
+        >/dev/null || status=$?
+    [ -z "$policy" ] || as_root rm -f "$policy"
+    [ "$status" = 0 ] || fail "apt-get install failed" "run it by hand: apt-get install ${names[*]}"
+    case " ${names[*]} " in *" knxd "*)
+        if command -v systemctl >/dev/null; then
+            as_root systemctl disable knxd.service knxd.socket >/dev/null 2>&1 || true
+        fi
+        ;;
+    esac
+}
+
+# configure <preset> [<cmake argument>...]: quiet unless it fails.
+configure() {
+    local preset=$1 log
+    shift
+    mkdir -p "$root/build"
+    log=$root/build/configure-$preset.log
+    (cd "$root" && cmake --preset "$preset" "$@") >"$log" 2>&1 || {
+        tail -n 40 "$log" >&2
+        fail "the build cannot be configured" "the whole output is in $log"
+    }
+}
