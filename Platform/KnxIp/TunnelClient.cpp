@@ -1,5 +1,6 @@
 #include "KnxIp/TunnelClient.h"
 
+#include "KnxIp/BackOff.h"
 #include "KnxIp/SendQueue.h"
 #include "KnxIp/TunnelLink.h"
 
@@ -25,31 +26,11 @@ bool Confirms(const LData& confirmation, const LData& sent) {
 
 } // namespace
 
-const char* ToString(LinkFailure failure) {
-    switch (failure) {
-    case LinkFailure::ConnectTimeout: return "no answer to the connect request";
-    case LinkFailure::ConnectRefused: return "the server refused to connect";
-    case LinkFailure::ServerClosed: return "the server closed the connection";
-    case LinkFailure::NoAck: return "a telegram was not acknowledged";
-    case LinkFailure::Heartbeat: return "no answer to the heartbeat";
-    case LinkFailure::Forgotten: break;
-    }
-    return "the server does not know the connection any more";
-}
-
-const char* ToString(SendFailure failure) {
-    switch (failure) {
-    case SendFailure::NoAck: return "not acknowledged by the interface";
-    case SendFailure::NoConfirmation: return "not confirmed by the interface within 3 s";
-    case SendFailure::NegativeConfirm: break;
-    }
-    return "not acknowledged on the bus";
-}
-
 class TunnelClient::Implementation {
 public:
     Implementation(TunnelClientConfig config, TunnelClientListener& listener)
-        : m_config(std::move(config)), m_listener(listener), m_queue(m_config.queueLimit) {
+        : m_config(std::move(config)), m_listener(listener), m_queue(m_config.queueLimit),
+          m_backOff(kFirstRetry, kLongestRetry, m_config.jitter) {
         if (!m_config.server.IsSpecified())
             throw std::invalid_argument("address or port of the KNXnet/IP server is missing");
         if (m_config.queueLimit == 0)
@@ -59,7 +40,7 @@ public:
     void Start(TimePoint now) {
         if (m_state != State::Stopped)
             return;
-        m_failures = 0;
+        m_backOff.Reset();
         Connect(now);
     }
 
@@ -179,29 +160,19 @@ private:
     }
 
     void ConnectFailed(TimePoint now, LinkFailure failure, Status status) {
-        const milliseconds delay = NextDelay();
+        const milliseconds delay = m_backOff.Next();
         m_state = State::Waiting;
         m_deadline = now + delay;
         m_listener.OnConnectFailed(failure, status, delay);
-    }
-
-    /// 1 s, 2 s, 4 s ... kLongestRetry, and up to a quarter more.
-    milliseconds NextDelay() {
-        const unsigned doublings = std::min(m_failures++, 16U);
-        const milliseconds base =
-            std::min<milliseconds>(milliseconds(kFirstRetry) * (1U << doublings), kLongestRetry);
-        const double jitter = m_config.jitter ? std::clamp(m_config.jitter(), 0.0, 1.0) : 0.0;
-        return base +
-               milliseconds(static_cast<milliseconds::rep>(static_cast<double>(base.count()) / 4 * jitter));
     }
 
     /// `silent`: the server has said nothing at all that could mean that it took the telegram under way.
     void ConnectionLost(TimePoint now, LinkFailure failure, bool silent) {
         milliseconds delay{0};
         if (now - m_connectedAt >= kStableTime)
-            m_failures = 0;
+            m_backOff.Reset();
         else
-            delay = NextDelay();
+            delay = m_backOff.Next();
         m_state = State::Waiting;
         m_deadline = now + delay;
         GiveUpCurrent(silent);
@@ -371,17 +342,12 @@ private:
     }
 
     /// What only clients send has no business here.
-    void OnForeign(const Endpoint& from) {
+    template <class T>
+    void On(TimePoint, const Endpoint& from, const T&) {
         m_listener.OnRefusedDatagram(
             from, FrameError::Unsupported(
                       "a request of a client, or an answer to a search, was sent to a client", 2));
     }
-    void On(TimePoint, const Endpoint& from, const SearchRequest&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const SearchResponse&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const DescriptionRequest&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const DescriptionResponse&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const ConnectRequest&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const ConnectionStateRequest&) { OnForeign(from); }
 
     void SendTo(const Endpoint& to, const Datagram& datagram) { m_listener.SendDatagram(to, datagram); }
 
@@ -392,9 +358,9 @@ private:
     TunnelClientCounters m_counters;
 
     State m_state = State::Stopped;
-    TimePoint m_deadline{};  // of the state Waiting or Connecting
-    unsigned m_failures = 0; // in a row; a connection that did not live long is one
-    Hpai m_ownHpai;          // as told to the server
+    TimePoint m_deadline{}; // of the state Waiting or Connecting
+    BackOff m_backOff;
+    Hpai m_ownHpai; // as told to the server
 
     // While connected:
     Endpoint m_data; // of the server

@@ -59,14 +59,8 @@ void CheckConfig(const TunnelServerConfig& config) {
 
 } // namespace
 
-const char* ToString(TunnelEnd end) {
-    switch (end) {
-    case TunnelEnd::Client: return "closed by the client";
-    case TunnelEnd::Heartbeat: return "nothing heard of the client for 120 s";
-    case TunnelEnd::NoAck: return "a telegram was not acknowledged";
-    case TunnelEnd::Server: break;
-    }
-    return "closed by the server";
+std::vector<ServiceFamily> CoreAndTunnelling() {
+    return {{ServiceFamily::kCore, 1}, {ServiceFamily::kTunnelling, 1}};
 }
 
 class TunnelServer::Implementation {
@@ -234,14 +228,11 @@ private:
     }
 
     /// What only servers send has no business here.
-    void OnForeign(const Endpoint& from) {
+    template <class T>
+    void On(TimePoint, const Endpoint& from, const T&) {
         m_listener.OnRefusedDatagram(
             from, FrameError::Unsupported("an answer of a server was sent to a server", 2));
     }
-    void On(TimePoint, const Endpoint& from, const SearchResponse&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const DescriptionResponse&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const ConnectResponse&) { OnForeign(from); }
-    void On(TimePoint, const Endpoint& from, const ConnectionStateResponse&) { OnForeign(from); }
 
     /// Whether the request can be served, and by which tunnel.
     Status Admit(const ConnectRequest& request, Tunnel*& free) {

@@ -15,11 +15,14 @@ namespace KnxIp {
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
+/// What a TunnelServer offers by itself: the families core and tunnelling, version 1.
+std::vector<ServiceFamily> CoreAndTunnelling();
+
 /// What a TunnelServer is and offers; constant while it exists.
 struct TunnelServerConfig {
     /// Answers to searches and descriptions. `device.address` is the server's own individual address.
     DeviceInformation device;
-    std::vector<ServiceFamily> families = {{ServiceFamily::kCore, 1}, {ServiceFamily::kTunnelling, 1}};
+    std::vector<ServiceFamily> families = CoreAndTunnelling();
 
     /// Where clients reach the server, for control and data alike. Used when the listener knows no better
     /// (TunnelServerListener::LocalEndpointTowards). Unspecified: clients are told to answer to where our

@@ -4,8 +4,9 @@
 #include "KnxIp/Endpoint.h"
 #include "KnxIp/Frames.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -25,7 +26,7 @@ public:
 
     void In(TimePoint now, const Endpoint& from, Octets datagram) { Datagram(now, '<', from, datagram); }
     void Out(TimePoint now, const Endpoint& to, Octets datagram) { Datagram(now, '>', to, datagram); }
-    void Event(TimePoint now, const std::string& text) { Line(now, "! " + text); }
+    void Event(TimePoint now, const std::string& text) { Line(now, fmt::format("! {}", text)); }
 
     /// The lines since the last call.
     std::string Take() { return std::exchange(m_text, "\n"); }
@@ -37,19 +38,14 @@ private:
         for (std::size_t index = 0; index < octets.size(); ++index) {
             if (index == 0 || index == 6)
                 text += ' '; // around the header
-            char digits[3];
-            std::snprintf(digits, sizeof digits, "%02x", octets[index]);
-            text += digits;
+            text += fmt::format("{:02x}", octets[index]);
         }
         Line(now, text);
     }
 
     void Line(TimePoint now, const std::string& text) {
         const auto time = std::chrono::duration_cast<milliseconds>(now.time_since_epoch()).count();
-        char stamp[32];
-        std::snprintf(stamp, sizeof stamp, "%lld.%03lld ", static_cast<long long>(time / 1000),
-                      static_cast<long long>(time % 1000));
-        m_text += stamp + text + '\n';
+        m_text += fmt::format("{}.{:03} {}\n", time / 1000, time % 1000, text);
     }
 
     std::string NameOf(const Endpoint& endpoint) const {
