@@ -162,6 +162,7 @@ void DscKnxAppPrg::DoFinalStartupState(StartupState state) {
                                   << static_cast<std::uint32_t>(state));
     if (state != StartupState::Running)
         return;
+    boost::this_thread::interruption_point(); // the hub may have taken longer than the stop of this start
 
     LOG4CPLUS_DEBUG(m_logger, "DoFinalStartupState: start up state is " << (m_startUpFlag ? 1 : 0));
     if (m_callerEntryPoint != CallerEntryPoint::DeviceRestart && !m_startUpFlag) {
@@ -176,8 +177,13 @@ void DscKnxAppPrg::DoFinalStartupState(StartupState state) {
     WriteState();
 }
 
+bool DscKnxAppPrg::IsConnected() const {
+    const std::lock_guard lock(m_clientMutex);
+    return m_client != nullptr;
+}
+
 bool DscKnxAppPrg::WriteState() {
-    if (!m_client) {
+    if (!IsConnected()) {
         LOG4CPLUS_ERROR(m_logger, "WriteState(): client not connected.");
         return false;
     }
@@ -201,7 +207,7 @@ bool DscKnxAppPrg::RequestValue(TAVOBJECTID id, std::string& error) {
 }
 
 bool DscKnxAppPrg::IsCommunicationEnabled(std::uint32_t id, KnxHandler::OpMode mode) {
-    if (!m_client) {
+    if (!IsConnected()) {
         LOG4CPLUS_ERROR(m_logger, "IsCommunicationEnabled(): client not connected.");
         return false;
     }

@@ -170,6 +170,7 @@ public:
         using IdUrnMap = boost::bimap<boost::bimaps::unordered_set_of<std::uint32_t>,
                                       boost::bimaps::unordered_set_of<std::string>>;
 
+        void SetIdentification();
         std::uint16_t AskCOFromID(std::uint32_t id, const std::string& urn, KNXDPT& dpt, OpMode mode) const;
         void RememberCoOfId(std::uint32_t id, std::uint16_t co, OpMode mode);
         std::shared_ptr<const std::string> UrnPrefix() const;
@@ -180,15 +181,16 @@ public:
         void RememberState(std::uint32_t id, TriState IdMapEntry::*field, bool state,
                            std::uint64_t generation);
         bool IsReadInternal(std::uint32_t id);
-        bool SendToTimeCos(const std::string& value);
+        bool SendToTimeCos(KnxStack::IGroupValueService& service, const std::string& value);
 
         DscKnxAppPrg& m_appPrg;
         log4cplus::Logger m_logger;
         ValueConverter m_valueConverter;
 
-        // Set by Init on the host's thread before telegrams can come; not owned.
-        KnxStack::IGroupValueService* m_groupValueService = nullptr;
-        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr;
+        // Set by Init; not owned. The device stack may call back as soon as the program has registered there,
+        // which is before Init.
+        std::atomic<KnxStack::IGroupValueService*> m_groupValueService = nullptr;
+        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr; // read by the init thread
 
         std::atomic<bool> useUrns = false;
         mutable std::mutex m_urnPrefixMutex; // a leaf
@@ -222,6 +224,8 @@ private:
     static void RestartDevice(std::unique_ptr<Vesk::IDeviceStackClient>& client);
     static void SetNtpState(std::unique_ptr<Vesk::IDeviceStackClient>& client, bool enable);
     void SetNullValue(TAVOBJECTID id);
+    /// Takes the client mutex: a start-up thread that comes late must not look at a client that is going.
+    bool IsConnected() const;
 
     // Device configuration.
     struct DeviceType {

@@ -19,10 +19,11 @@ DscKnxAppPrg::KnxHandler::KnxHandler(DscKnxAppPrg& appPrg)
 bool DscKnxAppPrg::KnxHandler::Init(KnxStack::IApiHub& hub, CallerEntryPoint entryPoint) {
     LOG4CPLUS_DEBUG(m_logger, "Init(): starting...");
     if (entryPoint == CallerEntryPoint::Init) {
-        m_groupValueService = hub.GetGroupValueService();
+        KnxStack::IGroupValueService* const service = hub.GetGroupValueService();
+        m_groupValueService = service;
         m_appPrgMemory = hub.GetApplicationProgramMemory();
-        if (m_groupValueService != nullptr)
-            m_groupValueService->RegisterGroupValueUser(this);
+        if (service != nullptr)
+            service->RegisterGroupValueUser(this);
     }
     LOG4CPLUS_DEBUG(m_logger, "Init(): end");
     return true;
@@ -30,6 +31,12 @@ bool DscKnxAppPrg::KnxHandler::Init(KnxStack::IApiHub& hub, CallerEntryPoint ent
 
 void DscKnxAppPrg::KnxHandler::InitFromDynamicHandlers() {
     ClearCoAndIdMap();
+    SetIdentification();
+    // Again: what a telegram asked for meanwhile was answered by the former identification.
+    ClearCoAndIdMap();
+}
+
+void DscKnxAppPrg::KnxHandler::SetIdentification() {
     useUrns = m_appPrg.m_handlers.Ask([](const auto& handlers) { return handlers.GetUseUrns(); });
     LOG4CPLUS_INFO(m_logger, "Checking whether to use URNs instead of IDs: " << (useUrns ? "true" : "false"));
     if (!useUrns)
@@ -49,14 +56,15 @@ void DscKnxAppPrg::KnxHandler::InitFromDynamicHandlers() {
 }
 
 bool DscKnxAppPrg::KnxHandler::FillCoDescriptorData(Vesk::KnxAppPrg::CoDescriptorDataMap& descriptors) const {
-    if (m_groupValueService == nullptr) {
+    KnxStack::IGroupValueService* const service = m_groupValueService;
+    if (service == nullptr) {
         LOG4CPLUS_ERROR(m_logger, "Group value service is NULL.");
         return false;
     }
     for (std::uint16_t co = 1;; ++co) {
         if (co == kNoCo)
             return true; // every number is taken
-        const KnxStack::IGroupObject& object = m_groupValueService->GetGroupObject(co);
+        const KnxStack::IGroupObject& object = service->GetGroupObject(co);
         if (!object.Exists(kApplicationProgram))
             break;
         if (object.IsCommunicationEnabled())
@@ -86,8 +94,8 @@ std::uint32_t DscKnxAppPrg::KnxHandler::GetPropertyByIndex(unsigned index, unsig
 
 bool DscKnxAppPrg::KnxHandler::Exit() {
     LOG4CPLUS_DEBUG(m_logger, "Exit(): starting...");
-    if (m_groupValueService != nullptr)
-        m_groupValueService->RegisterGroupValueUser(nullptr);
+    if (KnxStack::IGroupValueService* const service = m_groupValueService)
+        service->RegisterGroupValueUser(nullptr);
     LOG4CPLUS_DEBUG(m_logger, "Exit(): end");
     return true;
 }

@@ -74,9 +74,10 @@ std::string DscKnxAppPrg::KnxHandler::GetValueFromGroupValue(KNXDPT& dpt,
 }
 
 std::uint8_t DscKnxAppPrg::KnxHandler::GetValueSizeFromCO(std::uint16_t co) const {
-    if (m_groupValueService == nullptr)
+    KnxStack::IGroupValueService* const service = m_groupValueService;
+    if (service == nullptr)
         return 0;
-    const KnxStack::IGroupObject& object = m_groupValueService->GetGroupObject(co);
+    const KnxStack::IGroupObject& object = service->GetGroupObject(co);
     if (!object.Exists(kApplicationProgram))
         return 0;
     const std::uint8_t code = object.GetSizeCode();
@@ -85,9 +86,10 @@ std::uint8_t DscKnxAppPrg::KnxHandler::GetValueSizeFromCO(std::uint16_t co) cons
 }
 
 Vesk::KnxAppPrg::CoDescriptorData DscKnxAppPrg::KnxHandler::GetCoDescriptorData(std::uint16_t co) const {
-    if (m_groupValueService == nullptr)
+    KnxStack::IGroupValueService* const service = m_groupValueService;
+    if (service == nullptr)
         return {};
-    const KnxStack::IGroupObject& object = m_groupValueService->GetGroupObject(co);
+    const KnxStack::IGroupObject& object = service->GetGroupObject(co);
     if (!object.Exists(kApplicationProgram))
         return {};
     return {co, static_cast<std::uint8_t>(object.IsCommunicationEnabled() ? 1 : 0)};

@@ -114,9 +114,10 @@ bool DscKnxAppPrg::KnxHandler::OnGroupValueRead(int co, KnxStack::GroupValue& gr
 bool DscKnxAppPrg::KnxHandler::ReadValue(std::uint32_t id, const std::string& urn) {
     KNXDPT dpt;
     const std::uint16_t co = GetCOFromID(id, urn, dpt, OpMode::Reading);
-    if (co == kNoCo || m_groupValueService == nullptr)
+    KnxStack::IGroupValueService* const service = m_groupValueService;
+    if (co == kNoCo || service == nullptr)
         return false;
-    return m_groupValueService->SendReadRequest(co);
+    return service->SendReadRequest(co);
 }
 
 bool DscKnxAppPrg::KnxHandler::WriteValue(std::uint32_t id, const std::string& urn, const std::string& value,
@@ -129,20 +130,22 @@ bool DscKnxAppPrg::KnxHandler::WriteValue(std::uint32_t id, const std::string& u
     std::uint16_t co = GetCOFromID(id, urn, dpt, preferReadCo ? OpMode::Reading : OpMode::Writing);
     if (co == kNoCo && preferReadCo)
         co = GetCOFromID(id, urn, dpt, OpMode::Writing);
-    if (co == kNoCo || m_groupValueService == nullptr)
+    KnxStack::IGroupValueService* const service = m_groupValueService;
+    if (co == kNoCo || service == nullptr)
         return false;
     if (id == kClockDataPoint)
-        return SendToTimeCos(value);
+        return SendToTimeCos(*service, value);
 
     KnxStack::GroupValue groupValue;
     if (!GetGroupValueFromValue(value, co, dpt, groupValue)) {
         LOG4CPLUS_ERROR(m_logger, "WriteValue(): GetGroupValueFromValue failed.");
         return false;
     }
-    return m_groupValueService->SendGroupValue(co, groupValue, KnxStack::IGroupValueService::kWrite);
+    return service->SendGroupValue(co, groupValue, KnxStack::IGroupValueService::kWrite);
 }
 
-bool DscKnxAppPrg::KnxHandler::SendToTimeCos(const std::string& value) {
+bool DscKnxAppPrg::KnxHandler::SendToTimeCos(KnxStack::IGroupValueService& service,
+                                             const std::string& value) {
     bool sent = false;
     for (unsigned index = 1;; ++index) {
         KNXDPT dpt;
@@ -151,7 +154,7 @@ bool DscKnxAppPrg::KnxHandler::SendToTimeCos(const std::string& value) {
             return sent;
         KnxStack::GroupValue groupValue;
         if (GetGroupValueFromValue(value, co, dpt, groupValue))
-            sent = m_groupValueService->SendGroupValue(co, groupValue, KnxStack::IGroupValueService::kWrite);
+            sent = service.SendGroupValue(co, groupValue, KnxStack::IGroupValueService::kWrite);
         else
             LOG4CPLUS_ERROR(m_logger, "WriteValue(): GetGroupValueFromValue failed. CO = " << co);
     }

@@ -1,5 +1,5 @@
 // The worker threads: the rest of a start, and the waiting for read responses.
-#include "DscKnxAppPrg.h"
+#include "DscKnxAppPrgThreads.h"
 
 #include "KnxStack/IApiHub.h"
 
@@ -10,6 +10,9 @@
 
 #include <chrono>
 #include <exception>
+#include <map>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -39,125 +42,110 @@ bool DscKnxAppPrg::WaitForWorkers(unsigned timeoutMs) const {
                                     [this] { return m_workers->count == 0; });
 }
 
-/// Body of the init thread. Everything that may end it early goes through Running(), which is also where an
-/// interruption takes effect; calls into the hub and the client run to their own end.
-class DscKnxAppPrg::InitCaller {
-public:
-    InitCaller(DscKnxAppPrg& appPrg, KnxStack::IApiHub& hub, std::shared_ptr<ThreadControl> control)
-        : m_appPrg(appPrg), m_hub(hub), m_control(std::move(control)), m_workers(appPrg.m_workers) {}
+DscKnxAppPrg::InitCaller::InitCaller(DscKnxAppPrg& appPrg, KnxStack::IApiHub& hub,
+                                     std::shared_ptr<ThreadControl> control)
+    : m_appPrg(appPrg), m_hub(hub), m_control(std::move(control)) {}
 
-    void operator()() const {
-        const std::unique_ptr<WorkerCount, void (*)(WorkerCount*)> leave(
-            m_workers.get(), [](WorkerCount* workers) { workers->Leave(); });
-        const log4cplus::Logger& logger = m_appPrg.m_logger;
-        LOG4CPLUS_DEBUG(logger, "operator()(): Init thread started.");
-        if (!m_control) {
-            LOG4CPLUS_ERROR(logger, "operator()(): Thread control not exists.");
-            return;
-        }
-        try {
-            Start();
-            LOG4CPLUS_DEBUG(logger, "operator()(): Init thread finished.");
-        } catch (const boost::thread_interrupted&) {
-            LOG4CPLUS_ERROR(logger, "operator()(): Init thread has been interrupted.");
-        } catch (const std::exception& error) {
-            LOG4CPLUS_ERROR(logger, "operator()(): Init thread ended by an exception: " << error.what());
-        } catch (...) {
-            LOG4CPLUS_ERROR(logger, "operator()(): Init thread ended by an unknown exception.");
-        }
+void DscKnxAppPrg::InitCaller::operator()() const {
+    const log4cplus::Logger& logger = m_appPrg.m_logger;
+    LOG4CPLUS_DEBUG(logger, "operator()(): Init thread started.");
+    if (!m_control) {
+        LOG4CPLUS_ERROR(logger, "operator()(): Thread control not exists.");
+        return;
     }
-
-private:
-    bool Running() const {
-        boost::this_thread::interruption_point();
-        return m_control->running;
+    try {
+        Start();
+        LOG4CPLUS_DEBUG(logger, "operator()(): Init thread finished.");
+    } catch (const boost::thread_interrupted&) {
+        LOG4CPLUS_ERROR(logger, "operator()(): Init thread has been interrupted.");
     }
+}
 
-    void Start() const {
-        const log4cplus::Logger& logger = m_appPrg.m_logger;
-        boost::this_thread::sleep_for(boost::chrono::seconds(1));
-        if (!Running())
-            return;
-        ApplyNtpPolicy();
-        if (Running())
-            m_appPrg.m_knxHandler.InitFromDynamicHandlers();
-        if (!Running())
-            return;
-        if (m_appPrg.m_callerEntryPoint == CallerEntryPoint::DeviceRestart) {
-            const boost::this_thread::disable_interruption hubCall;
-            m_hub.OnApplicationProgramRestarted(1, 0);
-        }
-        if (!Running())
-            return;
-        if (!m_appPrg.m_downloadHandlerFlag)
-            LOG4CPLUS_DEBUG(logger, "operator()(): do not start download handler.");
-        if (Running() && m_appPrg.m_knxHandler.UsesUrns())
-            m_appPrg.m_knxHandler.UpdateIdUrnMap();
-        if (!Running())
-            return;
-        LOG4CPLUS_DEBUG(logger, "operator()(): DoFinalStartupState with state: "
-                                    << static_cast<std::uint32_t>(StartupState::Running));
-        m_appPrg.DoFinalStartupState(StartupState::Running);
+bool DscKnxAppPrg::InitCaller::Running() const {
+    boost::this_thread::interruption_point();
+    return m_control->running;
+}
+
+void DscKnxAppPrg::InitCaller::Start() const {
+    const log4cplus::Logger& logger = m_appPrg.m_logger;
+    boost::this_thread::sleep_for(boost::chrono::seconds(1));
+    if (!Running())
+        return;
+    ApplyNtpPolicy();
+    if (Running())
+        m_appPrg.m_knxHandler.InitFromDynamicHandlers();
+    if (!Running())
+        return;
+    if (m_appPrg.m_callerEntryPoint == CallerEntryPoint::DeviceRestart) {
+        const boost::this_thread::disable_interruption hubCall;
+        m_hub.OnApplicationProgramRestarted(1, 0);
     }
+    if (!Running())
+        return;
+    if (!m_appPrg.m_downloadHandlerFlag)
+        LOG4CPLUS_DEBUG(logger, "operator()(): do not start download handler.");
+    if (Running() && m_appPrg.m_knxHandler.UsesUrns())
+        m_appPrg.m_knxHandler.UpdateIdUrnMap();
+    if (!Running())
+        return;
+    LOG4CPLUS_DEBUG(logger, "operator()(): DoFinalStartupState with state: "
+                                << static_cast<std::uint32_t>(StartupState::Running));
+    m_appPrg.DoFinalStartupState(StartupState::Running);
+}
 
-    void ApplyNtpPolicy() const {
-        const log4cplus::Logger& logger = m_appPrg.m_logger;
-        const boost::this_thread::disable_interruption hubAndClientCalls;
-        const auto settings = m_hub.GetApplicationProgramSettings();
-        const auto setting = settings.find("ImplicitNtpDisableOnClientMode");
-        if (setting == settings.end())
-            return;
-        if (setting->second != "true") {
-            LOG4CPLUS_DEBUG(logger, "operator()(): Implicit NTP disable on client mode is NOT active.");
-            return;
-        }
-        LOG4CPLUS_DEBUG(logger, "operator()(): Implicit NTP disable on client mode is active.");
-        SetNtpState(m_appPrg.m_client, true);
-        LOG4CPLUS_INFO(logger, "operator()(): Enable NTP.");
+void DscKnxAppPrg::InitCaller::ApplyNtpPolicy() const {
+    const log4cplus::Logger& logger = m_appPrg.m_logger;
+    std::map<std::string, std::string> settings;
+    {
+        const boost::this_thread::disable_interruption hubCall;
+        settings = m_hub.GetApplicationProgramSettings();
     }
-
-    DscKnxAppPrg& m_appPrg;
-    KnxStack::IApiHub& m_hub;
-    std::shared_ptr<ThreadControl> m_control;
-    std::shared_ptr<WorkerCount> m_workers;
-};
-
-/// Body of the response queue thread.
-class DscKnxAppPrg::ResponseQueueCaller {
-public:
-    ResponseQueueCaller(DscKnxAppPrg& appPrg, std::shared_ptr<ThreadControl> control)
-        : m_appPrg(appPrg), m_control(std::move(control)), m_workers(appPrg.m_workers) {}
-
-    void operator()() const {
-        const std::unique_ptr<WorkerCount, void (*)(WorkerCount*)> leave(
-            m_workers.get(), [](WorkerCount* workers) { workers->Leave(); });
-        const log4cplus::Logger& logger = m_appPrg.m_logger;
-        LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread started.");
-        try {
-            TavEvents::Id signalled = 0;
-            while (m_control->running && !m_appPrg.m_events.Wait(kResponseWaitMs, signalled))
-                boost::this_thread::interruption_point();
-            LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread finished.");
-        } catch (const boost::thread_interrupted&) {
-            LOG4CPLUS_ERROR(logger, "operator()(): Response Queue thread has been interrupted.");
-        } catch (const std::exception& error) {
-            LOG4CPLUS_ERROR(logger,
-                            "operator()(): Response Queue thread ended by an exception: " << error.what());
-        }
+    const auto setting = settings.find("ImplicitNtpDisableOnClientMode");
+    if (setting == settings.end())
+        return;
+    if (setting->second != "true") {
+        LOG4CPLUS_DEBUG(logger, "operator()(): Implicit NTP disable on client mode is NOT active.");
+        return;
     }
+    LOG4CPLUS_DEBUG(logger, "operator()(): Implicit NTP disable on client mode is active.");
+    // The client is used without its mutex: it must still be there after a hub call that took long.
+    boost::this_thread::interruption_point();
+    SetNtpState(m_appPrg.m_client, true);
+    LOG4CPLUS_INFO(logger, "operator()(): Enable NTP.");
+}
 
-private:
-    DscKnxAppPrg& m_appPrg;
-    std::shared_ptr<ThreadControl> m_control;
-    std::shared_ptr<WorkerCount> m_workers;
-};
+DscKnxAppPrg::ResponseQueueCaller::ResponseQueueCaller(DscKnxAppPrg& appPrg,
+                                                       std::shared_ptr<ThreadControl> control)
+    : m_appPrg(appPrg), m_control(std::move(control)) {}
+
+void DscKnxAppPrg::ResponseQueueCaller::operator()() const {
+    const log4cplus::Logger& logger = m_appPrg.m_logger;
+    LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread started.");
+    try {
+        TavEvents::Id signalled = 0;
+        while (m_control->running && !m_appPrg.m_events.Wait(kResponseWaitMs, signalled))
+            boost::this_thread::interruption_point();
+        LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread finished.");
+    } catch (const boost::thread_interrupted&) {
+        LOG4CPLUS_ERROR(logger, "operator()(): Response Queue thread has been interrupted.");
+    }
+}
 
 template <typename Caller>
 std::shared_ptr<DscKnxAppPrg::ThreadControl> DscKnxAppPrg::StartWorker(std::shared_ptr<ThreadControl> control,
                                                                        const Caller& caller) {
     m_workers->Enter();
     try {
-        control->thread = boost::thread(caller);
+        control->thread = boost::thread([workers = m_workers, logger = m_logger, caller] {
+            try {
+                caller();
+            } catch (const std::exception& error) {
+                LOG4CPLUS_ERROR(logger, "operator()(): Thread ended by an exception: " << error.what());
+            } catch (...) {
+                LOG4CPLUS_ERROR(logger, "operator()(): Thread ended by an unknown exception.");
+            }
+            workers->Leave();
+        });
     } catch (...) {
         m_workers->Leave();
         throw;
@@ -172,7 +160,12 @@ bool DscKnxAppPrg::StartInitThread(KnxStack::IApiHub& hub) {
         return false;
     }
     auto control = std::make_shared<ThreadControl>();
-    m_initThread = StartWorker(control, InitCaller(*this, hub, control));
+    try {
+        m_initThread = StartWorker(control, InitCaller(*this, hub, control));
+    } catch (const boost::thread_resource_error& error) {
+        LOG4CPLUS_ERROR(m_logger, "Cannot create Thread. " << error.code().message());
+        return false;
+    }
     LOG4CPLUS_DEBUG(m_logger, "StartInitThread(): started a new thread for updating enabled objects.");
     LOG4CPLUS_DEBUG(m_logger, "StartInitThread(): end.");
     return true;
