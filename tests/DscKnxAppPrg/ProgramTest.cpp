@@ -47,9 +47,15 @@ void ProgramTest::Delete() {
     program = nullptr;
 }
 
+void ProgramTest::Forget() {
+    m_exited = true;
+    program = nullptr;
+}
+
 void ProgramTest::CreateAndInit() {
     Create();
     ASSERT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started."));
     recorder.Clear();
 }
 

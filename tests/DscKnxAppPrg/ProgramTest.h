@@ -26,6 +26,8 @@ protected:
     StartupState Init();
     bool Exit();
     void Delete();
+    /// The program was deleted by the test itself.
+    void Forget();
 
     /// Create() and Init(); the record then is empty.
     void CreateAndInit();

@@ -107,4 +107,107 @@ TEST_F(StartTest, FirstStart_OnTheInitThread) {
     )");
 }
 
+TEST_F(StartTest, FirstStart_WithADeviceRestartToCome_ReportsAFinalStateButAnnouncesNothing) {
+    hub.restartPending = true;
+    RegisterPlugins({"A"});
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(InitThreadFinished());
+    EXPECT_TRUE(recorder.InOrder("hub IsDeviceRestartPending() -> true",
+                                 "DEBUG KnxStack.DscKnxAppPrg | Init(): start up state is 0"));
+    ExpectRecord("worker 1", R"(
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        hub GetApplicationProgramSettings()
+        plugin A GetUseUrns()
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
+        hub OnApplicationProgramStartupStateChanged(1)
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 1
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: start up state is 0
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+    )");
+
+    recorder.Clear();
+    EXPECT_TRUE(stack.ValueChanged(500, "urn:oxn:dp:house:lamp", "1").get());
+    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
+}
+
+TEST_F(StartTest, FirstStart_WithUrns_AsksForThePrefixAndTheProcessView) {
+    plugins["A"].useUrns = true;
+    stack.urns[1000] = "urn:oxn:dp:house";
+    stack.responses[R"({"command":"GetProcessView","cached":true})"] =
+        R"({"response":{"processView":{"datapoints":[
+        {"id":500,"urn":"urn:oxn:dp:house:lamp"},
+        {"id":"501","urn":"urn:oxn:dp:house:blind"},
+        {"id":900,"urn":"urn:oxn:dp:garden:lamp"}]}}})";
+    RegisterPlugins({"A"});
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(InitThreadFinished());
+    ExpectRecord("worker 1", R"(
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        hub GetApplicationProgramSettings()
+        plugin A GetUseUrns()
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: true
+        client GetUrn(1000, 0)
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | URN prefix: 'urn:oxn:dp:house:'
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Updating ID-URN Map
+        client Command({"command":"GetProcessView","cached":true}, 5 s)
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Added 2 entries to ID-URN Map
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
+        hub OnApplicationProgramStartupStateChanged(1)
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 1
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: start up state is 1
+        client Command({"command":"EmitEvent","eventType":"configurationLoaded"})
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 1002 Urn  for writing
+        plugin A GetCOFromID(1002, writing)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): data point has no CO. ID = 1002
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 1003 Urn  for writing
+        plugin A GetCOFromID(1003, writing)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): data point has no CO. ID = 1003
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+    )");
+}
+
+TEST_F(StartTest, FirstStart_WithoutGroupCommunication_StillStarts) {
+    hub.groupValueService = nullptr;
+    Create();
+    EXPECT_EQ(Init(), StartupState::InProgress);
+    EXPECT_THAT(recorder.LinesWith("service "), testing::IsEmpty());
+}
+
+TEST_F(StartTest, FinalState_FollowsTheAnnouncementByOneSecond) {
+    RegisterPlugins({"A"});
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}, .eventing = true}};
+    service.objects[5] = TestSupport::FakeGroupObject(1);
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(
+        recorder.WaitFor(R"(client Command({"command":"EmitEvent","eventType":"configurationLoaded"}))"));
+    EXPECT_TRUE(stack.ValueChanged(500, "", "1").get()); // not yet
+    ASSERT_TRUE(InitThreadFinished());
+    EXPECT_TRUE(stack.ValueChanged(500, "", "0").get());
+    EXPECT_THAT(recorder.LinesWith("service Send"),
+                testing::ElementsAre("service SendGroupValue(5, 00/1, 0) -> true"));
+}
+
+TEST_F(StartTest, LogRecords_NameTheSourceFileAndTheOperation) {
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    for (const TestSupport::LogLocation& location : log.Locations()) {
+        EXPECT_THAT(location.file, testing::MatchesRegex("DscKnxAppPrg[A-Za-z]*\\.cpp")) << location.message;
+        EXPECT_GT(location.line, 0) << location.message;
+        EXPECT_THAT(location.function, testing::HasSubstr("(")) << location.message;
+    }
+    const auto locations = log.Locations();
+    ASSERT_THAT(locations, testing::SizeIs(testing::Gt(2)));
+    EXPECT_EQ(locations[1].message, "Init(): starting...");
+    EXPECT_EQ(locations[1].file, "DscKnxAppPrg.cpp");
+    EXPECT_THAT(locations[1].function, testing::HasSubstr("DscKnxAppPrg::Init(KnxStack::IApiHub&)"));
+}
+
 } // namespace

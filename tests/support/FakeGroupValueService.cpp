@@ -70,6 +70,11 @@ std::optional<KnxStack::GroupValue> FakeGroupValueService::Read(int co) {
     return value;
 }
 
+KnxStack::IGroupValueUser* FakeGroupValueService::User() {
+    const std::lock_guard lock(m_mutex);
+    return m_user;
+}
+
 void FakeGroupValueService::RegisterGroupValueUser(KnxStack::IGroupValueUser* user) {
     m_recorder.Add(user != nullptr ? "service RegisterGroupValueUser(user)"
                                    : "service RegisterGroupValueUser(null)");

@@ -62,6 +62,9 @@ public:
     void Response(int co, const KnxStack::GroupValue& value);
     std::optional<KnxStack::GroupValue> Read(int co);
 
+    /// The registered user; null when there is none.
+    KnxStack::IGroupValueUser* User();
+
     void RegisterGroupValueUser(KnxStack::IGroupValueUser* user) override;
     bool SendGroupValue(std::uint16_t co, const KnxStack::GroupValue& value, unsigned kind) override;
     bool SendReadRequest(std::uint16_t co) override;
