@@ -1,6 +1,7 @@
 #include "DeviceStackClient/Client.h"
 
-#include <cstdlib>
+#include "DeviceStackProtocol/SocketPath.h"
+
 #include <exception>
 
 #include <log4cplus/logger.h>
@@ -9,11 +10,8 @@
 namespace Vesk {
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient() {
-    const char* socketPath = std::getenv("DEVICESTACK_SOCKET");
-    if (socketPath == nullptr || *socketPath == '\0')
-        socketPath = "/run/devicestack/devicestack.sock";
     try {
-        return std::make_unique<DeviceStackClient::Client>(socketPath);
+        return std::make_unique<DeviceStackClient::Client>(DeviceStack::ClientSocketPath());
     } catch (const std::exception& e) {
         const auto logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("DeviceStack.Client"));
         LOG4CPLUS_ERROR(logger, "CreateDeviceStackClient(): " << e.what());

@@ -1,0 +1,63 @@
+#include "Output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace Dsctl {
+
+namespace {
+
+/// Characters of a UTF-8 text.
+std::size_t Width(std::string_view text) {
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+using Row = std::array<std::string, 5>;
+
+} // namespace
+
+std::string WithUnit(std::string_view value, std::string_view unit) {
+    if (value.empty())
+        return "-";
+    return unit.empty() ? std::string(value) : fmt::format("{} {}", value, unit);
+}
+
+std::string LocalTime(const std::string& utc) {
+    std::tm fields{};
+    const char* rest = ::strptime(utc.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
+    if (rest == nullptr)
+        return utc;
+    std::string fraction(rest);
+    if (!fraction.empty() && fraction.back() == 'Z')
+        fraction.pop_back();
+    const std::time_t seconds = ::timegm(&fields);
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
+    return text.data() + fraction;
+}
+
+void PrintTable(const std::vector<DataPoint>& points) {
+    std::vector<Row> rows{{"ID", "NAME", "TYPE", "ACCESS", "VALUE"}};
+    for (const auto& point : points)
+        rows.push_back({std::to_string(point.id), point.name, point.dpt, point.access,
+                        WithUnit(point.value, point.unit)});
+    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+    for (const auto& row : rows)
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], Width(row[i]));
+    for (const auto& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i + 1 < row.size(); ++i)
+            line += row[i] + std::string(widths[i] - Width(row[i]) + 2, ' ');
+        fmt::print("{}{}\n", line, row.back());
+    }
+}
+
+} // namespace Dsctl

@@ -1,0 +1,91 @@
+#include "Connection.h"
+#include "Verbs.h"
+
+#include "DeviceStackProtocol/SocketPath.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+
+namespace {
+
+constexpr const char* kFooter = R"(Examples:
+  dsctl list                          every data point with its value
+  dsctl list 'Kitchen.*'              those whose name matches
+  dsctl get Kitchen.Light             by name,
+  dsctl get 2001                      by ID
+  dsctl get urn:oxn:dp:house:Kitchen.Light
+  dsctl set Kitchen.Light 1
+  dsctl set Kitchen.Setpoint -2.5
+  dsctl watch                         every change as it happens
+  dsctl watch 'Kitchen.*' --count 1   wait for one change and end
+  dsctl --json watch                  the same for programs: one JSON object per line
+
+A pattern with *, ? or [ covers the whole name, another one is found anywhere in it; case does not count.
+
+Exit status:
+  0  done
+  1  refused, not found or no value; the cause is one line on standard error
+  2  the command line is wrong
+  3  no device stack there, or it does not answer
+
+Environment:
+  DEVICESTACK_SOCKET  the socket, when --socket does not name it)";
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+
+    CLI::App app("Lists, reads, writes and watches the data points of a device stack.", "dsctl");
+    app.footer(kFooter);
+    app.set_version_flag("--version", "dsctl " DSCTL_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+
+    Dsctl::Options options;
+    options.socketPath = DeviceStack::ClientSocketPath();
+    app.add_option("--socket", options.socketPath, "Socket of the device stack")->option_text("PATH");
+    app.add_flag("--json", options.json, "One JSON object per line instead of text for people");
+
+    std::vector<std::string> names;
+    std::string dataPoint;
+    std::string value;
+    std::uint64_t count = 0;
+    constexpr const char* kDataPoint = "Name, ID or URN of a data point";
+
+    auto* list = app.add_subcommand("list", "List data points");
+    list->add_option("PATTERN", names, "Names to list; all without it")->option_text(" ");
+    auto* get = app.add_subcommand("get", "Print values");
+    get->add_option("DATAPOINT", names, kDataPoint)->required()->option_text(" ");
+    auto* set = app.add_subcommand("set", "Set a value and wait for the result");
+    set->add_option("DATAPOINT", dataPoint, kDataPoint)->required()->option_text(" ");
+    set->add_option("VALUE", value, "Value text; '' is no value")->required()->option_text(" ");
+    auto* watch = app.add_subcommand("watch", "Print changes as they happen");
+    watch->add_option("PATTERN", names, "Names to watch; all without it")->option_text(" ");
+    watch->add_option("--count", count, "End after that many changes")
+        ->check([](const std::string& text) {
+            const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+            return isNumber && text.find_first_not_of('0') != std::string::npos
+                       ? ""
+                       : text + " is no number above 0";
+        })
+        ->option_text("N");
+
+    try {
+        app.parse(argc, argv);
+        if (list->parsed())
+            return Dsctl::List(options, names);
+        if (get->parsed())
+            return Dsctl::Get(options, names);
+        if (set->parsed())
+            return Dsctl::Set(options, dataPoint, value);
+        return Dsctl::Watch(options, names, count);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Dsctl::kOk : Dsctl::kUsage;
+    } catch (const Dsctl::NotThere& error) {
+        fmt::print(stderr, "dsctl: {}\n", error.what());
+        return Dsctl::kNotThere;
+    }
+}
