@@ -85,6 +85,8 @@ void ServerLink::Start() {
 
 void ServerLink::Stop() {
     m_server->Stop();
+    if (m_refused.Total() != 0)
+        LOG4CPLUS_INFO(Log(), fmt::format("{} datagrams were refused", m_refused.Total()));
 }
 
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {

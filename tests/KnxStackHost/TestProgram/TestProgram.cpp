@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -43,6 +44,8 @@ public:
         m_hub = &hub;
         m_settings = hub.GetApplicationProgramSettings();
         Record("init");
+        if (const char* const socket = std::getenv("DEVICESTACK_SOCKET"))
+            Record(std::string("DEVICESTACK_SOCKET=") + socket);
         hub.OnApplicationProgramStartupStateChanged(StartupState::InProgress);
         const auto behaviour = m_settings["init"];
         if (behaviour == "fail" || (behaviour == "fail-once" && s_starts++ == 0))
