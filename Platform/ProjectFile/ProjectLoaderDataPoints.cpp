@@ -63,10 +63,10 @@ void Loader::ReadFixedDataPoint(const json::object& object, const std::string& p
     if (const json::object* knx = members.Object("knx")) {
         ReadBinding(*knx, members.PlaceOf("knx"), point);
     }
-    if (point.id == FixedId::kDevice && point.knx && m_project.identification == Identification::Urn) {
+    if (point.knx && (point.id == FixedId::kDevice || point.id == FixedId::kVersion)) {
         m_errors.Add(members.PlaceOf("knx"),
-                     "data point 1000 has no name in its URN, so it cannot be bound when "
-                     "\"identification\" is \"urn\"");
+                     fmt::format("data point {} (\"{}\") is a text of any length; it cannot be bound",
+                                 point.id, point.name));
     }
 }
 

@@ -112,7 +112,7 @@ std::uint32_t ProjectHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dpt) {
 std::string ProjectHandler::GetUrnFromCO(std::uint16_t co, KNXDPT& dpt) {
     const ProjectPointer project = Current();
     const DataPoint* point = project->FindByCo(co);
-    if (!point || point->id == ProjectFile::FixedId::kDevice) {
+    if (!point) {
         return {};
     }
     FillIn(*project->DptOfCo(co), dpt);

@@ -22,7 +22,6 @@ public:
 
     bool Initialize() override;
     std::uint32_t GetIDFromCO(std::uint16_t co, KNXDPT& dpt) override;
-    /// "" also for the CO of data point 1000, whose URN has no part behind the prefix.
     std::string GetUrnFromCO(std::uint16_t co, KNXDPT& dpt) override;
     std::uint16_t GetCOFromID(std::uint32_t id, bool reading, KNXDPT& dpt) override;
     std::uint16_t GetCOFromUrn(const std::string& urn, bool reading, KNXDPT& dpt) override;

@@ -287,10 +287,8 @@ const Refusal kRefusals[] = {
     {"FixedDataPointWithName", ProjectText(R"({"id": 1005, "name": "time"})"),
      "/dataPoints/0/name: data point 1005 (\"clock\") is fixed; only \"knx\" and \"description\" may be "
      "given"},
-    {"DeviceBoundInUrnMode", ProjectText(R"({"id": 1000, "knx": {"co": 1}})", R"("identification": "urn")"),
-     "/dataPoints/0/knx: data point 1000 has no name in its URN, so it cannot be bound when "
-     "\"identification\" is "
-     "\"urn\""},
+    {"BoundVersion", ProjectText(R"({"id": 1001, "knx": {"co": 1}})"),
+     "/dataPoints/0/knx: data point 1001 (\"version\") is a text of any length; it cannot be bound"},
     {"TimeCoOfAnotherType", ProjectText("", R"("timeCos": [{"co": 5, "dpt": "9.001"}])"),
      "/knx/timeCos/0/dpt: a time CO carries 10.001 (time), 11.001 (date) or 19.001 (both)"},
     {"RangeReversed", ProjectText("", R"("translationRange": [6, 5])"),
