@@ -63,9 +63,9 @@ struct TunnelClientCounters {
     std::uint64_t duplicates = 0;      ///< requests of the server that were acknowledged again and discarded
     std::uint64_t outOfOrder = 0;      ///< requests of the server with any other wrong sequence number
     std::uint64_t dropped = 0;         ///< telegrams lost because the queue was full
-    std::uint64_t noAck = 0;           ///< as SendFailure, each of the three
-    std::uint64_t noConfirmation = 0;  //
-    std::uint64_t negativeConfirm = 0; //
+    std::uint64_t noAck = 0;           ///< SendFailure::NoAck
+    std::uint64_t noConfirmation = 0;  ///< SendFailure::NoConfirmation
+    std::uint64_t negativeConfirm = 0; ///< SendFailure::NegativeConfirm
     std::uint64_t connections = 0;     ///< times a connection was made
 };
 
