@@ -214,7 +214,7 @@ private:
         if (m_state != State::Connected || response.channel != m_channel || m_heartbeatTries == 0)
             return;
         if (response.status == Status::ConnectionId) {
-            ConnectionLost(now, LinkFailure::Forgotten, true);
+            ConnectionLost(now, LinkFailure::Forgotten, !m_pending.WasRepeated() || !m_heardSinceSend);
             return;
         }
         m_heardSinceSend = true;
@@ -279,7 +279,7 @@ private:
         case PendingRequest::AckVerdict::Stale: m_heardSinceSend = true; return;
         case PendingRequest::AckVerdict::Refused:
             if (ack.status == Status::ConnectionId) {
-                ConnectionLost(now, LinkFailure::Forgotten, true);
+                ConnectionLost(now, LinkFailure::Forgotten, !m_pending.WasRepeated() || !m_heardSinceSend);
                 return;
             }
             m_heardSinceSend = true;

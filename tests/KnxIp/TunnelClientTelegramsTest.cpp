@@ -211,6 +211,23 @@ TEST(TunnelClient, AForgottenConnectionIsMadeAgainAndNothingIsLost) {
 )");
 }
 
+TEST(TunnelClient, ATelegramThatMayHaveBeenTakenIsNotSentAgain) {
+    ClientBench bench;
+    bench.Connect();
+    bench.Send(Telegram(1));
+    bench.Receive(kServer, kRequest + "00" + kSwitchOnInd); // the server lives
+    bench.Advance(seconds(1));
+    bench.Take();
+    bench.Receive(kServer, kAck + "0021"); // of the repetition
+    EXPECT_EQ(bench.Take(), R"(
+11.000 < server 06100421000a 04150021
+11.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not acknowledged by the interface
+11.000 ! disconnected: the server does not know the connection any more, 0 ms
+11.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+)");
+    EXPECT_EQ(bench.Client().Waiting(), 0U);
+}
+
 TEST(TunnelClient, TelegramsWaitForTheConnection) {
     ClientBench bench;
     bench.Send(Telegram(1));
