@@ -24,9 +24,10 @@ public:
 
     /// Progress of a start as the host sees it. The numbers are part of the interface.
     enum class StartupState : std::uint32_t {
-        Failed = 0,     ///< start-up could not begin, or the program was exited
-        Running = 1,    ///< configured and running
-        InProgress = 2, ///< start-up goes on in the background; Running or Failed is reported to the hub later
+        Failed = 0,  ///< start-up could not begin, or the program was exited
+        Running = 1, ///< configured and running
+        InProgress =
+            2, ///< start-up goes on in the background; Running or Failed is reported to the hub later
     };
 
     virtual ~IApplicationProgram() = default;

@@ -25,9 +25,9 @@ public:
     virtual void RegisterGroupValueUser(IGroupValueUser* user) = 0;
 
     /// Sends the value of the object to its sending group address: kWrite as A_GroupValue_Write, kResponse as
-    /// A_GroupValue_Response. True when the telegram was taken into the send queue, false when the object does
-    /// not exist, may not transmit, has no address, or has another size. Never waits; any thread, also inside
-    /// a callback.
+    /// A_GroupValue_Response. True when the telegram was taken into the send queue, false when the object
+    /// does not exist, may not transmit, has no address, or has another size. Never waits; any thread, also
+    /// inside a callback.
     virtual bool SendGroupValue(std::uint16_t co, const GroupValue& value, unsigned kind) = 0;
 
     /// Sends A_GroupValue_Read to the object's sending group address. Result and threads as SendGroupValue().

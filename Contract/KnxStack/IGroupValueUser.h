@@ -19,8 +19,8 @@ public:
     /// A_GroupValue_Response arrived for the object, and its update flag allows it.
     virtual void OnGroupValueResponse(int co, const GroupValue& value) = 0;
 
-    /// A_GroupValue_Read arrived for the object, and its read flag allows it. True when `value` was filled and
-    /// the stack is to answer with it; on false `value` counts for nothing and no response is sent.
+    /// A_GroupValue_Read arrived for the object, and its read flag allows it. True when `value` was filled
+    /// and the stack is to answer with it; on false `value` counts for nothing and no response is sent.
     virtual bool OnGroupValueRead(int co, GroupValue& value) = 0;
 };
 

@@ -46,7 +46,8 @@ public:
         /// Older form without URN; a client that knows the first form never calls it.
         virtual bool OnValueChanged(void*, TAVOBJECTID, const std::string&) { return true; }
 
-        /// A part of the configuration, named by `key`, changed; `value` says how it went ("ok" or the cause).
+        /// A part of the configuration, named by `key`, changed; `value` says how it went ("ok" or the
+        /// cause).
         virtual bool OnConfigurationChanged(void* ctx, TAVOBJECTID id, const std::string& key,
                                             const std::string& value) = 0;
         virtual bool OnDeviceDiscovery(void* ctx, TAVOBJECTID id, const std::string& name,
@@ -99,9 +100,9 @@ public:
     virtual void InstallResponseHandler(IResponseHandler* handler, void* ctx) = 0;
     virtual void InstallFieldHandler(IFieldHandlerWithUrn* handler, void* ctx) = 0;
 
-    /// Registers under the identity `name::type::instance`. Waits up to 3 s for the device stack. False when it
-    /// is not there or a living connection holds the identity; GetLastError() tells. After a failure for want
-    /// of a connection the registration is still made as soon as there is one.
+    /// Registers under the identity `name::type::instance`. Waits up to 3 s for the device stack. False when
+    /// it is not there or a living connection holds the identity; GetLastError() tells. After a failure for
+    /// want of a connection the registration is still made as soon as there is one.
     virtual bool RegisterApplication(const std::string& name, const std::string& type,
                                      const std::string& instance) = 0;
 
@@ -123,18 +124,19 @@ public:
     virtual void SetConfiguration(const std::map<std::string, std::string>& settings) = 0;
 
     /// Sets a data point. Sent in order, without waiting: beyond a bounded queue only the last value of each
-    /// data point is kept. `readInternal` true: recorded as the value itself, no application is asked to write
-    /// it. `response` true: it answers a read, so no command is triggered by it. Null with both flags marks the
-    /// value invalid. Returns the request's text, "" when the client is going down.
-    virtual std::string SetValue(TAVOBJECTID id, const std::string& text, bool readInternal, bool response) = 0;
+    /// data point is kept. `readInternal` true: recorded as the value itself, no application is asked to
+    /// write it. `response` true: it answers a read, so no command is triggered by it. Null with both flags
+    /// marks the value invalid. Returns the request's text, "" when the client is going down.
+    virtual std::string SetValue(TAVOBJECTID id, const std::string& text, bool readInternal,
+                                 bool response) = 0;
 
-    /// Gets a data point. `readInternal` true: the stored value. False: the stored value if there is one, else
-    /// its owner is asked, never the caller. Waits up to 1 s. False when there is no value; `text` is then
-    /// untouched.
+    /// Gets a data point. `readInternal` true: the stored value. False: the stored value if there is one,
+    /// else its owner is asked, never the caller. Waits up to 1 s. False when there is no value; `text` is
+    /// then untouched.
     virtual bool GetValue(TAVOBJECTID id, std::string& text, bool readInternal) = 0;
 
-    /// Asks for a value without waiting; the answer comes through IResponseHandler::OnGetValue(). `readInternal`
-    /// 1 or 0 as in GetValue(). Returns the request's text, "" on failure.
+    /// Asks for a value without waiting; the answer comes through IResponseHandler::OnGetValue().
+    /// `readInternal` 1 or 0 as in GetValue(). Returns the request's text, "" on failure.
     virtual std::string GetValueRequest(TAVOBJECTID id, int readInternal) = 0;
 
     /// The full URN of a data point; "" when unknown. Waits up to 1 s. `flags` is 0.

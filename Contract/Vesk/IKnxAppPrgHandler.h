@@ -39,7 +39,8 @@ public:
     /// The data point of a CO as a URN without the device's prefix. No answer: "".
     virtual std::string GetUrnFromCO(std::uint16_t co, KNXDPT& dpt) = 0;
 
-    /// The CO of a data point, `reading` true for the CO that the data point is read through. No answer: kNoCo.
+    /// The CO of a data point, `reading` true for the CO that the data point is read through. No answer:
+    /// kNoCo.
     virtual std::uint16_t GetCOFromID(std::uint32_t id, bool reading, KNXDPT& dpt) = 0;
     virtual std::uint16_t GetCOFromUrn(const std::string& urn, bool reading, KNXDPT& dpt) = 0;
 

@@ -7,7 +7,7 @@
 namespace {
 thread_local bool t_failing = false;
 thread_local unsigned t_left = 0;
-}
+} // namespace
 
 FailingThreads::FailingThreads(unsigned left) {
     t_left = left;
