@@ -1,0 +1,192 @@
+"""examples/house as a running installation: device stack, KNX stack host, and an independent KNX/IP client.
+
+The paths come from the environment: KNX_BIN_DIR (the built programs) and KNX_EXAMPLE (examples/house).
+"""
+
+import csv
+import json
+import os
+import pathlib
+import re
+import shutil
+import socket
+import sys
+import tempfile
+
+from processes import Process, run, wait_until
+
+BIN = pathlib.Path(os.environ["KNX_BIN_DIR"])
+EXAMPLE = pathlib.Path(os.environ["KNX_EXAMPLE"])
+DAEMONS = ("devicestackd", "knxstackd")
+
+
+def free_udp_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def group_addresses():
+    """The rows of group-addresses.csv: address, name, dpt, data point. Without the data points that have a life
+    of their own (the clock, the state of the device)."""
+    with open(EXAMPLE / "group-addresses.csv", newline="", encoding="utf-8") as file:
+        return [row for row in csv.DictReader(file) if "." in row["data point"]]
+
+
+def load_json(file):
+    """A configuration file of ours: JSON with // comments and trailing commas."""
+    text = re.sub(r"//.*", "", pathlib.Path(file).read_text(encoding="utf-8"))
+    return json.loads(re.sub(r",(\s*[}\]])", r"\1", text))
+
+
+def sending_addresses():
+    """Data point name to (address that a set value is sent to, datapoint type), from the configuration files."""
+    objects = {o["number"]: o for o in load_json(EXAMPLE / "knxstackd.json")["groupObjects"]}
+    addresses = {}
+    for point in load_json(EXAMPLE / "project.json")["dataPoints"]:
+        co = point.get("knx", {}).get("co")
+        if "name" in point and co is not None:
+            target = objects[co["write"] if isinstance(co, dict) else co]
+            addresses[point["name"]] = (target["addresses"][0], point["dpt"])
+    return addresses
+
+
+class House:
+    """Use as a context manager: everything started in it is ended, everything made in it is removed."""
+
+    def __init__(self, interface=None):
+        """`interface`: (address, port) of a KNX/IP interface that the host attaches to. Every data point may be
+        set and every group object may be read, so that each type can be tried in each direction."""
+        self._interface = interface
+        self._processes = []
+
+    def __enter__(self):
+        self.directory = pathlib.Path(tempfile.mkdtemp(prefix="knx-house-"))
+        self.configuration = self.directory / "house"
+        shutil.copytree(EXAMPLE, self.configuration)
+        self.socket = self.directory / "devicestack.sock"
+        self.state = self.directory / "state"
+        self.port = free_udp_port()
+        self._change_configuration()
+        try:
+            self.start_device_stack()
+            self.start_host()
+        except BaseException:
+            self.__exit__(*sys.exc_info())
+            raise
+        return self
+
+    def __exit__(self, failure, *_):
+        try:
+            for process in reversed(self._processes):
+                if process.is_running() and process.name in DAEMONS and failure is None:
+                    process.stop_cleanly()
+                elif process.is_running():
+                    process.kill()
+        finally:
+            for process in self._processes:
+                process.close()
+            shutil.rmtree(self.directory, ignore_errors=True)
+
+    def start(self, name, arguments, **options):
+        process = Process(name, arguments, **options)
+        self._processes.append(process)
+        return process
+
+    def start_device_stack(self):
+        self.device_stack = self.start("devicestackd", [
+            BIN / "devicestackd", "--config", self.configuration / "devicestackd.json",
+            "--socket", self.socket, "--state-dir", self.state])
+        self.device_stack.wait_for_line("Ready:")
+
+    def _change_configuration(self):
+        project = load_json(self.configuration / "project.json")
+        for point in project["dataPoints"]:
+            point.pop("access", None)
+        (self.configuration / "project.json").write_text(json.dumps(project), encoding="utf-8")
+
+        host = load_json(self.configuration / "knxstackd.json")
+        for group_object in host["groupObjects"]:
+            group_object["flags"] = "CRWTU"
+        if self._interface:
+            host["interface"] = {"host": self._interface[0], "port": self._interface[1]}
+        self.address = host["device"]["individualAddress"]
+        (self.configuration / "knxstackd.json").write_text(json.dumps(host), encoding="utf-8")
+
+    def start_host(self):
+        self.host = self.start("knxstackd", [
+            BIN / "knxstackd", "--config", self.configuration / "knxstackd.json",
+            "--knx-port", self.port, "--device-stack-socket", self.socket])
+        self.wait_until_running()
+
+    def wait_until_running(self, seconds=30):
+        """Until the application program has finished its start and may be asked."""
+        wait_until(lambda: self.value("ready") == "1", seconds, "the application program is ready")
+
+    def dsctl(self, *arguments, check=True):
+        return run([BIN / "dsctl", "--socket", self.socket, *arguments], check=check)
+
+    def value(self, name):
+        """The value's text as dsctl prints it for other programs; None without a value."""
+        status, output, _ = self.dsctl("--json", "get", name, check=False)
+        if status != 0:
+            return None
+        return json.loads(output.splitlines()[0])["value"]
+
+    def set(self, name, value):
+        self.dsctl("set", name, value)
+
+    def watch(self, *patterns):
+        """dsctl watch: one JSON object per change."""
+        process = self.start("dsctl watch", [BIN / "dsctl", "--socket", self.socket, "--json", "watch", *patterns])
+        return process
+
+
+class Knxd:
+    """knxd attached to the house as a tunnelling client, and knxtool as the person at the bus."""
+
+    def __init__(self, house):
+        self._house = house
+        self.url = f"local:{house.directory}/knxd.sock"
+        self.process = house.start("knxd", [
+            "knxd", "-e", "1.1.20", "-E", "1.1.21:8", "-u", f"{house.directory}/knxd.sock",
+            "-b", f"ipt:127.0.0.1:{house.port}"])
+        wait_until((house.directory / "knxd.sock").exists, 10, "knxd listens")
+        house.host.wait_for_line("tunnel", 10)
+
+    def write(self, address, data):
+        """A group write. `data`: an int for values of up to 6 bits, bytes for longer ones."""
+        if isinstance(data, int):
+            run(["knxtool", "groupswrite", self.url, address, f"{data:x}"])
+        else:
+            run(["knxtool", "groupwrite", self.url, address, *[f"{byte:02x}" for byte in data]])
+
+    def read(self, address):
+        """A group read without waiting for the answer."""
+        run(["knxtool", "groupread", self.url, address])
+
+    def listen(self):
+        """Every group telegram that reaches knxd, as lines of knxtool."""
+        listener = self._house.start("knxtool", ["stdbuf", "-oL", "knxtool", "groupsocketlisten", self.url])
+        return Telegrams(listener)
+
+
+class Telegrams:
+    """Group telegrams in the order in which knxtool printed them: (service, source, destination, data)."""
+
+    LINE = re.compile(r"(Write|Response|Read) from (\S+) to ([\d/]+)(?::\s*((?:[0-9A-Fa-f]{2}\s*)*))?")
+
+    def __init__(self, process):
+        self.process = process
+
+    def all(self):
+        telegrams = []
+        for text in self.process.texts():
+            match = self.LINE.search(text)
+            if match:
+                data = bytes.fromhex((match.group(4) or "").replace(" ", ""))
+                telegrams.append((match.group(1), match.group(2), match.group(3), data))
+        return telegrams
+
+    def to(self, address):
+        return [telegram for telegram in self.all() if telegram[2] == address]

@@ -1,0 +1,91 @@
+"""The host as a tunnelling client of a real KNXnet/IP interface: a knxd with its server on.
+
+knxd serves KNXnet/IP only on a network interface with an address and a default route, so the whole test runs in
+a network namespace of its own.
+"""
+
+import os
+import sys
+import time
+import unittest
+
+if os.environ.get("KNX_TEST_NAMESPACE") != "1":
+    map_root = [] if os.geteuid() == 0 else ["--map-root-user"]
+    os.execvpe("unshare", ["unshare", *map_root, "--net", sys.executable, *sys.argv],
+               dict(os.environ, KNX_TEST_NAMESPACE="1"))
+
+from house import House, Telegrams, group_addresses  # noqa: E402
+from processes import run, wait_until  # noqa: E402
+
+ADDRESS = "192.0.2.1"  # TEST-NET-1, in no network
+
+
+def set_up_network():
+    for command in ("link set lo up", "link add knx0 type veth peer name knx1", "link set knx0 up",
+                    "link set knx1 up", f"addr add {ADDRESS}/24 dev knx0",
+                    "route add default via 192.0.2.254 dev knx0"):
+        run(["ip", *command.split()])
+
+
+class Interface:
+    """knxd as the interface; knxtool speaks to the same knxd, from the other side of the tunnel."""
+
+    def __init__(self, house):
+        self._house = house
+        self.socket = house.directory / "interface.sock"
+        self.url = f"local:{self.socket}"
+
+    def start(self):
+        self.socket.unlink(missing_ok=True)
+        self.process = self._house.start("knxd", [
+            "knxd", "-e", "1.1.30", "-E", "1.1.31:8", "-u", self.socket, "-D", "-T", "-I", "knx0",
+            "-S224.0.23.12:3671", "-b", "dummy:"])
+        wait_until(self.socket.exists, 10, "knxd listens")
+
+    def listen(self):
+        return Telegrams(self._house.start("knxtool", ["stdbuf", "-oL", "knxtool", "groupsocketlisten", self.url]))
+
+    def write(self, address, data):
+        run(["knxtool", "groupwrite", self.url, address, *[f"{byte:02x}" for byte in data]])
+
+
+class TunnellingClient(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        set_up_network()
+
+    def test_telegrams_pass_both_ways_and_survive_a_killed_interface(self):
+        house = self.enterContext(House(interface=(ADDRESS, 3671)))
+        row = next(r for r in group_addresses() if r["dpt"].split(".")[0] == "7")
+        address, name = row["address"], row["data point"]
+        interface = Interface(house)
+        interface.start()  # after the host: it waits for its interface
+
+        def arrives(number):
+            interface.write(address, number.to_bytes(2, "big"))
+            return house.value(name) == str(number)
+        wait_until(lambda: arrives(300), 70, "a telegram of the bus reaches the data point")
+
+        telegrams = interface.listen()
+        time.sleep(0.5)
+        house.set(name, "301")
+        wait_until(lambda: telegrams.to(address), 5, "the set value is on the bus")
+        time.sleep(0.5)
+        self.assertEqual([(t[0], t[3]) for t in telegrams.to(address)], [("Write", (301).to_bytes(2, "big"))])
+
+        interface.process.kill()
+        house.set(name, "302")
+        time.sleep(2)
+        interface.start()
+        telegrams = interface.listen()
+        wait_until(lambda: telegrams.to(address), 70, "the value set meanwhile is on the bus")
+        wait_until(lambda: arrives(303), 10, "a telegram of the bus reaches the data point again")
+        time.sleep(1)
+        # knxtool listens only from the restart on, so what it sees of the host is what was sent after it.
+        sent = [(t[0], t[3]) for t in telegrams.to(address) if t[3] != (303).to_bytes(2, "big")]
+        self.assertEqual(sent, [("Write", (302).to_bytes(2, "big"))])
+        self.assertTrue(house.host.is_running())
+
+
+if __name__ == "__main__":
+    unittest.main()
