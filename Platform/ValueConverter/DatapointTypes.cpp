@@ -2,7 +2,6 @@
 
 #include "ValueConverter/Decimal.h"
 #include "ValueConverter/Layout.h"
-#include "ValueConverter/TypeTable.h"
 
 #include <fmt/format.h>
 

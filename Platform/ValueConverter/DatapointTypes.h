@@ -68,6 +68,10 @@ TAV_EXPORT std::string ToString(Number number);
 /// number's widest rule. Size 0 for an unknown main number and for types of variable length.
 TAV_EXPORT KNXDPT ToKnxDpt(Number number);
 
+/// KNXDPT::reserved of a 13.002 whose values are in m³/h with four decimals, as the KNX Standard has it.
+/// Without it they are integers, as devices and other programs use them.
+inline constexpr std::uint8_t kStandardResolution = 1;
+
 /// Size of the value in bits: 1 to 7 or a multiple of 8; 0 for types of variable length.
 TAV_EXPORT unsigned SizeInBits(const Type& type);
 

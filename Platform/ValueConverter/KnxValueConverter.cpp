@@ -3,6 +3,7 @@
 #include "KnxStack/GroupValue.h"
 #include "Tav/TAVVALUE.h"
 #include "ValueConverter/Layouts.h"
+#include "ValueConverter/TypeTable.h"
 
 namespace Datapoint {
 
@@ -45,7 +46,7 @@ Status OctetsToValue(const KNXDPT& dpt, unsigned bits, std::span<const std::uint
         }
         return bits % 256 == dpt.sizeInBits ? DecodeBySize(bits, octets, value) : RefuseSize(bits, reason);
     }
-    const Type* type = Find({dpt.main, dpt.sub});
+    const Type* type = FindRule(dpt);
     if (type == nullptr) {
         return RefuseType(reason);
     }
@@ -75,7 +76,7 @@ Status ValueToOctets(const KNXDPT& dpt, const TAVVALUE& value, Octets& octets, u
         sizeInBits = dpt.sizeInBits < 8 ? dpt.sizeInBits : 0;
         return EncodeBySize(dpt.sizeInBits, Trim(text), octets, reason);
     }
-    const Type* type = Find({dpt.main, dpt.sub});
+    const Type* type = FindRule(dpt);
     if (type == nullptr) {
         return RefuseType(reason);
     }

@@ -373,6 +373,11 @@ constexpr Type s_types[] = {
     Choice(1209, "DPT_Type_TIC_Channel", 0, 4),
 };
 
+// The flow rate as the KNX Standard prints it. Devices and other programs use the raw integers, so this is
+// the variant that has to be asked for.
+constexpr Type s_flowRateInUnits =
+    Num(13, 2, kV32TenThousandths, kFormV32TenThousandths, "DPT_FlowRate_m3/h", "m3/h", "0.0001");
+
 // Open addressing over all rows, filled when the table is compiled.
 constexpr std::size_t kSlots = 2048;
 constexpr std::uint16_t kNoRow = 0xFFFF;
@@ -422,10 +427,6 @@ constexpr std::size_t kMainNumbers = static_cast<std::size_t>(std::count_if(
 
 } // namespace
 
-std::span<const Type> TableRows() {
-    return s_types;
-}
-
 std::span<const Type> AllTypes() {
     return std::span(s_types).subspan(kMainNumbers);
 }
@@ -433,6 +434,12 @@ std::span<const Type> AllTypes() {
 const Type* Find(Number number) {
     const Type* type = FindRow(number.main, number.sub);
     return type != nullptr ? type : FindRow(number.main, kAnySub);
+}
+
+const Type* FindRule(const KNXDPT& dpt) {
+    const bool asked = dpt.reserved == kStandardResolution && dpt.main == s_flowRateInUnits.main &&
+                       dpt.sub == s_flowRateInUnits.sub;
+    return asked ? &s_flowRateInUnits : Find({dpt.main, dpt.sub});
 }
 
 } // namespace Datapoint

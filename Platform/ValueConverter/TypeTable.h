@@ -1,13 +1,11 @@
-// The table of datapoint types and its constant-time look-up. Internal to the converter.
+// Look-up of a rule for the converter. Internal to the converter.
 #pragma once
 
 #include "ValueConverter/DatapointTypes.h"
 
-#include <span>
-
 namespace Datapoint {
 
-/// All rows: first one for each main number, then the listed types in ascending order.
-std::span<const Type> TableRows();
+/// The rule of the record, null when there is none: Find(), but also the other resolution of 13.002.
+const Type* FindRule(const KNXDPT& dpt);
 
 } // namespace Datapoint

@@ -1,5 +1,6 @@
 // 5, 6, 7, 8, 12, 13, 20: whole numbers and numbers of a fixed scale.
 #include "Convert.h"
+#include "ValueConverter/DatapointTypes.h"
 
 #include <gtest/gtest.h>
 
@@ -199,4 +200,22 @@ TEST(Enumeration, RefusesTheGapsOfItsRange) {
         EXPECT_EQ(ToBus("20.114", text), kRefused) << text;
     }
     EXPECT_EQ(WhyNotToBus("20.105", "18"), "20.105: 18 is not one of 0..17,20");
+}
+
+// Raw 1 is 0.0001 m³/h in the KNX Standard; 12345 is 1.2345 m³/h.
+TEST(FlowRate, IsAnIntegerUnlessTheStandardResolutionIsAskedFor) {
+    EXPECT_EQ(FromBus("13.002", {0x00, 0x00, 0x30, 0x39}), "12345");
+    EXPECT_EQ(ToBus("13.002", "12345"), "00003039");
+    EXPECT_EQ(ToBus("13.002", "1.2345"), kRefused);
+    auto dpt = Dpt("13.002");
+    dpt.reserved = Datapoint::kStandardResolution;
+    EXPECT_EQ(FromBus(dpt, {0x00, 0x00, 0x30, 0x39}), "1.2345");
+    EXPECT_EQ(FromBus(dpt, {0xFF, 0xFF, 0xFF, 0xFF}), "-0.0001");
+    EXPECT_EQ(ToBus(dpt, "1.2345"), "00003039");
+    EXPECT_EQ(ToBus(dpt, "1.23455"), "0000303a");
+    EXPECT_EQ(ToBus(dpt, "214748.3647"), "7fffffff");
+    EXPECT_EQ(ToBus(dpt, "214748.3648"), kRefused);
+    EXPECT_EQ(ToBus(dpt, "-214748.3648"), "80000000");
+    dpt.sub = 1;
+    EXPECT_EQ(ToBus(dpt, "1.2345"), kRefused);
 }
