@@ -12,7 +12,7 @@ namespace Datapoint {
 namespace {
 
 Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
-    value.SetFloat(std::bit_cast<float>(static_cast<std::uint32_t>(ReadRaw(kFormU32, octets.data()))));
+    value.SetFloat(std::bit_cast<float>(static_cast<std::uint32_t>(ReadRaw(kU32.form, octets.data()))));
     return Status::Done;
 }
 
@@ -39,7 +39,7 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
     float number = 0;
     const Status status = ReadFloat(text, number, reason);
     if (status == Status::Done) {
-        WriteRaw(kFormU32, std::bit_cast<std::uint32_t>(number), octets.Data());
+        WriteRaw(kU32.form, std::bit_cast<std::uint32_t>(number), octets.Data());
     }
     return status;
 }

@@ -26,7 +26,8 @@ constexpr Type Any(std::uint16_t main, const Layout& layout, std::int64_t minimu
     return {main, kAnySub, &layout, {}, {}, minimum, maximum, decimals, {}, {}, {}};
 }
 
-constexpr Type Any(std::uint16_t main, const Layout& layout, const NumberForm& form) {
+constexpr Type Any(std::uint16_t main, const NumberLayout& layout) {
+    const NumberForm& form = layout.form;
     return Any(main, layout, form.Minimum(), form.Maximum(), static_cast<std::uint8_t>(form.decimals));
 }
 
@@ -34,10 +35,11 @@ constexpr Type Switch(std::uint16_t sub, std::string_view name, std::string_view
     return {1, sub, &kBoolean, name, {}, 0, 1, 0, {}, valueNames, {}};
 }
 
-constexpr Type Num(std::uint16_t main, std::uint16_t sub, const Layout& layout, const NumberForm& form,
-                   std::string_view name, std::string_view unit, std::string_view resolution = "1") {
-    const auto decimals = static_cast<std::uint8_t>(form.decimals);
-    return {main, sub, &layout, name, unit, form.Minimum(), form.Maximum(), decimals, resolution, {}, {}};
+constexpr Type Num(std::uint16_t main, std::uint16_t sub, const NumberLayout& layout, std::string_view name,
+                   std::string_view unit, std::string_view resolution = "1") {
+    const auto decimals = static_cast<std::uint8_t>(layout.form.decimals);
+    return {main,     sub,        &layout, name, unit, layout.form.Minimum(), layout.form.Maximum(),
+            decimals, resolution, {},      {}};
 }
 
 constexpr Type Float16(std::uint16_t sub, std::string_view name, std::string_view unit,
@@ -61,22 +63,22 @@ constexpr Type s_types[] = {
     Any(2, kControl),
     Any(3, kStepControl),
     Any(4, kCharacterLatin1),
-    Any(5, kU8, kFormU8),
-    Any(6, kV8, kFormV8),
-    Any(7, kU16, kFormU16),
-    Any(8, kV16, kFormV16),
+    Any(5, kU8),
+    Any(6, kV8),
+    Any(7, kU16),
+    Any(8, kV16),
     Any(9, kFloat16, kFloat16Minimum, kFloat16Maximum, 2),
     Any(10, kTimeOfDay),
     Any(11, kDate),
-    Any(12, kU32, kFormU32),
-    Any(13, kV32, kFormV32),
+    Any(12, kU32),
+    Any(13, kV32),
     Any(14, kFloat32),
     Any(15, kAccessData),
     Any(16, kStringLatin1),
     Any(17, kSceneNumber, 1, 64, 0),
     Any(18, kSceneControl, -64, 64, 0),
     Any(19, kDateTime),
-    Any(20, kU8, kFormU8),
+    Any(20, kU8),
 
     Switch(1, "DPT_Switch", "0=Off;1=On"),
     Switch(2, "DPT_Bool", "0=False;1=True"),
@@ -124,41 +126,41 @@ constexpr Type s_types[] = {
     Plain(4, 1, kCharacterAscii, "DPT_Char_ASCII"),
     Plain(4, 2, kCharacterLatin1, "DPT_Char_8859_1"),
 
-    Num(5, 1, kPercent, kFormPercent, "DPT_Scaling", "%", "100/255"),
-    Num(5, 3, kAngle, kFormAngle, "DPT_Angle", "°", "360/255"),
-    Num(5, 4, kU8, kFormU8, "DPT_Percent_U8", "%"),
-    Num(5, 5, kU8, kFormU8, "DPT_DecimalFactor", "ratio"),
-    Limited(Num(5, 6, kU8, kFormU8, "DPT_Tariff", ""), 0, 254),
-    Num(5, 10, kU8, kFormU8, "DPT_Value_1_Ucount", "counter pulses"),
-    Num(5, 100, kU8, kFormU8, "DPT_FanStage", "fan stage"),
+    Num(5, 1, kPercent, "DPT_Scaling", "%", "100/255"),
+    Num(5, 3, kAngle, "DPT_Angle", "°", "360/255"),
+    Num(5, 4, kU8, "DPT_Percent_U8", "%"),
+    Num(5, 5, kU8, "DPT_DecimalFactor", "ratio"),
+    Limited(Num(5, 6, kU8, "DPT_Tariff", ""), 0, 254),
+    Num(5, 10, kU8, "DPT_Value_1_Ucount", "counter pulses"),
+    Num(5, 100, kU8, "DPT_FanStage", "fan stage"),
 
-    Num(6, 1, kV8, kFormV8, "DPT_Percent_V8", "%"),
-    Num(6, 10, kV8, kFormV8, "DPT_Value_1_Count", "counter pulses"),
+    Num(6, 1, kV8, "DPT_Percent_V8", "%"),
+    Num(6, 10, kV8, "DPT_Value_1_Count", "counter pulses"),
     Plain(6, 20, kStatusMode, "DPT_Status_Mode3"),
 
-    Num(7, 1, kU16, kFormU16, "DPT_Value_2_Ucount", "pulses"),
-    Num(7, 2, kU16, kFormU16, "DPT_TimePeriodMsec", "ms"),
-    Num(7, 3, kU16Times10, kFormU16Times10, "DPT_TimePeriod10MSec", "ms", "10"),
-    Num(7, 4, kU16Times100, kFormU16Times100, "DPT_TimePeriod100MSec", "ms", "100"),
-    Num(7, 5, kU16, kFormU16, "DPT_TimePeriodSec", "s"),
-    Num(7, 6, kU16, kFormU16, "DPT_TimePeriodMin", "min"),
-    Num(7, 7, kU16, kFormU16, "DPT_TimePeriodHrs", "h"),
-    Num(7, 10, kU16, kFormU16, "DPT_PropDataType", ""),
-    Num(7, 11, kU16, kFormU16, "DPT_Length_mm", "mm"),
-    Num(7, 12, kU16, kFormU16, "DPT_UElCurrentmA", "mA"),
-    Num(7, 13, kU16, kFormU16, "DPT_Brightness", "lux"),
-    Num(7, 600, kU16, kFormU16, "DPT_Absolute_Colour_Temperature", "K"),
+    Num(7, 1, kU16, "DPT_Value_2_Ucount", "pulses"),
+    Num(7, 2, kU16, "DPT_TimePeriodMsec", "ms"),
+    Num(7, 3, kU16Times10, "DPT_TimePeriod10MSec", "ms", "10"),
+    Num(7, 4, kU16Times100, "DPT_TimePeriod100MSec", "ms", "100"),
+    Num(7, 5, kU16, "DPT_TimePeriodSec", "s"),
+    Num(7, 6, kU16, "DPT_TimePeriodMin", "min"),
+    Num(7, 7, kU16, "DPT_TimePeriodHrs", "h"),
+    Num(7, 10, kU16, "DPT_PropDataType", ""),
+    Num(7, 11, kU16, "DPT_Length_mm", "mm"),
+    Num(7, 12, kU16, "DPT_UElCurrentmA", "mA"),
+    Num(7, 13, kU16, "DPT_Brightness", "lux"),
+    Num(7, 600, kU16, "DPT_Absolute_Colour_Temperature", "K"),
 
-    Num(8, 1, kV16, kFormV16, "DPT_Value_2_Count", "pulses"),
-    Num(8, 2, kV16, kFormV16, "DPT_DeltaTimeMsec", "ms"),
-    Num(8, 3, kV16Times10, kFormV16Times10, "DPT_DeltaTime10Msec", "ms", "10"),
-    Num(8, 4, kV16Times100, kFormV16Times100, "DPT_DeltaTime100Msec", "ms", "100"),
-    Num(8, 5, kV16, kFormV16, "DPT_DeltaTimeSec", "s"),
-    Num(8, 6, kV16, kFormV16, "DPT_DeltaTimeMin", "min"),
-    Num(8, 7, kV16, kFormV16, "DPT_DeltaTimeHrs", "h"),
-    Num(8, 10, kV16Hundredths, kFormV16Hundredths, "DPT_Percent_V16", "%", "0.01"),
-    Num(8, 11, kV16, kFormV16, "DPT_Rotation_Angle", "°"),
-    Num(8, 12, kV16, kFormV16, "DPT_Length_m", "m"),
+    Num(8, 1, kV16, "DPT_Value_2_Count", "pulses"),
+    Num(8, 2, kV16, "DPT_DeltaTimeMsec", "ms"),
+    Num(8, 3, kV16Times10, "DPT_DeltaTime10Msec", "ms", "10"),
+    Num(8, 4, kV16Times100, "DPT_DeltaTime100Msec", "ms", "100"),
+    Num(8, 5, kV16, "DPT_DeltaTimeSec", "s"),
+    Num(8, 6, kV16, "DPT_DeltaTimeMin", "min"),
+    Num(8, 7, kV16, "DPT_DeltaTimeHrs", "h"),
+    Num(8, 10, kV16Hundredths, "DPT_Percent_V16", "%", "0.01"),
+    Num(8, 11, kV16, "DPT_Rotation_Angle", "°"),
+    Num(8, 12, kV16, "DPT_Length_m", "m"),
 
     Float16(1, "DPT_Value_Temp", "°C", -27300),
     Float16(2, "DPT_Value_Tempd", "K"),
@@ -188,25 +190,25 @@ constexpr Type s_types[] = {
 
     Plain(11, 1, kDate, "DPT_Date"),
 
-    Num(12, 1, kU32, kFormU32, "DPT_Value_4_Ucount", "counter pulses"),
-    Num(12, 100, kU32, kFormU32, "DPT_LongTimePeriod_Sec", "s"),
-    Num(12, 101, kU32, kFormU32, "DPT_LongTimePeriod_Min", "min"),
-    Num(12, 102, kU32, kFormU32, "DPT_LongTimePeriod_Hrs", "h"),
-    Num(12, 1200, kU32, kFormU32, "DPT_VolumeLiquid_Litre", "l"),
-    Num(12, 1201, kU32, kFormU32, "DPT_Volume_m3", "m3"),
+    Num(12, 1, kU32, "DPT_Value_4_Ucount", "counter pulses"),
+    Num(12, 100, kU32, "DPT_LongTimePeriod_Sec", "s"),
+    Num(12, 101, kU32, "DPT_LongTimePeriod_Min", "min"),
+    Num(12, 102, kU32, "DPT_LongTimePeriod_Hrs", "h"),
+    Num(12, 1200, kU32, "DPT_VolumeLiquid_Litre", "l"),
+    Num(12, 1201, kU32, "DPT_Volume_m3", "m3"),
 
-    Num(13, 1, kV32, kFormV32, "DPT_Value_4_Count", "counter pulses"),
-    Num(13, 2, kV32, kFormV32, "DPT_FlowRate_m3/h", "m3/h"),
-    Num(13, 10, kV32, kFormV32, "DPT_ActiveEnergy", "Wh"),
-    Num(13, 11, kV32, kFormV32, "DPT_ApparantEnergy", "VAh"),
-    Num(13, 12, kV32, kFormV32, "DPT_ReactiveEnergy", "VARh"),
-    Num(13, 13, kV32, kFormV32, "DPT_ActiveEnergy_kWh", "kWh"),
-    Num(13, 14, kV32, kFormV32, "DPT_ApparantEnergy_kVAh", "kVAh"),
-    Num(13, 15, kV32, kFormV32, "DPT_ReactiveEnergy_kVARh", "kVARh"),
-    Num(13, 16, kV32, kFormV32, "DPT_ActiveEnergy_MWh", "MWh"),
-    Num(13, 100, kV32, kFormV32, "DPT_LongDeltaTimeSec", "s"),
-    Num(13, 1200, kV32, kFormV32, "DPT_DeltaVolumeLiquid_Litre", "l"),
-    Num(13, 1201, kV32, kFormV32, "DPT_DeltaVolume_m3", "m3"),
+    Num(13, 1, kV32, "DPT_Value_4_Count", "counter pulses"),
+    Num(13, 2, kV32, "DPT_FlowRate_m3/h", "m3/h"),
+    Num(13, 10, kV32, "DPT_ActiveEnergy", "Wh"),
+    Num(13, 11, kV32, "DPT_ApparantEnergy", "VAh"),
+    Num(13, 12, kV32, "DPT_ReactiveEnergy", "VARh"),
+    Num(13, 13, kV32, "DPT_ActiveEnergy_kWh", "kWh"),
+    Num(13, 14, kV32, "DPT_ApparantEnergy_kVAh", "kVAh"),
+    Num(13, 15, kV32, "DPT_ReactiveEnergy_kVARh", "kVARh"),
+    Num(13, 16, kV32, "DPT_ActiveEnergy_MWh", "MWh"),
+    Num(13, 100, kV32, "DPT_LongDeltaTimeSec", "s"),
+    Num(13, 1200, kV32, "DPT_DeltaVolumeLiquid_Litre", "l"),
+    Num(13, 1201, kV32, "DPT_DeltaVolume_m3", "m3"),
 
     Float32(0, "DPT_Value_Acceleration", "m/s2"),
     Float32(1, "DPT_Value_Acceleration_Angular", "rad/s2"),
@@ -375,8 +377,7 @@ constexpr Type s_types[] = {
 
 // The flow rate as the KNX Standard prints it. Devices and other programs use the raw integers, so this is
 // the variant that has to be asked for.
-constexpr Type s_flowRateInUnits =
-    Num(13, 2, kV32TenThousandths, kFormV32TenThousandths, "DPT_FlowRate_m3/h", "m3/h", "0.0001");
+constexpr Type s_flowRateInUnits = Num(13, 2, kV32TenThousandths, "DPT_FlowRate_m3/h", "m3/h", "0.0001");
 
 // Open addressing over all rows, filled when the table is compiled.
 constexpr std::size_t kSlots = 2048;
