@@ -97,21 +97,21 @@ std::string ParseWithPlace(std::string_view text, json::value& root) {
     options.allow_trailing_commas = true;
     json::stream_parser parser({}, options);
     json::error_code failure;
-    const auto read = parser.write_some(text.data(), text.size(), failure);
-    if (!failure)
-        parser.finish(failure);
-    std::size_t rest = read;
+    auto place = parser.write_some(text.data(), text.size(), failure);
     if (!failure) {
-        rest = std::min(text.find_first_not_of(" \t\r\n", read), text.size());
-        if (rest == text.size()) {
-            root = parser.release();
-            return {};
-        }
-        failure = json::error::extra_data;
+        place = std::min(text.find_first_not_of(" \t\r\n", place), text.size());
+        if (place < text.size())
+            failure = json::error::extra_data;
+        else
+            parser.finish(failure);
     }
-    const auto before = text.substr(0, rest);
+    if (!failure) {
+        root = parser.release();
+        return {};
+    }
+    const auto before = text.substr(0, place);
     const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-    const auto column = rest - (before.rfind('\n') + 1) + 1;
+    const auto column = place - (before.rfind('\n') + 1) + 1;
     return fmt::format("{}:{}: not JSON: {}", line, column, failure.message());
 }
 

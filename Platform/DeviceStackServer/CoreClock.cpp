@@ -2,16 +2,31 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
+
 namespace DeviceStackServer {
 
 namespace FixedId = ProjectFile::FixedId;
 
+namespace {
+
+/// The moment that a value of type 19.001 names: date and time, and flags behind them. Nothing when a flag
+/// says that a part is missing or wrong, or when the calendar has no such day.
+std::optional<Seconds> ClockTime(std::string_view text) {
+    const auto end = std::min(text.find(';'), text.size());
+    for (const std::string_view flag : {";f=1", ";ny=1", ";nd=1", ";nt=1"}) {
+        if (text.find(flag, end) != std::string_view::npos)
+            return std::nullopt;
+    }
+    return ParseCivil(text.substr(0, end));
+}
+
+} // namespace
+
 void Core::SetClock(Client& client, const Asker& asker, const std::string& text) {
-    // Only what tells the time counts; flags of the type may follow it.
-    const auto civil = ParseCivil(std::string_view(text).substr(0, text.find(';')));
+    const auto civil = ClockTime(text);
     if (!civil)
-        return Fail(asker, DeviceStack::kValueDoesNotFit,
-                    "\"" + text + "\" is no date and time of the calendar");
+        return Fail(asker, DeviceStack::kValueDoesNotFit, "\"" + text + "\" names no moment of the calendar");
     if (const auto utc = m_environment.SetSystemClock(*civil)) {
         m_clock.ClearOffset();
         m_now.utc = *utc;

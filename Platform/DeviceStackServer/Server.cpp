@@ -1,5 +1,6 @@
 #include "DeviceStackServer/Server.h"
 
+#include "DeviceStackServer/CheckValue.h"
 #include "DeviceStackServer/ServerImpl.h"
 #include "DeviceStackServer/ServiceNotification.h"
 
@@ -239,12 +240,10 @@ void Server::Impl::SaveLater(Seconds delay) {
 
 void Server::Impl::SaveNow() {
     m_saving = false;
-    if (m_idsChanged || m_valuesChanged) {
-        const auto& state = m_core.CurrentState();
-        if (m_idsChanged)
-            m_state.SaveIds(state);
-        m_state.SaveValues(state);
-    }
+    if (m_idsChanged)
+        m_state.SaveIds(m_core.CurrentState());
+    if (m_valuesChanged)
+        m_state.SaveValues(m_core.CurrentState());
     m_idsChanged = m_valuesChanged = false;
 }
 

@@ -20,9 +20,6 @@
 
 namespace DeviceStackServer {
 
-/// Why a value text does not fit the datapoint type; see ValueCheck.
-std::string CheckValue(const KNXDPT& dpt, std::string& text);
-
 class Server::Impl : private IEnvironment, private ISessionOwner {
 public:
     Impl(Configuration configuration, std::string version);

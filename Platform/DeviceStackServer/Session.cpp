@@ -79,9 +79,14 @@ void Session::OnEndOfInput() {
     if (PeerIsGone())
         return End("the peer has left");
     // The peer closed only its sending side and may still wait for answers.
-    if (m_output.empty() && !m_owner.IsWaiting(*this))
-        return End("the peer has finished");
     WaitForEnd();
+    EndIfFinished();
+}
+
+/// Ends the session of a peer that sends no more and waits for nothing.
+void Session::EndIfFinished() {
+    if (!m_closed && m_inputEnded && m_output.empty() && !m_owner.IsWaiting(*this))
+        End("the peer has finished");
 }
 
 void Session::WaitForEnd() {
@@ -129,6 +134,8 @@ void Session::Send(Line line, IEnvironment::Kind kind) {
     Count(m_output.back(), true);
     if (m_output.size() == 1)
         Flush();
+    if (m_inputEnded)
+        asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->EndIfFinished(); });
     if (m_events <= kMaxEvents && m_eventBytes <= kMaxEventBytes)
         return;
     m_cutOff = true;
@@ -194,8 +201,7 @@ void Session::WaitToWrite() {
         self->Flush();
         if (!self->TakeLines())
             return;
-        if (self->m_inputEnded && self->m_output.empty() && !self->m_owner.IsWaiting(*self))
-            return self->End("the peer has finished");
+        self->EndIfFinished();
         self->WaitToRead();
     });
 }

@@ -69,6 +69,7 @@ private:
     void WaitForEnd();
     void OnReadable();
     void OnEndOfInput();
+    void EndIfFinished();
     bool TakeLines();
     bool PeerIsGone() const;
     bool IsCongested() const { return m_answerBytes > kMaxAnswerBytes && !m_broken; }

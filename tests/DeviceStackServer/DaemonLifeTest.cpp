@@ -1,0 +1,288 @@
+// Start, end, configuration and files of the started daemon.
+#include "DaemonText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace DeviceStackServer {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+struct Ended {
+    int status;
+    std::string output;
+};
+
+/// Runs the program to its end.
+Ended RunToEnd(std::vector<std::string> arguments) {
+    TemporaryDirectory directory;
+    arguments.insert(arguments.begin(), DEVICESTACKD);
+    Process process(arguments, directory / "output");
+    const int status = process.Wait();
+    return {status, ReadText(directory / "output")};
+}
+
+TEST(DaemonLife, EndsWithinASecondWithItsStateOnTheDisk) {
+    Daemon daemon(kDaemonProject, R"("saveDelay":3600)");
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    RawClient client(daemon.Socket());
+    client.Call("setValue", R"({"name":"Plain","value":"77"})");
+    daemon.GetProcess().Signal(SIGTERM);
+    EXPECT_EQ(daemon.GetProcess().Wait(std::chrono::seconds(1)), 0) << daemon.Log();
+    EXPECT_TRUE(client.IsClosed());
+    EXPECT_FALSE(std::filesystem::exists(daemon.Socket()));
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    RawClient again(daemon.Socket());
+    const auto value = again.Call("getValue", R"({"name":"Plain"})");
+    EXPECT_EQ(Text(value, "/result/value"), "77");
+    EXPECT_EQ(Text(value, "/result/change"), "0");
+}
+
+TEST(DaemonLife, AKilledDaemonLeavesNothingThatItsSuccessorCannotUse) {
+    Daemon daemon(kDaemonProject);
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    {
+        RawClient client(daemon.Socket());
+        client.Call("setValue", R"({"name":"Plain","value":"1"})");
+        ASSERT_TRUE(Eventually([&] {
+            return ReadText(daemon.directory / "state/values.json").find("Plain") != std::string::npos;
+        }));
+        // Die while values are written one after the other.
+        for (int i = 0; i < 200; ++i)
+            client.SendLine(R"({"jsonrpc":"2.0","method":"setValue","params":{"id":2001,"value":")" +
+                            std::to_string(i) + "\"}}");
+        daemon.Stop(SIGKILL);
+    }
+    EXPECT_TRUE(std::filesystem::exists(daemon.Socket()));
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    EXPECT_THAT(daemon.Log(), Not(HasSubstr("cannot be read")));
+    RawClient client(daemon.Socket());
+    EXPECT_NE(Text(client.Call("getValue", R"({"name":"Plain"})"), "/result/value"), "(none)");
+}
+
+TEST(DaemonLife, AnUnreadableStateFileIsSetAsideWithAWord) {
+    Daemon daemon(kDaemonProject);
+    std::filesystem::create_directories(daemon.directory / "state");
+    WriteText(daemon.directory / "state/values.json", "{\"version\":1,\"val");
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    EXPECT_THAT(daemon.Log(),
+                testing::ContainsRegex("ERROR .*values.json cannot be read \\(not JSON: .*it is kept as "
+                                       ".*values.json.unreadable-"));
+    int kept = 0;
+    for (const auto& file : std::filesystem::directory_iterator(daemon.directory / "state")) {
+        if (file.path().filename().string().rfind("values.json.unreadable-", 0) == 0) {
+            EXPECT_EQ(ReadText(file.path()), "{\"version\":1,\"val");
+            ++kept;
+        }
+    }
+    EXPECT_EQ(kept, 1);
+}
+
+TEST(DaemonLife, ALivingServersSocketIsRefused) {
+    Daemon first(kDaemonProject);
+    ASSERT_TRUE(first.Start()) << first.Log();
+    Daemon second(kDaemonProject);
+    auto ended = RunToEnd({"--config", second.directory / "devicestackd.json", "--socket", first.Socket()});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr(first.Socket() + ": another server listens at this socket\n"));
+    RawClient client(first.Socket()); // which still serves
+    EXPECT_EQ(Text(client.Call("getUrn", R"({"id":1000})"), "/result/urn"), "urn:oxn:dp:house");
+}
+
+TEST(DaemonLife, AUsedStateDirectoryIsRefused) {
+    Daemon first(kDaemonProject);
+    ASSERT_TRUE(first.Start()) << first.Log();
+    const auto ended =
+        RunToEnd({"--config", first.directory / "devicestackd.json", "--socket", first.directory / "other"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr("another devicestackd uses this state directory\n"));
+    EXPECT_FALSE(std::filesystem::exists(first.directory / "other"));
+}
+
+TEST(DaemonLife, AFileThatIsNoSocketIsNotTouched) {
+    Daemon daemon(kDaemonProject);
+    WriteText(daemon.directory / "file", "precious");
+    const auto ended =
+        RunToEnd({"--config", daemon.directory / "devicestackd.json", "--socket", daemon.directory / "file"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr("there is a file that is no socket"));
+    EXPECT_EQ(ReadText(daemon.directory / "file"), "precious");
+}
+
+TEST(DaemonLife, ABadConfigurationIsOneSentenceAndStatus2) {
+    TemporaryDirectory directory;
+    WriteText(directory / "c.json", R"({"project":"p.json","socket":5})");
+    auto ended = RunToEnd({"--config", directory / "c.json"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.output, "devicestackd: " + directory.Path() + "/c.json: /socket: must be a text\n");
+    ended = RunToEnd({"--config", directory / "none.json"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.output, "devicestackd: " + directory.Path() + "/none.json: there is no such file\n");
+    WriteText(directory / "c.json", "{\n]");
+    ended = RunToEnd({"--config", directory / "c.json"});
+    EXPECT_THAT(ended.output, HasSubstr("/c.json:2:1: not JSON: "));
+    EXPECT_EQ(RunToEnd({"--no-such-option"}).status, 2);
+    EXPECT_EQ(RunToEnd({"--project", "x", "--log-level", "LOUD"}).status, 2);
+    EXPECT_FALSE(std::filesystem::exists(directory / "state"));
+}
+
+TEST(DaemonLife, ABadProjectIsStatus2AndCheckListsEveryError) {
+    Daemon daemon(R"({"version":1,"device":"house","dataPoints":[
+        {"id":1,"name":"A","dpt":"nonsense"},{"id":1,"name":"B","dpt":"1.001"}]})");
+    const auto configuration = daemon.directory / "devicestackd.json";
+    auto ended = RunToEnd({"--config", configuration});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr("/dataPoints/0/dpt: "));
+    EXPECT_THAT(ended.output, HasSubstr("(and 1 more)"));
+    EXPECT_FALSE(std::filesystem::exists(daemon.Socket()));
+    EXPECT_EQ(RunToEnd({"--config", configuration, "--check-config"}).status, 2);
+    ended = RunToEnd({"check", "--config", configuration});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr("/dataPoints/0/dpt: "));
+    EXPECT_THAT(ended.output, HasSubstr("/dataPoints/1/id: "));
+}
+
+TEST(DaemonLife, AGoodConfigurationPassesTheCheckAndStartsNothing) {
+    Daemon daemon(kDaemonProject);
+    const auto configuration = daemon.directory / "devicestackd.json";
+    EXPECT_EQ(RunToEnd({"--config", configuration, "--check-config"}).status, 0);
+    const auto ended = RunToEnd({"check", "--project", daemon.ProjectPath()});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.output, HasSubstr("10 data points of house, no errors"));
+    EXPECT_FALSE(std::filesystem::exists(daemon.directory / "state"));
+}
+
+TEST(DaemonLife, TheVersionIsPrinted) {
+    const auto ended = RunToEnd({"--version"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.output, testing::MatchesRegex("devicestackd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(DaemonLife, TheServiceManagerIsToldWhenClientsMayConnect) {
+    Daemon daemon(kDaemonProject);
+    const auto path = daemon.directory / "notify";
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ASSERT_TRUE(daemon.Start({"NOTIFY_SOCKET=" + path})) << daemon.Log();
+    char text[64] = {};
+    ASSERT_GT(::recv(fd, text, sizeof text - 1, 0), 0);
+    EXPECT_STREQ(text, "READY=1");
+    ::close(fd);
+}
+
+TEST(DaemonLife, CommandsAreRunAfterTheirRequestWasAnswered) {
+    Daemon daemon(kDaemonProject);
+    WriteText(daemon.directory / "devicestackd.json",
+              R"({"project":"project.json","socket":"run/socket","stateDirectory":"state","commands":{)"
+              R"("restart":["/bin/sh","-c","echo restart >> ')" +
+                  daemon.directory.Path() + R"(/ran'"],"ntp":["/bin/sh","-c","echo ntp $1 >> ')" +
+                  daemon.directory.Path() + R"(/ran'; exit 3","sh"]}})");
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    RawClient listener(daemon.Socket());
+    listener.Register("listen");
+    RawClient client(daemon.Socket());
+    EXPECT_EQ(Text(client.Call("setValue", R"({"id":1004,"value":"1"})"), "/result/change"), "0");
+    EXPECT_TRUE(Eventually([&] { return ReadText(daemon.directory / "ran") == "restart\n"; }));
+    EXPECT_EQ(Text(listener.ReceiveJson(), "/params/key"), "Restart");
+    client.Call("setConfiguration", R"({"settings":{"Ntp":"false"}})");
+    EXPECT_TRUE(Eventually([&] { return ReadText(daemon.directory / "ran") == "restart\nntp false\n"; }));
+    EXPECT_EQ(Text(listener.ReceiveJson(), "/params/value"), "false");
+    EXPECT_TRUE(
+        Eventually([&] { return daemon.Log().find("failed with exit status 3") != std::string::npos; }));
+}
+
+TEST(DaemonLife, WithoutCommandsARestartIsOnlyLoggedAndPublished) {
+    Daemon daemon(kDaemonProject);
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    RawClient listener(daemon.Socket());
+    listener.Register("listen");
+    RawClient client(daemon.Socket());
+    client.Call("command", R"({"command":{"command":"Restart","type":"Device"}})");
+    EXPECT_EQ(Text(listener.ReceiveJson(), "/params/key"), "Restart");
+    EXPECT_TRUE(
+        Eventually([&] { return daemon.Log().find("no command is configured") != std::string::npos; }));
+}
+
+class DaemonProject : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(daemon.Start()) << daemon.Log();
+        client.emplace(daemon.Socket());
+        client->Register("listen");
+    }
+
+    /// The project as an editor or a download replaces it: by a rename.
+    void Replace(const std::string& text) {
+        WriteText(daemon.ProjectPath() + ".new", text);
+        std::filesystem::rename(daemon.ProjectPath() + ".new", daemon.ProjectPath());
+    }
+
+    std::string Announced() {
+        const auto message = client->ReceiveJson();
+        return Text(message, "/method") + " " + Text(message, "/params/key") + " " +
+               Text(message, "/params/value");
+    }
+
+    Daemon daemon{kDaemonProject};
+    std::optional<RawClient> client;
+};
+
+constexpr const char* kOtherProject =
+    R"({"version":1,"device":"house","dataPoints":[{"id":2009,"name":"New","dpt":"5.010","initial":"3"}]})";
+
+TEST_F(DaemonProject, AReplacedFileIsTakenOverAndAnnounced) {
+    Replace(kOtherProject);
+    EXPECT_EQ(Announced(), "configurationChanged Project ok");
+    EXPECT_EQ(Text(client->Call("getValue", R"({"name":"New"})"), "/result/value"), "3");
+    EXPECT_EQ(Text(client->Call("getValue", R"({"name":"Plain"})"), "/error/code"), "1");
+}
+
+TEST_F(DaemonProject, AFileThatIsWrittenInPlaceIsTakenOverOnceItIsQuiet) {
+    WriteText(daemon.ProjectPath(), std::string(kOtherProject).substr(0, 20));
+    WriteText(daemon.ProjectPath(), kOtherProject);
+    EXPECT_EQ(Announced(), "configurationChanged Project ok");
+    EXPECT_FALSE(client->Receive(std::chrono::milliseconds(200)));
+}
+
+TEST_F(DaemonProject, ARefusedFileIsAnnouncedWithItsCauseAndTheFormerStays) {
+    Replace("{");
+    EXPECT_THAT(Announced(),
+                testing::MatchesRegex("configurationChanged Project .*project.json: .*not JSON.*"));
+    client->Call("setValue", R"({"name":"Plain","value":"1"})");
+    EXPECT_EQ(Text(client->Call("getValue", R"({"name":"Plain"})"), "/result/value"), "1");
+}
+
+TEST_F(DaemonProject, AnIdOfAnotherUrnIsRefusedAlsoAfterARestart) {
+    daemon.Stop(SIGTERM);
+    WriteText(daemon.ProjectPath(),
+              R"({"version":1,"device":"house","dataPoints":[{"id":2001,"name":"Else","dpt":"5.010"}]})");
+    EXPECT_FALSE(daemon.Start());
+    EXPECT_EQ(daemon.GetProcess().Wait(), 2);
+    EXPECT_THAT(daemon.Log(), HasSubstr("project.json: the id 2001 belonged to urn:oxn:dp:house:Plain"));
+}
+
+TEST_F(DaemonProject, ASignalAndACommandReadTheFileAgain) {
+    daemon.GetProcess().Signal(SIGHUP);
+    EXPECT_EQ(Announced(), "configurationChanged Project ok");
+    RawClient other(daemon.Socket());
+    EXPECT_EQ(
+        Text(other.Call("command", R"({"command":{"command":"ReloadProject"}})"), "/result/response/result"),
+        "ok");
+    EXPECT_EQ(Announced(), "configurationChanged Project ok");
+}
+
+} // namespace
+} // namespace DeviceStackServer
