@@ -54,7 +54,8 @@ public:
                                        const std::string& value) = 0;
         virtual void OnConnectionLost() = 0;
 
-        /// Another application sent an event; `sender` is that application's name.
+        /// Another application sent an event with a message; `sender` is that application's name. Events
+        /// without a message, such as "configurationLoaded", are for the device stack and not told here.
         virtual bool OnApplicationEvent(void* ctx, const std::string& sender, const std::string& message) = 0;
 
         virtual void OnStateChanged(void*, int) {}
