@@ -74,7 +74,7 @@ TEST(RandomValues, CharactersSurvive) {
     }
 }
 
-// Whatever people type: a text is taken or refused as a whole, and the helper checks that a refusal leaves no
+// Whatever people type: a text is taken or refused as a whole, and ToBus() checks that a refusal leaves no
 // trace.
 TEST(RandomValues, ArbitraryTextDoesNoHarm) {
     constexpr std::string_view kLetters = "0123456789.-+eE:;T{}\"[]cv= truefalsonWdx\xC3\xBC\x80\xFF\n";
