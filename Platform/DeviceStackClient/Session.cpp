@@ -259,7 +259,10 @@ void Session::OnClosed(const std::string& reason, Events& events) {
         m_down = error;
     if (before == State::Down)
         return;
-    LOG4CPLUS_WARN(Logger(), "OnClosed(): " << reason << "; trying again until it is there.");
+    if (before == State::Registering) // a refusal was logged once
+        LOG4CPLUS_DEBUG(Logger(), "OnClosed(): " << reason);
+    else
+        LOG4CPLUS_WARN(Logger(), "OnClosed(): " << reason << "; trying again until it is there.");
     m_isSilent = false;
     m_first.clear();
     KeepUnsent(error, events);

@@ -165,6 +165,9 @@ TEST_F(DsctlWithDeviceStack, SetOfABadValueNamesDataPointAndReason) {
     const auto result = Run({"set", "clock", "yesterday"});
     EXPECT_EQ(result.code, 1);
     EXPECT_THAT(result.error, MatchesRegex("dsctl: [^\n]*clock[^\n]*yesterday[^\n]*\n"));
+    const auto tooLarge = Run({"set", "Hall.Owned", "256"});
+    EXPECT_EQ(tooLarge.code, 1);
+    EXPECT_THAT(tooLarge.error, MatchesRegex("dsctl: Hall.Owned: [^\n]*256[^\n]*\n"));
 }
 
 TEST_F(DsctlWithDeviceStack, SetOfAReadOnlyDataPointIsRefused) {
