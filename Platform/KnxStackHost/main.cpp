@@ -2,6 +2,8 @@
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/Host.h"
 #include "KnxStackHost/Logging.h"
+#include "KnxStackHost/ProjectCheck.h"
+#include "ProjectFile/Project.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -45,6 +47,8 @@ void Describe(CLI::App& app, CommandLine& line) {
     app.add_option("--device-stack-socket", line.deviceStackSocket, "Socket of the device stack");
     app.add_option("--log-level", line.logLevel, "trace, debug, info, warn, error or off")
         ->check(CLI::Validator(known(KnxStackHost::IsLogLevel, "is no log level"), "LEVEL"));
+    app.add_subcommand("check", "Compare the group objects with the bindings of the project file")
+        ->fallthrough();
     app.set_version_flag("--version", "knxstackd " KNXSTACKD_VERSION);
 }
 
@@ -80,6 +84,27 @@ int Serve(const CommandLine& line) {
     std::_Exit(EXIT_FAILURE);
 }
 
+/// `check`: one line per finding.
+int CheckProject(const CommandLine& line) {
+    const auto configuration = ReadConfiguration(line);
+    if (configuration.project.empty())
+        throw ConfigurationError(line.configFile +
+                                 ": /project: is missing, so there is nothing to compare with");
+    const auto loaded = ProjectFile::LoadProject(configuration.project);
+    for (const auto& error : loaded.errors)
+        fmt::print("{}\n", error);
+    if (!loaded)
+        return kConfigurationExit;
+    const auto findings = KnxStackHost::CompareWithProject(configuration, *loaded.project);
+    for (const auto& fault : findings.faults)
+        fmt::print("{}: {}\n", configuration.project, fault);
+    for (const auto& note : findings.notes)
+        fmt::print("{}: note: {}\n", line.configFile, note);
+    fmt::print("{} group objects, {} data points: {} faults, {} notes\n", configuration.groupObjects.size(),
+               loaded.project->dataPoints.size(), findings.faults.size(), findings.notes.size());
+    return findings.faults.empty() ? EXIT_SUCCESS : kConfigurationExit;
+}
+
 int CheckConfiguration(const CommandLine& line) {
     const auto configuration = ReadConfiguration(line);
     EnterEnvironment(configuration);
@@ -101,6 +126,8 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         line.configFile = std::filesystem::absolute(line.configFile).string();
+        if (app.got_subcommand("check"))
+            return CheckProject(line);
         return line.checkConfig ? CheckConfiguration(line) : Serve(line);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : kConfigurationExit;

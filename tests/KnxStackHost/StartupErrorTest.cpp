@@ -111,6 +111,21 @@ TEST_F(StartupError, CheckConfigStartsNothing) {
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record"));
 }
 
+TEST_F(StartupError, CheckComparesWithTheProject) {
+    m_directory.Write("project.json", R"({"version": 1, "device": "house", "dataPoints": [
+        {"id": 2001, "name": "Light", "dpt": "1.001", "knx": {"co": 1}},
+        {"id": 2002, "name": "Gone", "dpt": "1.001", "knx": {"co": 99}}]})");
+    DaemonProcess check(m_directory, TestConfiguration("", R"(, "project": "project.json")"), {"check"});
+    EXPECT_EQ(2, check.WaitForEnd(milliseconds(10000)));
+    EXPECT_THAT(check.Log(),
+                HasSubstr("project.json: data point 2002 \"Gone\": CO 99: there is no such group object\n"));
+    EXPECT_THAT(check.Log(), HasSubstr("5 group objects, 10 data points: 1 faults, 4 notes\n"));
+}
+
+TEST_F(StartupError, CheckNeedsAProject) {
+    ExpectRefusal(TestConfiguration(), {"/project: is missing"}, {"check"});
+}
+
 TEST_F(StartupError, CheckConfigFindsTheSameFaults) {
     ExpectRefusal(Replaced(TestConfiguration(), TEST_PROGRAM, OLD_PROGRAM), {"version 22"},
                   {"--check-config"});

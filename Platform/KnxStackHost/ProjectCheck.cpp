@@ -1,0 +1,93 @@
+#include "KnxStackHost/ProjectCheck.h"
+
+#include "ProjectFile/Project.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <set>
+
+namespace KnxStackHost {
+
+namespace {
+
+using KnxDevice::Flag;
+using ProjectFile::Project;
+
+class Comparison {
+public:
+    Comparison(const Configuration& configuration, const Project& project) : m_project(project) {
+        for (const auto& object : configuration.groupObjects)
+            m_objects.emplace(object.definition.number, &object);
+    }
+
+    ProjectFindings Run() {
+        for (const auto& point : m_project.dataPoints) {
+            if (!point.knx || point.id == ProjectFile::FixedId::kClock)
+                continue; // the clock's COs are those of timeCos
+            const auto user = fmt::format("data point {} \"{}\"", point.id, point.name);
+            Check(user, point.knx->readCo);
+            if (point.knx->writeCo != point.knx->readCo)
+                Check(user, point.knx->writeCo);
+        }
+        for (const auto& timeCo : m_project.timeCos)
+            Check("the clock", timeCo.co);
+        for (const auto& [number, object] : m_objects)
+            if (m_bound.count(number) == 0 && !m_project.translationRange.Contains(number))
+                m_findings.notes.push_back(
+                    fmt::format("group object {} \"{}\" is bound to no data point", number, object->name));
+        return std::move(m_findings);
+    }
+
+private:
+    void Check(const std::string& user, std::uint16_t co) {
+        if (co == 0)
+            return;
+        m_bound.insert(co);
+        const auto found = m_objects.find(co);
+        if (found == m_objects.end()) {
+            AddFault(user, co, "there is no such group object");
+            return;
+        }
+        const auto& object = *found->second;
+        if (!object.definition.flags.Has(Flag::Communication))
+            AddFault(user, co, "the group object lacks flag C, so that it neither sends nor receives");
+        if (m_project.translationRange.Contains(co))
+            AddFault(user, co, "the CO lies in the range whose telegrams go to another application");
+        if (const auto dpt = m_project.DptOfCo(co))
+            CheckType(user, object, *dpt);
+    }
+
+    void CheckType(const std::string& user, const ConfiguredObject& object, const KNXDPT& dpt) {
+        const auto co = object.definition.number;
+        if (object.dpt && object.dpt->main != dpt.main) {
+            AddFault(user, co,
+                     fmt::format("the group object is a {}, the data point a {}.{:03}",
+                                 Datapoint::ToString(*object.dpt), dpt.main, dpt.sub));
+            return;
+        }
+        const auto* type = Datapoint::Find({dpt.main, dpt.sub});
+        const auto bits = type == nullptr ? 0 : Datapoint::SizeInBits(*type);
+        if (bits != 0 && bits != object.definition.sizeInBits)
+            AddFault(user, co,
+                     fmt::format("the group object has {} bits, a value of {} has {}",
+                                 object.definition.sizeInBits, Datapoint::ToString(type->GetNumber()), bits));
+    }
+
+    void AddFault(const std::string& user, std::uint16_t co, const std::string& cause) {
+        m_findings.faults.push_back(fmt::format("{}: CO {}: {}", user, co, cause));
+    }
+
+    const Project& m_project;
+    std::map<std::uint16_t, const ConfiguredObject*> m_objects; // by number
+    std::set<std::uint16_t> m_bound;
+    ProjectFindings m_findings;
+};
+
+} // namespace
+
+ProjectFindings CompareWithProject(const Configuration& configuration, const Project& project) {
+    return Comparison(configuration, project).Run();
+}
+
+} // namespace KnxStackHost

@@ -1,0 +1,25 @@
+// Compares the group objects of the host with the bindings of a project.
+#pragma once
+
+#include "KnxStackHost/Configuration.h"
+
+#include <string>
+#include <vector>
+
+namespace ProjectFile {
+class Project;
+}
+
+namespace KnxStackHost {
+
+/// What the two files have against each other, a sentence each.
+struct ProjectFindings {
+    std::vector<std::string> faults; ///< telegrams or values would be lost
+    std::vector<std::string> notes;  ///< worth knowing, and possibly meant so
+};
+
+/// A fault: a CO of a data point or clock that is no group object, does not take part in communication, or
+/// has another size or another main type. A note: a group object that nothing is bound to.
+ProjectFindings CompareWithProject(const Configuration& configuration, const ProjectFile::Project& project);
+
+} // namespace KnxStackHost

@@ -1,0 +1,93 @@
+#include "KnxStackHost/ProjectCheck.h"
+
+#include "ProjectFile/Project.h"
+
+#include <gmock/gmock.h>
+
+namespace KnxStackHost {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Objects 1 (1.001), 2 (9.001), 3 (8 bits without a type), 4 (19.001) and whatever `more` says.
+Configuration Objects(const std::string& more = "") {
+    return ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"}, "server": {"tunnels": ["1.1.2"]},
+        "groupObjects": [
+            {"number": 1, "name": "light", "dpt": "1.001", "flags": "CRWTU"},
+            {"number": 2, "name": "warmth", "dpt": "9.001", "flags": "CRWTU"},
+            {"number": 3, "name": "level", "size": 8, "flags": "CRWTU"},
+            {"number": 4, "name": "time", "dpt": "10.001", "flags": "CRWTU"})" +
+                                  more + R"(],
+        "applicationProgram": {"library": "libp.so"}})",
+                              "/etc/knxstackd.json");
+}
+
+ProjectFindings FindingsOf(const Configuration& configuration, const std::string& dataPoints,
+                           const std::string& knx = R"("timeCos": [{"co": 4, "dpt": "10.001"}])") {
+    const auto loaded = ProjectFile::ParseProject(R"({"version": 1, "device": "house", "knx": {)" + knx +
+                                                      R"(}, "dataPoints": [)" + dataPoints + "]}",
+                                                  "project");
+    EXPECT_TRUE(loaded) << loaded.Error();
+    return loaded ? CompareWithProject(configuration, *loaded.project) : ProjectFindings{};
+}
+
+const std::string kFitting = R"(
+    {"id": 2001, "name": "Light", "dpt": "1.002", "knx": {"co": 1}},
+    {"id": 2002, "name": "Warmth", "dpt": "9.001", "knx": {"co": 2}},
+    {"id": 2003, "name": "Level", "dpt": "5.001", "knx": {"co": 3}})";
+
+TEST(ProjectCheck, HasNothingAgainstFilesThatFit) {
+    const auto findings = FindingsOf(Objects(), kFitting);
+    EXPECT_THAT(findings.faults, IsEmpty());
+    EXPECT_THAT(findings.notes, IsEmpty());
+}
+
+TEST(ProjectCheck, FindsAnUnknownCo) {
+    EXPECT_THAT(
+        FindingsOf(Objects(),
+                   R"({"id": 2001, "name": "Light", "dpt": "1.001", "knx": {"co": {"read": 1, "write": 9}}})")
+            .faults,
+        ElementsAre("data point 2001 \"Light\": CO 9: there is no such group object"));
+}
+
+TEST(ProjectCheck, FindsAnotherType) {
+    EXPECT_THAT(
+        FindingsOf(Objects(), R"({"id": 2001, "name": "Light", "dpt": "5.001", "knx": {"co": 1}})").faults,
+        ElementsAre("data point 2001 \"Light\": CO 1: the group object is a 1.001, the data point a 5.001"));
+}
+
+TEST(ProjectCheck, FindsAnotherSize) {
+    EXPECT_THAT(
+        FindingsOf(Objects(), R"({"id": 2003, "name": "Level", "dpt": "9.001", "knx": {"co": 3}})").faults,
+        ElementsAre("data point 2003 \"Level\": CO 3: the group object has 8 bits, a value of 9.001 has 16"));
+}
+
+TEST(ProjectCheck, FindsAClockOfAnotherType) {
+    EXPECT_THAT(FindingsOf(Objects(), kFitting, R"("timeCos": [{"co": 4, "dpt": "11.001"}])").faults,
+                ElementsAre("the clock: CO 4: the group object is a 10.001, the data point a 11.001"));
+}
+
+TEST(ProjectCheck, FindsAnObjectThatDoesNotCommunicate) {
+    const auto configuration = Objects(R"(, {"number": 5, "dpt": "1.001", "flags": "RWT"})");
+    EXPECT_THAT(
+        FindingsOf(configuration,
+                   kFitting + R"(, {"id": 2005, "name": "Mute", "dpt": "1.001", "knx": {"co": 5}})")
+            .faults,
+        ElementsAre(
+            "data point 2005 \"Mute\": CO 5: the group object lacks flag C, so that it neither sends nor "
+            "receives"));
+}
+
+TEST(ProjectCheck, NotesWhatIsBoundToNothing) {
+    const auto configuration = Objects(R"(, {"number": 6, "name": "spare", "size": 8, "flags": "C"},
+                                          {"number": 901, "name": "passed on", "size": 8, "flags": "C"})");
+    const auto findings =
+        FindingsOf(configuration, kFitting,
+                   R"("timeCos": [{"co": 4, "dpt": "10.001"}], "translationRange": [900, 910])");
+    EXPECT_THAT(findings.faults, IsEmpty());
+    EXPECT_THAT(findings.notes, ElementsAre("group object 6 \"spare\" is bound to no data point"));
+}
+
+} // namespace
+} // namespace KnxStackHost
