@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <stdexcept>
 #include <thread>
 
 namespace TestSupport {
@@ -76,8 +77,8 @@ public:
     }
 
     ~Client() override {
-        m_recorder.Add("client is being destroyed");
         m_closing = true;
+        m_recorder.Add("client is being destroyed");
         {
             const std::lock_guard lock(m_stack.m_mutex);
             m_stack.m_client = nullptr;
@@ -111,7 +112,11 @@ public:
     bool RegisterApplication(const std::string& name, const std::string& type,
                              const std::string& instance) override {
         Record("RegisterApplication", name + ", " + type + ", " + instance);
-        return Enter("RegisterApplication");
+        if (!Enter("RegisterApplication"))
+            return false;
+        const std::lock_guard lock(m_stack.m_mutex);
+        m_stack.m_client = this; // callbacks may come from now on
+        return true;
     }
     void SetValueFormat(const std::string& format) override {
         Record("SetValueFormat", format);
@@ -223,10 +228,7 @@ std::unique_ptr<Vesk::IDeviceStackClient> FakeDeviceStack::MakeClient() {
     FakeDeviceStack* const stack = s_current;
     if (stack == nullptr || !stack->faults.Enter("CreateDeviceStackClient"))
         return nullptr;
-    auto client = std::make_unique<Client>(*stack, stack->m_recorder);
-    const std::lock_guard lock(stack->m_mutex);
-    stack->m_client = client.get();
-    return client;
+    return std::make_unique<Client>(*stack, stack->m_recorder);
 }
 
 template <typename Call>

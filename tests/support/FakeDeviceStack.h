@@ -41,15 +41,15 @@ public:
     std::map<Id, std::string> urns;               ///< full URNs, for GetUrn and GetId
     Faults faults;
 
-    // Callbacks into the application, made on the client's callback thread, one after the other. The future
-    // has the handler's answer, or the exception that came out of it.
+    // Callbacks into the registered application, made on the client's callback thread, one after the other.
+    // The future has the handler's answer, or the exception that came out of it.
     std::future<bool> ValueChanged(Id id, std::string urn, std::string value);
     std::future<bool> ReadValue(Id id, std::string urn);
     std::future<bool> WriteValue(Id id, std::string value, std::string urn);
     std::future<bool> AnswerGetValue(Id id, std::string urn, std::string value);
     std::future<bool> EveryOtherCallback();
 
-    /// What the application gave as `ctx` of its three handlers; null before that.
+    /// What the application gave as `ctx` of its three handlers; null before it has registered.
     void* EventContext() const;
     void* ResponseContext() const;
     void* FieldContext() const;
@@ -65,7 +65,7 @@ private:
 
     Recorder& m_recorder;
     mutable std::mutex m_mutex;
-    Client* m_client = nullptr; // under m_mutex
+    Client* m_client = nullptr; // under m_mutex; the registered one
 };
 
 } // namespace TestSupport

@@ -25,9 +25,11 @@ bool FakePlugin::Enter(const char* operation, const std::string& arguments) {
 
 template <typename Matches>
 const FakePlugin::Binding* FakePlugin::Find(const Matches& matches, KNXDPT& dpt) const {
+    const bool sizeOnly = dpt.sizeInBits != 0 && dpt.main == 0;
     const auto binding = std::find_if(bindings.begin(), bindings.end(), matches);
-    if (binding != bindings.end()) {
-        dpt = binding->dpt;
+    if (binding != bindings.end() && !(sizeOnly && refusesGivenSize)) {
+        if (!(sizeOnly && keepsGivenSize))
+            dpt = binding->dpt;
         return &*binding;
     }
     if (writesDptAlways)

@@ -47,6 +47,8 @@ public:
     bool useUrns = false;
     bool reloads = true;
     bool writesDptAlways = false;  ///< leaves {77, 0, 88, 99} in the datapoint type when it has no answer
+    bool keepsGivenSize = false;   ///< asked with a size and no type, leaves the datapoint type as it came
+    bool refusesGivenSize = false; ///< asked with a size and no type, has no answer
     std::string changedConfigFile; ///< not empty = CreateHandler changes its argument to this
     Faults faults;
 

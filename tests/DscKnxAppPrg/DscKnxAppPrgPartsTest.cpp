@@ -1,0 +1,223 @@
+// Operations of the application program that no start reaches by itself.
+#include "DscKnxAppPrgThreads.h"
+#include "KnxHandlerTest.h"
+
+#include <boost/thread/exceptions.hpp>
+
+namespace {
+
+using StartupState = KnxStack::IApplicationProgram::StartupState;
+using PartsTest = KnxHandlerTest;
+
+TEST_F(PartsTest, WithoutClient_RequestsFailAndSay) {
+    EXPECT_FALSE((program.*Reach(PrivateMembers::WriteState()))());
+    EXPECT_FALSE((program.*Reach(PrivateMembers::IsCommunicationEnabled()))(1002, OpMode::Writing));
+    (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
+    (program.*Reach(PrivateMembers::SendEmitEvent()))("configurationLoaded");
+    Reach(PrivateMembers::RestartDevice())(program.*Reach(PrivateMembers::Client()));
+    Reach(PrivateMembers::SetNtpState())(program.*Reach(PrivateMembers::Client()), true);
+    ExpectRecord("host", R"(
+        ERROR KnxStack.DscKnxAppPrg | WriteState(): client not connected.
+        ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): client not connected.
+        ERROR KnxStack.DscKnxAppPrg | No device stack client.
+    )");
+}
+
+TEST_F(PartsTest, FinalState_OtherThanRunning_IsOnlyReported) {
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    recorder.Clear();
+    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Failed);
+    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::InProgress);
+    ExpectRecord("host", R"(
+        hub OnApplicationProgramStartupStateChanged(0)
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 0
+        hub OnApplicationProgramStartupStateChanged(2)
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 2
+    )");
+    program.Exit();
+}
+
+TEST_F(PartsTest, FinalState_WithoutHub_IsReportedToNobody) {
+    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Running);
+    ExpectRecord("host", "");
+}
+
+TEST_F(PartsTest, Event_CarriesNoBlanks) {
+    SetUpWith({});
+    (program.*Reach(PrivateMembers::SendEmitEvent()))("etsConfigChanged");
+    ExpectRecord("host", R"(client Command({"command":"EmitEvent","eventType":"etsConfigChanged"}))");
+}
+
+TEST_F(PartsTest, NtpState_GoesToTheClientAsText) {
+    SetUpWith({});
+    Reach(PrivateMembers::SetNtpState())(program.*Reach(PrivateMembers::Client()), true);
+    Reach(PrivateMembers::SetNtpState())(program.*Reach(PrivateMembers::Client()), false);
+    ExpectRecord("host", R"(
+        client SetConfiguration(Ntp=true)
+        client SetConfiguration(Ntp=false)
+    )");
+}
+
+TEST_F(PartsTest, DeviceTypes_AreFoundLetterForLetter) {
+    const auto find = Reach(PrivateMembers::FindDeviceType());
+    EXPECT_EQ(find("QTRMNV01"), 1u);
+    EXPECT_EQ(find("PLXWNV01"), 2u);
+    EXPECT_EQ(find("HBRQNV02"), 3u);
+    EXPECT_EQ(find("ZAXPNVIP"), 4u);
+    EXPECT_EQ(find("VELDNV03"), 5u);
+    EXPECT_EQ(find("MURTNV03"), 6u);
+    EXPECT_EQ(find(""), 0u);
+    EXPECT_EQ(find("veldnv03"), 0u);
+    EXPECT_EQ(find("VELDNV030"), 0u);
+    EXPECT_EQ(find("VELDNV0"), 0u);
+    EXPECT_EQ(find(std::string(1000, 'x')), 0u);
+}
+
+TEST_F(PartsTest, DeviceConfiguration_SetsTheDeviceType) {
+    const auto deviceType = [this] { return program.*Reach(PrivateMembers::DeviceTypeNumber()); };
+    EXPECT_EQ(deviceType(), 0u);
+    stack.configuration = Configuration("VELDNV03");
+    SetUpWith({});
+    EXPECT_EQ(deviceType(), 5u);
+    stack.configuration = R"({"ipc":{}})"; // what is absent stays
+    (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
+    EXPECT_EQ(deviceType(), 5u);
+    stack.configuration = Configuration("unknown");
+    (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
+    EXPECT_EQ(deviceType(), 0u);
+}
+
+TEST_F(PartsTest, InitCaller_WithoutControl_EndsAtOnce) {
+    DscKnxAppPrg::InitCaller(program, hub, nullptr)();
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg | operator()(): Thread control not exists.
+    )");
+}
+
+TEST_F(PartsTest, StopInitThread_WithoutThread_Succeeds) {
+    EXPECT_TRUE((program.*Reach(PrivateMembers::StopInitThread()))(5000));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): end.
+    )");
+}
+
+TEST_F(PartsTest, StopInitThread_InTheFirstPauseWithoutPatience_InterruptsIt) {
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    ASSERT_TRUE(recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started."));
+    recorder.Clear();
+    EXPECT_FALSE((program.*Reach(PrivateMembers::StopInitThread()))(0));
+    EXPECT_TRUE(program.WaitForWorkers(5000));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): starting...
+        ERROR KnxStack.DscKnxAppPrg | StopInitThread(): Thread join timeout. Interrupting thread...
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): duration: # ms
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): end.
+    )");
+    ExpectRecord("worker 1", "ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.");
+    program.Exit();
+}
+
+/// Stops the init thread from inside itself.
+class SelfStoppingHub : public TestSupport::FakeHub {
+public:
+    SelfStoppingHub(TestSupport::Recorder& log, DscKnxAppPrg& program) : FakeHub(log), m_program(program) {}
+    void OnApplicationProgramStartupStateChanged(StartupState state) override {
+        if (state == StartupState::Running)
+            (m_program.*Reach(PrivateMembers::StopInitThread()))(5000);
+    }
+
+private:
+    DscKnxAppPrg& m_program;
+};
+
+TEST_F(PartsTest, StopInitThread_OnTheThreadItself_IsAnErrorOfTheThreadLibrary) {
+    SelfStoppingHub self(recorder, program);
+    ASSERT_EQ(program.Init(self), StartupState::InProgress);
+    ASSERT_TRUE(program.WaitForWorkers(10000));
+    EXPECT_THAT(
+        recorder.LinesWith("Thread ended by an exception: "),
+        testing::ElementsAre(testing::StartsWith("ERROR KnxStack.DscKnxAppPrg | operator()(): Thread ended "
+                                                 "by an exception: boost thread: trying joining itself")));
+    program.Exit();
+}
+
+class ResponseQueueTest : public PartsTest {
+protected:
+    bool StartQueue() { return (program.*Reach(PrivateMembers::StartResponseQueueThread()))(); }
+    bool StopQueue(unsigned timeoutMs) {
+        return (program.*Reach(PrivateMembers::StopResponseQueueThread()))(timeoutMs);
+    }
+};
+
+TEST_F(ResponseQueueTest, StartAndStop) {
+    EXPECT_TRUE(StartQueue());
+    ASSERT_TRUE(
+        recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started."));
+    EXPECT_TRUE(StopQueue(5000));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): started a new thread for read responses.
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): end.
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): duration: # ms
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): end.
+    )");
+    ExpectRecord("worker 1", R"(
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started.
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread finished.
+    )");
+}
+
+TEST_F(ResponseQueueTest, Stop_WithoutThread_Succeeds) {
+    EXPECT_TRUE(StopQueue(5000));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): end.
+    )");
+}
+
+TEST_F(ResponseQueueTest, Event_EndsTheThread) {
+    EXPECT_TRUE(StartQueue());
+    (program.*Reach(PrivateMembers::Event())).Set();
+    EXPECT_TRUE(program.WaitForWorkers(5000));
+    EXPECT_TRUE(StopQueue(5000));
+}
+
+TEST_F(ResponseQueueTest, Stop_WithoutPatience_InterruptsTheThread) {
+    // A thread whose wait ends just then sees the stop by itself; that does not happen many times in a row.
+    bool interrupted = false;
+    for (int round = 0; round != 50 && !interrupted; ++round) {
+        recorder.Clear();
+        EXPECT_TRUE(StartQueue());
+        ASSERT_TRUE(
+            recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started."));
+        StopQueue(0);
+        EXPECT_TRUE(program.WaitForWorkers(5000));
+        interrupted = !recorder.LinesWith("interrupted").empty();
+    }
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): started a new thread for read responses.
+        DEBUG KnxStack.DscKnxAppPrg | StartResponseQueueThread(): end.
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): starting...
+        ERROR KnxStack.DscKnxAppPrg | StopResponseQueueThread(): Thread join timeout. Interrupting thread...
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): duration: # ms
+        DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): end.
+    )");
+    EXPECT_EQ(recorder.Count(
+                  "ERROR KnxStack.DscKnxAppPrg | operator()(): Response Queue thread has been interrupted."),
+              1u);
+}
+
+TEST_F(ResponseQueueTest, NoLifecycleOperation_StartsIt) {
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    ASSERT_EQ(program.OnDeviceRestart(), StartupState::InProgress);
+    EXPECT_TRUE(program.Exit());
+    EXPECT_THAT(recorder.LinesWith("Response"),
+                testing::Contains(testing::HasSubstr("InstallResponseHandler")));
+    EXPECT_THAT(recorder.LinesWith("Response Queue"), testing::IsEmpty());
+}
+
+} // namespace
