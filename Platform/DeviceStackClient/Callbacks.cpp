@@ -1,22 +1,15 @@
 #include "DeviceStackClient/Callbacks.h"
 
+#include "DeviceStackClient/Logger.h"
 #include "DeviceStackClient/ThreadStart.h"
 
 #include <exception>
 #include <string>
 #include <utility>
 
-#include <log4cplus/logger.h>
-#include <log4cplus/loggingmacros.h>
-
 namespace DeviceStackClient {
 
 namespace {
-
-log4cplus::Logger Logger() {
-    static const auto logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("DeviceStack.Client"));
-    return logger;
-}
 
 template <typename... Handlers>
 struct Overloaded : Handlers... {
@@ -173,6 +166,18 @@ bool Callbacks::Call(const Installed<Handler>& place, const Function& call, cons
     return result;
 }
 
+void Callbacks::AskOwner(const FieldRequest& request) {
+    if (request.connection != m_connection)
+        return;
+    const auto* read = std::get_if<DeviceStack::ReadValue>(&request.what);
+    const auto* write = std::get_if<DeviceStack::WriteValue>(&request.what);
+    const auto call = [&](IFieldHandler& h, void* ctx) {
+        return read != nullptr ? h.OnReadValue(ctx, read->id, read->urn)
+                               : h.OnWriteValue(ctx, write->id, write->value, write->urn);
+    };
+    m_answer(request, Call(m_fieldHandler, call, read != nullptr ? "OnReadValue" : "OnWriteValue"));
+}
+
 void Callbacks::Deliver(const Event& event) {
     std::visit(
         Overloaded{
@@ -201,24 +206,7 @@ void Callbacks::Deliver(const Event& event) {
                 const auto call = [](IEventHandler& h, void*) { return h.OnConnectionLost(), true; };
                 Call(m_eventHandler, call, "OnConnectionLost");
             },
-            [this](const FieldRequest& e) {
-                if (e.connection != m_connection)
-                    return;
-                bool handled = false;
-                if (const auto* read = std::get_if<DeviceStack::ReadValue>(&e.what)) {
-                    const auto call = [&](IFieldHandler& h, void* ctx) {
-                        return h.OnReadValue(ctx, read->id, read->urn);
-                    };
-                    handled = Call(m_fieldHandler, call, "OnReadValue");
-                } else {
-                    const auto& write = std::get<DeviceStack::WriteValue>(e.what);
-                    const auto call = [&](IFieldHandler& h, void* ctx) {
-                        return h.OnWriteValue(ctx, write.id, write.value, write.urn);
-                    };
-                    handled = Call(m_fieldHandler, call, "OnWriteValue");
-                }
-                m_answer(e, handled);
-            },
+            [this](const FieldRequest& e) { AskOwner(e); },
             [this](const ValueAnswer& e) {
                 const auto call = [&](IResponseHandler& h, void* ctx) {
                     return h.OnGetValue(ctx, e.request, e.id, e.urn, e.value, AnswerError(e.error)), true;

@@ -63,6 +63,7 @@ private:
 
     void Run();
     void Deliver(const Event& event);
+    void AskOwner(const FieldRequest& request);
     template <typename Handler, typename Function>
     bool Call(const Installed<Handler>& place, const Function& call, const char* name);
 

@@ -1,12 +1,10 @@
 #include "DeviceStackClient/Client.h"
 
+#include "DeviceStackClient/Logger.h"
 #include "DeviceStackClient/ReadCommand.h"
 
 #include <algorithm>
 #include <utility>
-
-#include <log4cplus/logger.h>
-#include <log4cplus/loggingmacros.h>
 
 namespace DeviceStackClient {
 
@@ -17,11 +15,6 @@ using namespace std::chrono_literals;
 constexpr auto kRegisterTimeout = 3s;
 constexpr auto kCommandTimeout = 2s;
 constexpr auto kValueTimeout = 1s;
-
-log4cplus::Logger Logger() {
-    static const auto logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("DeviceStack.Client"));
-    return logger;
-}
 
 bool Fail(const LastError& lastError, std::string text) {
     LOG4CPLUS_DEBUG(Logger(), "Fail(): " << text);

@@ -1,30 +1,16 @@
 #include "DeviceStackClient/Session.h"
 
+#include "DeviceStackClient/Logger.h"
 #include "DeviceStackProtocol/LineBuffer.h"
 
 #include <algorithm>
-#include <charconv>
-#include <iterator>
 #include <unordered_set>
-
-#include <log4cplus/logger.h>
-#include <log4cplus/loggingmacros.h>
 
 namespace DeviceStackClient {
 
 namespace {
 
-constexpr std::size_t kMaxWarned = 10'000;
 constexpr std::uint32_t kDeviceDataPoint = 1000; ///< exists in every project
-
-log4cplus::Logger Logger() {
-    static const auto logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("DeviceStack.Client"));
-    return logger;
-}
-
-std::string IdText(std::uint64_t id) {
-    return std::to_string(id);
-}
 
 /// Key of a data point's values in the queue.
 std::uint64_t KeyOf(std::uint32_t dataPoint) {
@@ -33,10 +19,6 @@ std::uint64_t KeyOf(std::uint32_t dataPoint) {
 
 std::string Identity(const DeviceStack::Register& identity) {
     return identity.name + "::" + identity.type + "::" + identity.instance;
-}
-
-DeviceStack::Error ErrorOf(const DeviceStack::Reply& reply) {
-    return reply.error.value_or(DeviceStack::Error{});
 }
 
 } // namespace
@@ -79,7 +61,7 @@ void Session::SetValueFormat(const std::string& format) {
     if (m_state != State::Ready)
         return;
     const auto id = ++m_lastId;
-    SendNow(Kind::Repeat, id, ToLine(IdText(id), DeviceStack::SetValueFormat{format}));
+    SendNow(Kind::Repeat, id, ToLine(std::to_string(id), DeviceStack::SetValueFormat{format}));
 }
 
 std::uint64_t Session::SetValue(DeviceStack::SetValue message, DeviceStack::Error& error) {
@@ -88,7 +70,7 @@ std::uint64_t Session::SetValue(DeviceStack::SetValue message, DeviceStack::Erro
         return 0;
     }
     const auto id = ++m_lastId;
-    Request request(id, Kind::Set, ToLine(IdText(id), message));
+    Request request(id, Kind::Set, ToLine(std::to_string(id), message));
     request.dataPoint = message.dataPoint.id;
     request.value = std::move(message.value);
     return Enqueue(std::move(request), KeyOf(message.dataPoint.id), error) ? id : 0;
@@ -100,7 +82,7 @@ std::uint64_t Session::RequestValue(const DeviceStack::RequestValue& message, De
         return 0;
     }
     const auto id = ++m_lastId;
-    Request request(id, Kind::Value, ToLine(IdText(id), message));
+    Request request(id, Kind::Value, ToLine(std::to_string(id), message));
     request.dataPoint = message.dataPoint.id;
     return Enqueue(std::move(request), Queue::kNoKey, error) ? id : 0;
 }
@@ -117,7 +99,7 @@ std::uint64_t Session::SetConfiguration(const DeviceStack::SetConfiguration& mes
         m_ntp = message;
     if (isNtp && m_state != State::Ready)
         return id; // said when the connection is there
-    Request request(id, Kind::SetConfiguration, ToLine(IdText(id), message));
+    Request request(id, Kind::SetConfiguration, ToLine(std::to_string(id), message));
     request.announces = isNtp ? Announces::Ntp : Announces::Nothing;
     return Enqueue(std::move(request), Queue::kNoKey, error) ? id : 0;
 }
@@ -150,7 +132,7 @@ Session::CallPointer Session::AskCommand(const DeviceStack::CommandText& message
     if (announces == Announces::Loaded)
         m_loaded = message.json;
     const auto id = ++m_lastId;
-    return AskLine(id, ToLine(IdText(id), message), announces, error);
+    return AskLine(id, ToLine(std::to_string(id), message), announces, error);
 }
 
 void Session::Abandon(Call& call) {
@@ -167,7 +149,7 @@ void Session::Abandon(Call& call) {
     // apart.
     if (m_state == State::Ready) {
         const auto id = ++m_lastId;
-        SendNow(Kind::Repeat, id, ToLine(IdText(id), DeviceStack::GetUrn{kDeviceDataPoint}));
+        SendNow(Kind::Repeat, id, ToLine(std::to_string(id), DeviceStack::GetUrn{kDeviceDataPoint}));
     }
 }
 
@@ -224,7 +206,7 @@ void Session::SendRegistration() {
     message.lastChange = m_lastChange;
     message.server = m_server;
     const auto id = ++m_lastId;
-    SendNow(Kind::Registration, id, ToLine(IdText(id), message));
+    SendNow(Kind::Registration, id, ToLine(std::to_string(id), message));
 }
 
 void Session::OnConnected() {
@@ -241,7 +223,7 @@ void Session::BecomeReady() {
     m_state = State::Ready;
     const auto say = [this](const auto& message, Kind kind = Kind::Repeat) {
         const auto id = ++m_lastId;
-        SendNow(kind, id, ToLine(IdText(id), message));
+        SendNow(kind, id, ToLine(std::to_string(id), message));
     };
     if (!m_valueFormat.empty())
         say(DeviceStack::SetValueFormat{m_valueFormat});
@@ -274,7 +256,7 @@ void Session::OnClosed(const std::string& reason, Events& events) {
     }
     m_unanswered.clear();
     for (auto& [text, awaited] : m_awaitedValues)
-        events.push_back(ValueAnswer{IdText(awaited.first), awaited.second, {}, {}, error});
+        events.push_back(ValueAnswer{std::to_string(awaited.first), awaited.second, {}, {}, error});
     m_awaitedValues.clear();
     if (before == State::Ready)
         events.push_back(ConnectionLost{});
@@ -320,9 +302,11 @@ void Session::Drop(Request& request, const DeviceStack::Error& error, Events& ev
     case Kind::Call: request.call->Finish(error); break;
     case Kind::Set: break; // never dropped
     case Kind::Value:
-        events.push_back(ValueAnswer{IdText(request.id), request.dataPoint, {}, {}, error});
+        events.push_back(ValueAnswer{std::to_string(request.id), request.dataPoint, {}, {}, error});
         break;
-    case Kind::SetConfiguration: events.push_back(SetConfigurationAnswer{IdText(request.id), error}); break;
+    case Kind::SetConfiguration:
+        events.push_back(SetConfigurationAnswer{std::to_string(request.id), error});
+        break;
     case Kind::Registration:
     case Kind::Repeat: break; // made anew on the next connection
     }
@@ -345,154 +329,6 @@ void Session::TakeOutput(std::string& bytes, std::size_t chunk) {
     }
     if (!m_queue.IsFull())
         m_isOverflowing = false;
-}
-
-// Messages.
-
-bool Session::OnMessage(DeviceStack::FromDeviceStack message, Events& events) {
-    ++m_heard;
-    m_hasAnswered = true;
-    m_isSilent = false;
-    const auto field = [&](auto&& what) {
-        events.push_back(FieldRequest{m_connection, message.id, std::move(what)});
-    };
-
-    if (auto* reply = std::get_if<DeviceStack::Reply>(&message.message))
-        return OnReply(message.id, std::move(*reply), events);
-    if (auto* change = std::get_if<DeviceStack::ValueChanged>(&message.message))
-        OnValueChanged(std::move(*change), events);
-    else if (auto* answer = std::get_if<DeviceStack::ValueAnswered>(&message.message))
-        OnValueAnswered(std::move(*answer), events);
-    else if (auto* configuration = std::get_if<DeviceStack::ConfigurationChanged>(&message.message))
-        events.push_back(std::move(*configuration));
-    else if (auto* event = std::get_if<DeviceStack::ApplicationEvent>(&message.message)) {
-        if (!event->message.empty()) // a bare announcement has nothing that a handler could tell it by
-            events.push_back(std::move(*event));
-    } else if (auto* read = std::get_if<DeviceStack::ReadValue>(&message.message))
-        field(std::move(*read));
-    else if (auto* write = std::get_if<DeviceStack::WriteValue>(&message.message))
-        field(std::move(*write));
-    else if (const auto* error = std::get_if<DeviceStack::Error>(&message.message)) {
-        LOG4CPLUS_DEBUG(Logger(), "OnMessage(): passed over a message: " << error->message);
-        if (!message.id.empty())
-            m_first += DeviceStack::ErrorLine(message.id, *error);
-    }
-    return true;
-}
-
-bool Session::OnReply(std::string_view id, DeviceStack::Reply reply, Events& events) {
-    std::uint64_t number = 0;
-    if (std::from_chars(id.data(), id.data() + id.size(), number).ec != std::errc{}) {
-        LOG4CPLUS_ERROR(Logger(),
-                        "OnReply(): the device stack could not read a message: " << ErrorOf(reply).message);
-        return true;
-    }
-    const auto found = m_unanswered.find(number);
-    if (found == m_unanswered.end())
-        return true;
-    const Request request = std::move(found->second);
-    m_unanswered.erase(found);
-
-    switch (request.kind) {
-    case Kind::Registration: return OnRegistered(number, std::move(reply), events);
-    case Kind::Call: request.call->Finish(ErrorOf(reply), std::move(reply.result)); break;
-    case Kind::Set: OnSetAnswered(request, reply, events); break;
-    case Kind::Value: OnValueRequested(request, reply, events); break;
-    case Kind::SetConfiguration:
-        if (reply.error)
-            LOG4CPLUS_WARN(Logger(), "SetConfiguration(): refused: " << reply.error->message);
-        events.push_back(SetConfigurationAnswer{IdText(number), ErrorOf(reply)});
-        break;
-    case Kind::Repeat:
-        if (reply.error)
-            LOG4CPLUS_WARN(Logger(), "OnReply(): the device stack refused what it was told before: "
-                                         << reply.error->message);
-        break;
-    }
-    return true;
-}
-
-bool Session::OnRegistered(std::uint64_t id, DeviceStack::Reply reply, Events& events) {
-    DeviceStack::RegisterResult result;
-    if (!reply.error && !ReadResult(reply.result, result))
-        reply.error =
-            DeviceStack::Error{DeviceStack::kInvalidRequest, "the answer to \"register\" is not understood"};
-    const auto waiting = std::exchange(m_registration, nullptr);
-    if (waiting)
-        waiting->Finish(ErrorOf(reply));
-    else
-        events.push_back(RegistrationAnswer{IdText(id), ErrorOf(reply)});
-
-    if (reply.error) {
-        if (!std::exchange(m_refusalWarned, true))
-            LOG4CPLUS_WARN(Logger(), "RegisterApplication(): refused: " << reply.error->message);
-        if (!waiting)
-            return false; // who held the identity may be gone at the next attempt
-        m_identity.reset();
-        BecomeReady();
-        return true;
-    }
-    if (result.server != m_server) {
-        // In a run of the device stack that was not seen from its beginning everything written is news,
-        // except at the very first registration.
-        m_lastChange = m_server.empty() ? result.change : 0;
-        m_lastChanges.clear();
-        m_server = result.server;
-    }
-    m_application = result.application;
-    m_refusalWarned = false;
-    LOG4CPLUS_INFO(Logger(), "RegisterApplication(): registered as " << m_application);
-    BecomeReady();
-    return true;
-}
-
-void Session::OnSetAnswered(const Request& request, const DeviceStack::Reply& reply, Events& events) {
-    if (reply.error && m_warned.size() < kMaxWarned &&
-        m_warned.emplace(request.dataPoint, reply.error->code).second)
-        LOG4CPLUS_WARN(Logger(), "SetValue(): the device stack refused a value. Object ID = "
-                                     << request.dataPoint << ": " << reply.error->message);
-    events.push_back(SetAnswer{IdText(request.id), request.dataPoint, request.value, ErrorOf(reply)});
-}
-
-void Session::OnValueRequested(const Request& request, const DeviceStack::Reply& reply, Events& events) {
-    DeviceStack::RequestValueResult result;
-    if (!reply.error && ReadResult(reply.result, result)) {
-        m_awaitedValues[result.request] = {request.id, request.dataPoint};
-        return;
-    }
-    events.push_back(ValueAnswer{IdText(request.id),
-                                 request.dataPoint,
-                                 {},
-                                 {},
-                                 reply.error.value_or(DeviceStack::Error{DeviceStack::kInvalidRequest,
-                                                                         "the answer is not understood"})});
-}
-
-void Session::OnValueAnswered(DeviceStack::ValueAnswered answer, Events& events) {
-    const auto found = m_awaitedValues.find(answer.request);
-    if (found == m_awaitedValues.end())
-        return;
-    events.push_back(ValueAnswer{IdText(found->second.first), answer.id, std::move(answer.urn),
-                                 std::move(answer.value), answer.error.value_or(DeviceStack::Error{})});
-    m_awaitedValues.erase(found);
-}
-
-void Session::OnValueChanged(DeviceStack::ValueChanged change, Events& events) {
-    if (change.origin == m_application)
-        return; // nobody is told of what he did himself
-    if (change.change != 0) {
-        auto& last = m_lastChanges[change.id];
-        if (change.change <= last)
-            return; // told before the connection was lost
-        last = change.change;
-        m_lastChange = std::max(m_lastChange.value_or(0), change.change);
-    }
-    events.push_back(std::move(change));
-}
-
-void Session::Answer(const FieldRequest& request, bool handled) {
-    if (request.connection == m_connection && m_state == State::Ready)
-        m_first += DeviceStack::ReplyLine(request.id, DeviceStack::HandledResult{handled});
 }
 
 } // namespace DeviceStackClient
