@@ -54,8 +54,7 @@ Server::Impl::Impl(Configuration configuration, std::string version)
       m_core({MakeServerText(), std::move(version), m_configuration.deviceId,
               DirectoryOf(m_configuration.project), m_configuration.clockInterval, m_configuration.history},
              *this, CheckValue, LocalOffset),
-      m_state(m_configuration.stateDirectory,
-              [this] { asio::post(m_context, [this] { SaveLater(kSaveAgain); }); }),
+      m_state(m_configuration.stateDirectory, [this] { asio::post(m_context, [this] { SaveAgain(); }); }),
       m_watcher(m_context, [this] { ReloadProject(); }), m_clockWatch(m_context, [this] { OnClockWake(); }) {}
 
 Server::Impl::~Impl() {
@@ -63,10 +62,13 @@ Server::Impl::~Impl() {
 }
 
 std::string Server::Impl::Start() {
+    auto loaded = ProjectFile::LoadProject(m_configuration.project);
+    if (!loaded)
+        return loaded.Error();
     if (auto error = m_state.Open(); !error.empty())
         return error;
     m_core.Restore(m_state.Read(Now().utc));
-    if (auto error = TakeProject(); !error.empty())
+    if (auto error = TakeProject(std::move(loaded)); !error.empty())
         return error;
     if (auto error = m_listener.Open(m_configuration.socket, m_configuration.socketMode); !error.empty())
         return error;
@@ -196,8 +198,7 @@ void Server::Impl::OnClockWake() {
         LOG4CPLUS_WARN(Log(), "Changes of the system clock are not seen at once: " << error << '.');
 }
 
-std::string Server::Impl::TakeProject() {
-    auto loaded = ProjectFile::LoadProject(m_configuration.project);
+std::string Server::Impl::TakeProject(ProjectFile::LoadResult loaded) {
     if (!loaded)
         return loaded.Error();
     auto conflict = m_core.SetProject(std::move(loaded.project), Now());
@@ -205,7 +206,7 @@ std::string Server::Impl::TakeProject() {
 }
 
 std::string Server::Impl::ReloadProject() {
-    auto error = TakeProject();
+    const auto error = TakeProject(ProjectFile::LoadProject(m_configuration.project));
     if (error.empty())
         LOG4CPLUS_INFO(Log(), "The project is " << m_configuration.project << " as it is now.");
     else
@@ -236,6 +237,11 @@ void Server::Impl::SaveLater(Seconds delay) {
         if (!error)
             SaveNow();
     });
+}
+
+void Server::Impl::SaveAgain() {
+    m_idsChanged = m_valuesChanged = true;
+    SaveLater(kSaveAgain);
 }
 
 void Server::Impl::SaveNow() {

@@ -46,12 +46,13 @@ private:
     void OnClosed(Session& session, const std::string& reason) override;
     bool IsWaiting(Session& session) override;
 
-    std::string TakeProject();
+    std::string TakeProject(ProjectFile::LoadResult loaded);
     void WaitForSignals();
     void Accept();
     void ArmTimer();
     void OnClockWake();
     void SaveLater(Seconds delay);
+    void SaveAgain();
     void SaveNow();
 
     const Configuration m_configuration;

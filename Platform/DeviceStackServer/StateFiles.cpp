@@ -87,8 +87,8 @@ void StateFiles::Save(const std::string& name, std::string content) {
         const auto error = WriteFileAtomically(path, content);
         if (error.empty())
             return;
-        LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
         m_onFailed();
+        LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
     });
 }
 

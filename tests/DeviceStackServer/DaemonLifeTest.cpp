@@ -86,6 +86,22 @@ TEST(DaemonLife, AnUnreadableStateFileIsSetAsideWithAWord) {
     EXPECT_EQ(kept, 1);
 }
 
+TEST(DaemonLife, AStateThatCannotBeWrittenIsReportedAndServedAllTheSame) {
+    Daemon daemon(kDaemonProject);
+    std::filesystem::create_directories(daemon.directory / "state/values.json.new");
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    RawClient client(daemon.Socket());
+    client.Call("setValue", R"({"name":"Plain","value":"1"})");
+    EXPECT_TRUE(Eventually([&] {
+        return daemon.Log().find("values.json cannot be created: Is a directory") != std::string::npos;
+    }));
+    EXPECT_EQ(Text(client.Call("getValue", R"({"name":"Plain"})"), "/result/value"), "1");
+    // The next attempt is the last one at the latest.
+    std::filesystem::remove(daemon.directory / "state/values.json.new");
+    daemon.Stop(SIGTERM);
+    EXPECT_THAT(ReadText(daemon.directory / "state/values.json"), HasSubstr("\"value\":\"1\""));
+}
+
 TEST(DaemonLife, ALivingServersSocketIsRefused) {
     Daemon first(kDaemonProject);
     ASSERT_TRUE(first.Start()) << first.Log();
@@ -142,7 +158,8 @@ TEST(DaemonLife, ABadProjectIsStatus2AndCheckListsEveryError) {
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.output, HasSubstr("/dataPoints/0/dpt: "));
     EXPECT_THAT(ended.output, HasSubstr("(and 1 more)"));
-    EXPECT_FALSE(std::filesystem::exists(daemon.Socket()));
+    EXPECT_FALSE(std::filesystem::exists(daemon.directory / "state"));
+    EXPECT_FALSE(std::filesystem::exists(daemon.directory / "run"));
     EXPECT_EQ(RunToEnd({"--config", configuration, "--check-config"}).status, 2);
     ended = RunToEnd({"check", "--config", configuration});
     EXPECT_EQ(ended.status, 2);

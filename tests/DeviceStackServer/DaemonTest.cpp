@@ -92,6 +92,19 @@ TEST_F(DaemonTest, AClientThatOnlyEndsItsInputGetsItsAnswers) {
     EXPECT_TRUE(client.IsClosed());
 }
 
+TEST_F(DaemonTest, AListenerThatOnlyEndsItsInputListensUntilItLeaves) {
+    RawClient writer(daemon.Socket());
+    {
+        RawClient listener(daemon.Socket());
+        listener.Register("listen");
+        listener.EndSending();
+        writer.Call("setValue", R"({"name":"Plain","value":"5"})");
+        EXPECT_EQ(Text(listener.ReceiveJson(), "/params/value"), "5");
+    }
+    EXPECT_TRUE(Eventually(
+        [&] { return daemon.Log().find("Connection 2 has ended: the peer has left") != std::string::npos; }));
+}
+
 TEST_F(DaemonTest, AnIdentityInUseNamesTheProcessThatHoldsIt) {
     RawClient holder(daemon.Socket());
     holder.Register("app");
