@@ -96,7 +96,9 @@ public:
     virtual void SetClientMode(int mode) = 0;
 
     /// Handlers are borrowed until replaced or until the client is destroyed; null removes. To be installed
-    /// before RegisterApplication().
+    /// before RegisterApplication(). An application with a field handler emits the event
+    /// "configurationLoaded" when it is ready: it is told of changes and asked for values from 1.5 s after
+    /// that; changes before are held for it, the last of each data point.
     virtual void InstallEventHandler(IEventHandler* handler, void* ctx) = 0;
     virtual void InstallResponseHandler(IResponseHandler* handler, void* ctx) = 0;
     virtual void InstallFieldHandler(IFieldHandlerWithUrn* handler, void* ctx) = 0;
