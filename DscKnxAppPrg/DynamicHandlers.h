@@ -116,7 +116,12 @@ void DynamicHandlers<Interface, CreateFn, DeleteFn>::Unload(Library& library) {
         reinterpret_cast<DeleteFn>(tavDynamicLibraryLoader::tavGetProcAddr(library.handle, "DeleteHandler"));
     if (destroy != nullptr) { // without it the handler stays: only its own library knows how to destroy it
         Interface* handler = std::exchange(library.handler, nullptr);
-        destroy(handler);
+        try {
+            destroy(handler);
+        } catch (...) {
+            // Whatever goes wrong in there, the others are still to be unloaded, and nobody looks at the
+            // result.
+        }
     }
     tavDynamicLibraryLoader::tavFreeLibrary(library.handle);
     library.handle = nullptr;
