@@ -9,6 +9,14 @@ namespace {
 using StartupState = KnxStack::IApplicationProgram::StartupState;
 using PartsTest = KnxHandlerTest;
 
+TEST_F(PartsTest, Events_AreOpenUnderTheirNameAndNoneIsSignalled) {
+    TavEvents& events = program.*Reach(PrivateMembers::Events());
+    EXPECT_TRUE(events.IsOpen());
+    EXPECT_EQ(events.GetName(), "DscKnxAppPrgEvents");
+    TavEvents::Id id = 0;
+    EXPECT_FALSE(events.Wait(0, id));
+}
+
 TEST_F(PartsTest, WithoutClient_RequestsFailAndSay) {
     EXPECT_FALSE((program.*Reach(PrivateMembers::WriteState()))());
     EXPECT_FALSE((program.*Reach(PrivateMembers::IsCommunicationEnabled()))(1002, OpMode::Writing));
@@ -103,19 +111,26 @@ TEST_F(PartsTest, StopInitThread_WithoutThread_Succeeds) {
     )");
 }
 
-TEST_F(PartsTest, StopInitThread_InTheFirstPauseWithoutPatience_InterruptsIt) {
-    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
-    ASSERT_TRUE(recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started."));
-    recorder.Clear();
-    EXPECT_FALSE((program.*Reach(PrivateMembers::StopInitThread()))(0));
-    EXPECT_TRUE(program.WaitForWorkers(5000));
+TEST_F(PartsTest, StopInitThread_InTheFirstPauseWithoutPatience_InterruptsThePause) {
+    // At once, not at the end of the pause. On a busy machine that may take a second try.
+    bool atOnce = false;
+    for (int round = 0; round != 10 && !atOnce; ++round) {
+        ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+        ASSERT_TRUE(recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started."));
+        recorder.Clear();
+        EXPECT_FALSE((program.*Reach(PrivateMembers::StopInitThread()))(0));
+        atOnce = program.WaitForWorkers(300);
+        EXPECT_TRUE(program.WaitForWorkers(10000));
+    }
+    EXPECT_TRUE(atOnce);
     ExpectRecord("host", R"(
         DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): starting...
         ERROR KnxStack.DscKnxAppPrg | StopInitThread(): Thread join timeout. Interrupting thread...
         DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): duration: # ms
         DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): end.
     )");
-    ExpectRecord("worker 1", "ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.");
+    EXPECT_EQ(recorder.Count("ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted."),
+              1u);
     program.Exit();
 }
 

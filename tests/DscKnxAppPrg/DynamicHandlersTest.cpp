@@ -245,6 +245,23 @@ TEST_F(LoaderTest, LibraryWithoutDeleteHandler_IsUnloadedWithItsHandlerLeft) {
     ExpectRecord("host", "library WithoutDelete unloaded");
 }
 
+TEST_F(LoaderTest, DeleteHandlerThatThrows_StopsNobody) {
+    plugins["A"].faults.Throw("DeleteHandler", "no");
+    RegisterPlugins({"A", "B"});
+    EXPECT_TRUE(Init());
+    static Vesk::IKnxAppPrgHandler* s_left =
+        set->Libraries().front().handler; // its own library did not destroy it
+    EXPECT_NE(s_left, nullptr);
+    recorder.Clear();
+    set.reset();
+    ExpectRecord("host", R"(
+        plugin A DeleteHandler()
+        library A unloaded
+        plugin B DeleteHandler()
+        library B unloaded
+    )");
+}
+
 TEST_F(LoaderTest, Loader_WritesNoLog) {
     plugins["B"].faults.Refuse("Initialize");
     RegisterPlugins({"A", "B"});

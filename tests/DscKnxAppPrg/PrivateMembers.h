@@ -27,6 +27,7 @@ KNX_PRIVATE_MEMBER(KnxHandler, DscKnxAppPrg::KnxHandler DscKnxAppPrg::*, m_knxHa
 KNX_PRIVATE_MEMBER(Client, ClientPointer DscKnxAppPrg::*, m_client);
 KNX_PRIVATE_MEMBER(ClientMutex, std::mutex DscKnxAppPrg::*, m_clientMutex);
 KNX_PRIVATE_MEMBER(DeviceTypeNumber, std::uint32_t DscKnxAppPrg::*, m_deviceType);
+KNX_PRIVATE_MEMBER(Events, TavEvents DscKnxAppPrg::*, m_events);
 KNX_PRIVATE_MEMBER(Event, TavEvent DscKnxAppPrg::*, m_event);
 KNX_PRIVATE_MEMBER(Handlers, KnxAppPrgHandlerSet DscKnxAppPrg::*, m_handlers);
 KNX_PRIVATE_MEMBER(Connect, bool (DscKnxAppPrg::*)(), Connect);
