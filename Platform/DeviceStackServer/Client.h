@@ -26,10 +26,9 @@ struct Client {
     bool events = false; ///< wants value and configuration changes and application events
     bool field = false;  ///< answers readValue and writeValue
 
-    bool startWindow = false;      ///< a field application that announces "configurationLoaded"
-    StartWindow window;            ///< always open unless `startWindow`
-    std::set<std::uint32_t> held;  ///< data points that changed while the window was closed
-    std::size_t waitingWrites = 0; ///< writes to its data points that wait for the window
+    bool startWindow = false;     ///< a field application that announces "configurationLoaded"
+    StartWindow window;           ///< always open unless `startWindow`
+    std::set<std::uint32_t> held; ///< data points that changed while the window was closed
 
     /// What other applications are told as the sender of its events.
     const std::string& SenderName() const { return registered ? name : *origin; }

@@ -134,7 +134,7 @@ void Core::Handle(Client& client, const std::string& id, const DeviceStack::Repl
     DeviceStack::HandledResult result;
     const bool handled = !reply.error && ReadResult(reply.result, result) && result.handled;
     if (const auto write = m_writes.find(number);
-        write != m_writes.end() && write->second.asked && write->second.owner == client.connection) {
+        write != m_writes.end() && write->second.asked == client.connection) {
         OnWriteAnswer(number, handled);
         return;
     }

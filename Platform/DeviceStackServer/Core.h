@@ -82,8 +82,8 @@ private:
         std::uint32_t dataPoint = 0;
         std::string urn;
         std::string text;
-        Connection owner = 0;
-        bool asked = false; // false: waits for the owner's start
+        std::string owner;    // identity
+        Connection asked = 0; // of the owner, once it was asked; 0: the write waits for its start
         DeadlineQueue::Token deadline;
     };
 
@@ -135,7 +135,8 @@ private:
     // CoreOwners.cpp
     void AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry, std::string text);
     void AskToRead(const Asker& asker, DataPointEntry& entry);
-    void SendWrite(std::uint64_t number, WriteJob& job);
+    void SendWrite(std::uint64_t number, WriteJob& job, Connection owner);
+    void SendWaitingWrites(const Client& owner);
     void SendRead(ReadJob& job, const DataPointEntry& entry);
     void OnReadJobEnds(std::uint32_t dataPoint);
     void OnWriteAnswer(std::uint64_t number, bool handled);
@@ -146,7 +147,8 @@ private:
     ReadJob TakeRead(std::map<std::uint32_t, ReadJob>::iterator job);
     void DropOwner(Connection owner);
     void OpenWindow(Client& client);
-    Client* ReadyOwner(const Asker& asker, const std::string& owner);
+    Client* FindOwner(const std::string& identity);
+    Client* FindOwnerOrFail(const Asker& asker, const std::string& identity);
 
     // CoreCommands.cpp
     void Handle(Client& client, const std::string& id, const DeviceStack::Command& message);
@@ -173,6 +175,7 @@ private:
     ClientTable m_clients;
     DeadlineQueue m_deadlines;
     std::map<std::uint64_t, WriteJob> m_writes;        // by the number of the request to the owner
+    std::size_t m_waitingWrites = 0;                   // those in m_writes whose owner was not yet asked
     std::map<std::uint32_t, ReadJob> m_reads;          // by data point
     std::map<std::uint64_t, std::uint32_t> m_readAsks; // number of the request -> data point
     std::uint64_t m_lastNumber = 0;                    // of requests, waiters and requestValue texts

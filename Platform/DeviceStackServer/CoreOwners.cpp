@@ -6,49 +6,58 @@
 
 namespace DeviceStackServer {
 
-/// The application that is to be asked; when it is not there, the asker is told and the result is null.
-Client* Core::ReadyOwner(const Asker& asker, const std::string& owner) {
-    auto* client = m_clients.FindIdentity(owner);
-    if (client && client->field)
-        return client;
-    Fail(asker, DeviceStack::kNotReady, fmt::format("its owner {} is not connected", owner));
-    return nullptr;
+/// The application that is asked for the identity's data points; null when it is not there.
+Client* Core::FindOwner(const std::string& identity) {
+    auto* client = m_clients.FindIdentity(identity);
+    return client && client->field ? client : nullptr;
 }
 
-void Core::AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry, std::string text) {
-    auto* owner = ReadyOwner(asker, entry.point->owner);
+/// The same; when it is not there, the asker is told.
+Client* Core::FindOwnerOrFail(const Asker& asker, const std::string& identity) {
+    auto* owner = FindOwner(identity);
     if (!owner)
-        return;
-    if (!owner->window.IsOpen() && owner->waitingWrites >= kMaxWaitingWrites)
+        Fail(asker, DeviceStack::kNotReady, fmt::format("its owner {} is not connected", identity));
+    return owner;
+}
+
+/// A write waits for an owner that is not there, or has not finished its start: either may be a matter of
+/// seconds, after a restart of this process or of the other.
+void Core::AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry, std::string text) {
+    const auto& identity = entry.point->owner;
+    const auto* owner = FindOwner(identity);
+    const bool ready = owner && owner->window.IsOpen();
+    if (!ready && m_waitingWrites >= kMaxWaitingWrites)
         return Fail(asker, DeviceStack::kNotReady,
-                    fmt::format("too many writes wait for the start of {}", entry.point->owner));
+                    fmt::format("too many writes wait for the start of {}", identity));
     const auto number = ++m_lastNumber;
     auto& job = m_writes[number];
-    job = {asker, client.origin, entry.Id(), entry.point->urn, std::move(text), owner->connection, false, {}};
-    if (owner->window.IsOpen())
-        return SendWrite(number, job);
-    ++owner->waitingWrites;
-    job.deadline = m_deadlines.Add(m_now.monotonic + kStartWait, [this, number] {
-        FailWrite(number, DeviceStack::kNotReady, "its owner has not finished its start");
+    job = {asker, client.origin, entry.Id(), entry.point->urn, std::move(text), identity, 0, {}};
+    ++m_waitingWrites;
+    if (ready)
+        return SendWrite(number, job, owner->connection);
+    job.deadline = m_deadlines.Add(m_now.monotonic + kStartWait, [this, number, identity] {
+        FailWrite(number, DeviceStack::kNotReady,
+                  FindOwner(identity) ? "its owner has not finished its start"
+                                      : fmt::format("its owner {} is not connected", identity));
     });
 }
 
-void Core::SendWrite(std::uint64_t number, WriteJob& job) {
-    job.asked = true;
+void Core::SendWrite(std::uint64_t number, WriteJob& job, Connection owner) {
+    --m_waitingWrites;
+    job.asked = owner;
     m_deadlines.Cancel(job.deadline);
     job.deadline = m_deadlines.Add(m_now.monotonic + kOwnerWait, [this, number] {
         FailWrite(number, DeviceStack::kNoAnswer, "its owner gave no answer in time");
     });
-    Send(job.owner,
-         ToLine(std::to_string(number), DeviceStack::WriteValue{job.dataPoint, job.urn, job.text}));
+    Send(owner, ToLine(std::to_string(number), DeviceStack::WriteValue{job.dataPoint, job.urn, job.text}));
 }
 
 Core::WriteJob Core::TakeWrite(std::map<std::uint64_t, WriteJob>::iterator found) {
     auto job = std::move(found->second);
     m_writes.erase(found);
     m_deadlines.Cancel(job.deadline);
-    if (auto* owner = m_clients.Find(job.owner); owner && !job.asked)
-        --owner->waitingWrites;
+    if (job.asked == 0)
+        --m_waitingWrites;
     return job;
 }
 
@@ -67,13 +76,13 @@ void Core::OnWriteAnswer(std::uint64_t number, bool handled) {
     auto* entry = m_store.FindById(job.dataPoint);
     if (!entry || entry->point->urn != job.urn)
         return Fail(job.asker, DeviceStack::kNoSuchDataPoint, job.urn + " is no longer in the project");
-    const auto* owner = m_clients.Find(job.owner);
+    const auto* owner = m_clients.Find(job.asked);
     Record(*entry, job.text, job.origin, owner ? *owner->origin : std::string());
     Answer(job.asker, ReplyLine(job.asker.id, DeviceStack::SetValueResult{entry->change}));
 }
 
 void Core::AskToRead(const Asker& asker, DataPointEntry& entry) {
-    const auto* owner = ReadyOwner(asker, entry.point->owner);
+    const auto* owner = FindOwnerOrFail(asker, entry.point->owner);
     if (!owner)
         return;
     if (!owner->window.IsOpen())
@@ -151,11 +160,11 @@ void Core::CompleteReads(DataPointEntry& entry, bool byOwner) {
         AnswerValue(waiter.asker, entry);
 }
 
-/// The connection answers no more: what waits for it fails.
+/// The connection answers no more: what it was asked fails. Writes that it was not yet asked go on waiting.
 void Core::DropOwner(Connection owner) {
     std::vector<std::uint64_t> writes;
     for (const auto& [number, job] : m_writes) {
-        if (job.owner == owner)
+        if (job.asked == owner)
             writes.push_back(number);
     }
     for (const auto number : writes)
@@ -183,11 +192,14 @@ void Core::OpenWindow(Client& client) {
         Line line;
         SendChange(client, *entry, line);
     }
+    SendWaitingWrites(client);
+}
+
+void Core::SendWaitingWrites(const Client& owner) {
     for (auto& [number, job] : m_writes) {
-        if (job.owner == client.connection && !job.asked)
-            SendWrite(number, job);
+        if (job.asked == 0 && job.owner == *owner.origin)
+            SendWrite(number, job, owner.connection);
     }
-    client.waitingWrites = 0;
 }
 
 } // namespace DeviceStackServer

@@ -40,6 +40,8 @@ void Core::Handle(Client& client, const std::string& id, const DeviceStack::Regi
     Answer(asker,
            ReplyLine(id, DeviceStack::RegisterResult{identity, m_settings.server, m_store.LastChange()}));
     Resume(client, message.lastChange, message.server);
+    if (client.field && client.window.IsOpen())
+        SendWaitingWrites(client);
     UpdateReady();
 }
 

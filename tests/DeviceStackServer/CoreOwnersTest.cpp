@@ -87,13 +87,29 @@ TEST_F(CoreOwners, TheKnxProgramsWriteToAnothersDataPointIsHandedToThatOwner) {
     EXPECT_THAT(Take(heating), ElementsAre("write 2006=9"));
 }
 
-TEST_F(CoreOwners, AnAbsentOwnerIsNotReady) {
-    EXPECT_THAT(Ask(writer, "setValue", R"({"id":2006,"value":"1"})"),
-                ElementsAre("error 6: its owner heat::ctl::1 is not connected"));
+TEST_F(CoreOwners, AReadFromAnAbsentOwnerIsRefused) {
     EXPECT_THAT(Ask(writer, "getValue", R"({"id":2006})"),
                 ElementsAre("error 6: its owner heat::ctl::1 is not connected"));
+}
+
+TEST_F(CoreOwners, AWriteWaitsForAnAbsentOwner) {
+    Set(writer, 2006, "1");
+    Advance(Milliseconds(9999));
+    EXPECT_THAT(Take(writer), IsEmpty());
+    const auto heating = Connect();
+    const auto registration = RegisterParams("heat::ctl::1", R"("field":true,"startWindow":false)");
+    EXPECT_THAT(Ask(heating, "register", registration), ElementsAre(HasSubstr("ok"), "write 2006=1"));
+    EXPECT_THAT(Ask(heating, "register", registration),
+                ElementsAre(HasSubstr("ok"))); // not handed over twice
+    Handled(heating, true);
+    EXPECT_THAT(Take(writer), ElementsAre(HasSubstr("ok")));
+}
+
+TEST_F(CoreOwners, AnOwnerThatStaysAwayIsNotReady) {
+    Set(writer, 2006, "1");
     Register("heat::ctl::1", R"("events":true)"); // takes no questions
-    EXPECT_THAT(Ask(writer, "setValue", R"({"id":2006,"value":"1"})"), ElementsAre(HasSubstr("error 6")));
+    Advance(Milliseconds(10000));
+    EXPECT_THAT(Take(writer), ElementsAre("error 6: its owner heat::ctl::1 is not connected"));
 }
 
 TEST_F(CoreOwners, AnOwnerThatLeavesFailsWhatWaitsForIt) {
