@@ -50,7 +50,7 @@ void ConfigurationReader::ReadGroupObjects(Members& root) {
 
 void ConfigurationReader::ReadGroupObject(const json::object& json, const std::string& place) {
     Members members(json, place, m_errors,
-                    {"number", "name", "dpt", "size", "flags", "priority", "addresses"});
+                    {"number", "name", "dpt", "size", "flags", "priority", "addresses", "ownTelegrams"});
     ConfiguredObject object;
     members.Require("number");
     if (const auto number = members.Number("number", 1, GroupObjectTable::kMaxObject)) {
@@ -65,6 +65,7 @@ void ConfigurationReader::ReadGroupObject(const json::object& json, const std::s
     ReadFlags(members, object.definition);
     ReadPriority(members, object.definition);
     ReadAddresses(members, object.definition);
+    object.definition.ownTelegrams = members.Boolean("ownTelegrams").value_or(true);
     m_result.groupObjects.push_back(std::move(object));
 }
 

@@ -33,6 +33,8 @@ public:
         for (const auto& timeCo : m_project.timeCos)
             Check("the clock", timeCo.co);
         for (const auto& [number, object] : m_objects)
+            CheckTranslated(number, *object);
+        for (const auto& [number, object] : m_objects)
             if (m_bound.count(number) == 0 && !m_project.translationRange.Contains(number))
                 m_findings.notes.push_back(
                     fmt::format("group object {} \"{}\" is bound to no data point", number, object->name));
@@ -56,6 +58,14 @@ private:
             AddFault(user, co, "the CO lies in the range whose telegrams go to another application");
         if (const auto dpt = m_project.DptOfCo(co))
             CheckType(user, object, *dpt);
+    }
+
+    /// What the other application sends on one CO must not come back to it from another.
+    void CheckTranslated(std::uint16_t co, const ConfiguredObject& object) {
+        if (m_project.translationRange.Contains(co) && object.definition.ownTelegrams)
+            AddFault("translation range", co,
+                     "the group object needs \"ownTelegrams\": false, or it takes what the "
+                     "application program itself sends");
     }
 
     void CheckType(const std::string& user, const ConfiguredObject& object, const KNXDPT& dpt) {

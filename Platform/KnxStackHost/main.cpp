@@ -126,6 +126,8 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         line.configFile = std::filesystem::absolute(line.configFile).string();
+        if (line.deviceStackSocket) // given relative to where we are, which is not where we stay
+            line.deviceStackSocket = std::filesystem::absolute(*line.deviceStackSocket).string();
         if (app.got_subcommand("check"))
             return CheckProject(line);
         return line.checkConfig ? CheckConfiguration(line) : Serve(line);

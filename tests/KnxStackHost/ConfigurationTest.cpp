@@ -18,7 +18,7 @@ std::string Changed(const std::string& part, const std::string& by) {
   "server": {"address": "127.0.0.1", "port": 3672, "tunnels": ["1.1.251", "1.1.252"]},
   "groupObjects": [
     {"number": 7, "name": "light", "dpt": "1.001", "flags": "CRWTU", "priority": "urgent", "addresses": ["1/2/3", "1/2/4"]},
-    {"number": 2, "size": 24, "flags": "CW", "addresses": []}, // no type
+    {"number": 2, "size": 24, "flags": "CW", "addresses": [], "ownTelegrams": false}, // no type
   ],
   "applicationProgram": {"library": "lib/libprogram.so", "settings": {"DscInstanceId": "KNX"}}
 })";
@@ -84,6 +84,8 @@ TEST(Configuration, ReadsGroupObjects) {
     const auto& bytes = configuration.groupObjects[1];
     EXPECT_FALSE(bytes.dpt);
     EXPECT_EQ(24u, bytes.definition.sizeInBits);
+    EXPECT_TRUE(light.definition.ownTelegrams);
+    EXPECT_FALSE(bytes.definition.ownTelegrams);
     EXPECT_EQ(KnxFrames::Priority::Low, bytes.definition.priority);
     EXPECT_EQ(2u, configuration.MakeTable().Count());
 }

@@ -83,7 +83,8 @@ TEST(FrozenProgram, TunnelsLiveOnAndTheLastValuesArriveAfterItThaws) {
 
 TEST(Strangers, AMillionGarbageDatagramsGiveFewLinesAndTakeNoMemory) {
     const TemporaryDirectory directory;
-    DaemonProcess daemon(directory, TestConfiguration());
+    // AddressSanitizer keeps what was freed, which would look like growth.
+    DaemonProcess daemon(directory, TestConfiguration(), {}, {"ASAN_OPTIONS=quarantine_size_mb=1"});
     const auto port = daemon.Port();
     RawTunnel tunnel(port);
     const RawUdp stranger(port);

@@ -79,9 +79,20 @@ TEST(ProjectCheck, FindsAnObjectThatDoesNotCommunicate) {
             "receives"));
 }
 
+TEST(ProjectCheck, FindsATranslatedObjectThatTakesOwnTelegrams) {
+    const auto configuration = Objects(R"(, {"number": 901, "size": 8, "flags": "C"})");
+    EXPECT_THAT(
+        FindingsOf(configuration, kFitting,
+                   R"("timeCos": [{"co": 4, "dpt": "10.001"}], "translationRange": [900, 910])")
+            .faults,
+        ElementsAre(
+            "translation range: CO 901: the group object needs \"ownTelegrams\": false, or it takes what "
+            "the application program itself sends"));
+}
+
 TEST(ProjectCheck, NotesWhatIsBoundToNothing) {
     const auto configuration = Objects(R"(, {"number": 6, "name": "spare", "size": 8, "flags": "C"},
-                                          {"number": 901, "name": "passed on", "size": 8, "flags": "C"})");
+                                          {"number": 901, "name": "passed on", "size": 8, "flags": "C", "ownTelegrams": false})");
     const auto findings =
         FindingsOf(configuration, kFitting,
                    R"("timeCos": [{"co": 4, "dpt": "10.001"}], "translationRange": [900, 910])");
