@@ -1,5 +1,6 @@
 // knxstackd: the KNX stack host.
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/HandlerRegistry.h"
 #include "KnxStackHost/Host.h"
 #include "KnxStackHost/Logging.h"
 #include "KnxStackHost/ProjectCheck.h"
@@ -40,7 +41,7 @@ void Describe(CLI::App& app, CommandLine& line) {
     };
     app.add_option("--config", line.configFile, "Configuration file")->capture_default_str();
     app.add_flag("--check-config", line.checkConfig,
-                 "Only check the configuration file and the library it names");
+                 "Only check the configuration file, the library it names and the plug-ins");
     app.add_option("--knx-port", line.knxPort, "UDP port of the KNXnet/IP server, 0 for any free one");
     app.add_option("--knx-address", line.knxAddress, "IPv4 address that the KNXnet/IP server listens on")
         ->check(CLI::Validator(known(KnxStackHost::IsIpv4Address, "is no IPv4 address"), "IPV4"));
@@ -76,6 +77,7 @@ int Serve(const CommandLine& line) {
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging(configuration.log);
     const auto library = KnxStackHost::LoadProgramLibrary(configuration.program.library);
+    KnxStackHost::CheckHandlerRegistry(configuration);
     KnxStackHost::Host host(std::move(configuration), library, [&line] { return ReadConfiguration(line); });
     host.Open();
     if (host.Run())
@@ -111,6 +113,7 @@ int CheckConfiguration(const CommandLine& line) {
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging({"error", ""});
     KnxStackHost::LoadProgramLibrary(configuration.program.library);
+    KnxStackHost::CheckHandlerRegistry(configuration);
     fmt::print("{}: {} group objects, nothing to complain of\n", line.configFile,
                configuration.groupObjects.size());
     return EXIT_SUCCESS;

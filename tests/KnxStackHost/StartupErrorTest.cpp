@@ -66,6 +66,42 @@ TEST_F(StartupError, LibraryThatIsNoApplicationProgram) {
                   {"/applicationProgram/library", "does not export getKnxStackApiVersion"});
 }
 
+/// The test configuration with a project, so that its plug-ins are looked at.
+std::string WithProject() {
+    std::string configuration = TestConfiguration();
+    return configuration.insert(configuration.find('{') + 1, "\"project\": \"project.json\",");
+}
+
+std::string Registry(const std::string& program, const std::string& library) {
+    return "<KnxApplicationPrograms><KnxApplicationProgram Name=\"" + program +
+           "\"><DynamicHandlers><DynamicHandler Library=\"" + library +
+           "\"/></DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>";
+}
+
+TEST_F(StartupError, MissingRegistryOfPlugins) {
+    ExpectRefusal(WithProject(), {"/knxappprghandlers.xml: there is no such file"});
+}
+
+TEST_F(StartupError, RegistryThatIsNoXml) {
+    m_directory.Write("knxappprghandlers.xml", "<KnxApplicationPrograms>");
+    ExpectRefusal(WithProject(), {"/knxappprghandlers.xml: byte "});
+}
+
+TEST_F(StartupError, RegistryWithoutAPluginForTheProgram) {
+    m_directory.Write("knxappprghandlers.xml", Registry("DscKnxAppPrg", "libany.so"));
+    ExpectRefusal(WithProject(), {"no plug-in is listed for the application program \"dscknxappprg\""});
+}
+
+TEST_F(StartupError, MissingPlugin) {
+    m_directory.Write("knxappprghandlers.xml", Registry("dscknxappprg", "libMissing.so"));
+    ExpectRefusal(WithProject(), {"the plug-in libMissing.so cannot be loaded: ", "No such file"});
+}
+
+TEST_F(StartupError, LibraryThatIsNoPlugin) {
+    m_directory.Write("knxappprghandlers.xml", Registry("dscknxappprg", TEST_PROGRAM));
+    ExpectRefusal(WithProject(), {"is no plug-in: it does not export CreateHandler"});
+}
+
 TEST_F(StartupError, PortInUse) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
