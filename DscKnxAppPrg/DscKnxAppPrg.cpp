@@ -46,6 +46,11 @@ DscKnxAppPrg::DscKnxAppPrg() : m_knxHandler(*this), m_logger(log4cplus::Logger::
 }
 
 DscKnxAppPrg::~DscKnxAppPrg() {
+    // A thread that nobody joined has ended, but its control block and its body still hold each other.
+    for (const auto& control : {m_initThread, m_responseQueueThread}) {
+        if (control)
+            control->thread.detach();
+    }
     try {
         m_handlers.Clear();
         // Before any other member: until its callback thread is joined, a callback may use all of them.

@@ -12,6 +12,10 @@ namespace {
 
 std::atomic<FakePlugins*> s_current = nullptr;
 
+std::string Quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
 std::string Direction(bool reading) {
     return reading ? "reading" : "writing";
 }
@@ -75,7 +79,7 @@ std::uint16_t FakePlugin::GetCOFromID(std::uint32_t id, bool reading, KNXDPT& dp
 }
 
 std::uint16_t FakePlugin::GetCOFromUrn(const std::string& urn, bool reading, KNXDPT& dpt) {
-    if (!Enter("GetCOFromUrn", "'" + urn + "', " + Direction(reading)))
+    if (!Enter("GetCOFromUrn", Quoted(urn) + ", " + Direction(reading)))
         return kNoCo;
     const Binding* const binding =
         Find([&](const Binding& b) { return b.urn == urn && (reading ? b.reading : b.writing); }, dpt);
@@ -89,7 +93,7 @@ bool FakePlugin::IsKnxEventDataPoint(std::uint32_t id) {
 }
 
 bool FakePlugin::IsKnxEventDataPoint(const std::string& urn) {
-    return Enter("IsKnxEventDataPoint", "'" + urn + "'") &&
+    return Enter("IsKnxEventDataPoint", Quoted(urn)) &&
            std::any_of(bindings.begin(), bindings.end(),
                        [&](const Binding& b) { return b.urn == urn && b.eventing; });
 }
@@ -101,7 +105,7 @@ bool FakePlugin::IsOxnReadInternalDataPoint(std::uint32_t id) {
 }
 
 bool FakePlugin::IsOxnReadInternalDataPoint(const std::string& urn) {
-    return Enter("IsOxnReadInternalDataPoint", "'" + urn + "'") &&
+    return Enter("IsOxnReadInternalDataPoint", Quoted(urn)) &&
            std::any_of(bindings.begin(), bindings.end(),
                        [&](const Binding& b) { return b.urn == urn && b.readInternal; });
 }
@@ -166,7 +170,11 @@ FakePlugin& FakePlugins::operator[](const std::string& name) {
 }
 
 std::string FakePlugins::Library(const std::string& name) {
-    return std::string(KNX_TEST_PLUGIN_DIRECTORY) + "/lib" + name + ".so";
+    std::string path(KNX_TEST_PLUGIN_DIRECTORY);
+    path += "/lib";
+    path += name;
+    path += ".so";
+    return path;
 }
 
 FakePlugins* FakePlugins::Current() {
