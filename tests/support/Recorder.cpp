@@ -1,15 +1,21 @@
 #include "Recorder.h"
 
 #include <algorithm>
-#include <regex>
 
 namespace TestSupport {
 
 namespace {
 
+constexpr std::string_view kDuration = "duration: ";
+
 std::string WithoutDuration(std::string_view line) {
-    static const std::regex duration("duration: [0-9]+ ms");
-    return std::regex_replace(std::string(line), duration, "duration: # ms");
+    const std::size_t digits = line.find(kDuration) + kDuration.size();
+    const std::size_t end = line.find_first_not_of("0123456789", digits);
+    if (end == digits || end == std::string_view::npos || line.substr(end) != " ms")
+        return std::string(line);
+    std::string text(line.substr(0, digits));
+    text += "# ms";
+    return text;
 }
 
 } // namespace
@@ -25,7 +31,7 @@ void Recorder::Add(std::string_view line) {
     if (m_paused.load(std::memory_order_relaxed))
         return;
     std::string text =
-        line.find("duration: ") == std::string_view::npos ? std::string(line) : WithoutDuration(line);
+        line.find(kDuration) == std::string_view::npos ? std::string(line) : WithoutDuration(line);
     const std::lock_guard lock(m_mutex);
     const unsigned thread = ThisThread();
     if (m_threads.find(thread) == m_threads.end())
