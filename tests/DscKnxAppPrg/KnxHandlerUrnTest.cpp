@@ -1,6 +1,9 @@
 // URNs of data points and the map of the process view.
 #include "KnxHandlerTest.h"
 
+#include <atomic>
+#include <thread>
+
 namespace {
 
 using testing::ElementsAre;
@@ -35,6 +38,26 @@ TEST_F(UrnTest, TrimUrn_TakesThePrefixOffAndKnowsNoOtherUrn) {
     EXPECT_EQ(handler.TrimUrn("urn:oxn:dp:house"), "");
     EXPECT_EQ(handler.TrimUrn("urn:oxn:dp:House:lamp"), "");
     EXPECT_EQ(handler.TrimUrn("lamp"), "");
+}
+
+TEST_F(UrnTest, TrimUrn_WhileThePrefixIsBeingSet_SeesAWholePrefix) {
+    SetUpWithUrns({"A"});
+    TestSupport::LogRecorder::Silence();
+    recorder.Pause();
+    std::atomic<bool> stop = false;
+    std::atomic<bool> reading = false;
+    std::thread reader([&] {
+        while (!stop.load(std::memory_order_relaxed)) {
+            EXPECT_EQ(handler.TrimUrn("urn:oxn:dp:house:lamp"), "lamp");
+            reading.store(true, std::memory_order_relaxed);
+        }
+    });
+    while (!reading.load(std::memory_order_relaxed))
+        std::this_thread::yield();
+    for (int round = 0; round != 200; ++round)
+        handler.InitFromDynamicHandlers();
+    stop.store(true, std::memory_order_relaxed);
+    reader.join();
 }
 
 TEST_F(UrnTest, ResolveID_AsksOnce) {
