@@ -9,8 +9,8 @@ namespace {
 class ConfigurationTest : public ProgramTest {
 protected:
     /// The lines from the question for the device configuration to the set-up of the KNX side.
-    void ExpectReading(std::string_view transcript,
-                       const std::source_location& place = std::source_location::current()) {
+    void ExpectReading(std::string_view transcript, const char* file = __builtin_FILE(),
+                       int line = __builtin_LINE()) {
         Create();
         EXPECT_EQ(Init(), StartupState::InProgress); // no failure of the reading stops the start
         const auto lines = recorder.LinesOf("host");
@@ -20,9 +20,7 @@ protected:
                                   "DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): starting...");
         ASSERT_NE(from, lines.end());
         ASSERT_NE(to, lines.end());
-        const auto result = TestSupport::IsTranscript({from + 1, to}, transcript);
-        if (!result)
-            ADD_FAILURE_AT(place.file_name(), static_cast<int>(place.line())) << result.message();
+        ExpectTranscript({from + 1, to}, transcript, file, line);
     }
 };
 

@@ -106,7 +106,7 @@ TEST_F(FacadeTest, EveryQuestion_IsPassedOnWithItsArguments) {
     EXPECT_THAT(set.GetExtendedProperties(), testing::SizeIs(1));
     EXPECT_TRUE(set.GetUseUrns());
     const auto lines = recorder.LinesWith("plugin B");
-    EXPECT_TRUE(TestSupport::IsTranscript(lines, R"(
+    ExpectTranscript(lines, R"(
         plugin B GetUrnFromCO(5)
         plugin B GetCOFromUrn('lamp', reading)
         plugin B IsKnxEventDataPoint(500)
@@ -119,7 +119,7 @@ TEST_F(FacadeTest, EveryQuestion_IsPassedOnWithItsArguments) {
         plugin B GetExtendedInterfaceObjectType()
         plugin B GetExtendedProperties()
         plugin B GetUseUrns()
-    )"));
+    )");
 }
 
 TEST_F(FacadeTest, ExtendedProperties_AreThoseOfTheFirstPluginThatHasSome) {

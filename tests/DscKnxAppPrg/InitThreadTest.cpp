@@ -33,13 +33,13 @@ TEST_F(NtpPolicyTest, True_OutsideTheClientMode_EnablesNtp) {
     StartWithSetting("true");
     const auto lines = recorder.LinesOf("worker 1");
     ASSERT_GE(lines.size(), 5u);
-    EXPECT_TRUE(TestSupport::IsTranscript({lines.begin(), lines.begin() + 5}, R"(
+    ExpectTranscript({lines.begin(), lines.begin() + 5}, R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
         hub GetApplicationProgramSettings()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Implicit NTP disable on client mode is active.
         client SetConfiguration(Ntp=true)
         INFO KnxStack.DscKnxAppPrg | operator()(): Enable NTP.
-    )"));
+    )");
 }
 
 class OtherNtpSetting : public NtpPolicyTest, public testing::WithParamInterface<const char*> {};

@@ -206,12 +206,12 @@ TEST_F(DataPointStates, AreAskedOnceAndKeptById) {
                             "plugin A IsOxnReadInternalDataPoint(500)",
                             "plugin A IsOxnReadInternalDataPoint(501)"));
     const auto lines = recorder.LinesWith("IsKnxEventDataPoint()");
-    EXPECT_TRUE(TestSupport::IsTranscript({lines.begin(), lines.begin() + 4}, R"(
+    ExpectTranscript({lines.begin(), lines.begin() + 4}, R"(
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Checking if eventing for ID 500 or URN 'urn:x'
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Returning eventing state true
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Checking if eventing for ID 500 or URN 'urn:other'
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Returning eventing state true
-    )"));
+    )");
 }
 
 TEST_F(DataPointStates, DoNotCountAsLookups) {

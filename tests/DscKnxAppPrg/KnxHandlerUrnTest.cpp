@@ -219,12 +219,12 @@ TEST_F(UrnTest, ProcessView_WhatIsWrong_IsNamed) {
         stack.responses[kQuestion] = text;
         EXPECT_FALSE(handler.UpdateIdUrnMap());
     }
-    EXPECT_TRUE(TestSupport::IsTranscript(recorder.LinesWith("WARN"), R"(
+    ExpectTranscript(recorder.LinesWith("WARN"), R"(
         WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Failed to parse GetProcessView response: "id": not exact
         WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Failed to parse GetProcessView response: "urn" is missing
         WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Failed to parse GetProcessView response: "urn" is not a string
         WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Failed to parse GetProcessView response: the parent of "id" is not an object
-    )"));
+    )");
 }
 
 class ProcessViewShape : public UrnTest, public testing::WithParamInterface<const char*> {};

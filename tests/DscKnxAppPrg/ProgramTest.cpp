@@ -6,14 +6,13 @@
 
 const ProgramLibrary& ProgramLibrary::Get() {
     static const ProgramLibrary library = [] {
-        void* const handle = dlopen(KNX_PROGRAM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        if (handle == nullptr)
+        void* const file = dlopen(KNX_PROGRAM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        if (file == nullptr)
             throw std::runtime_error(dlerror());
         ProgramLibrary result{};
-        result.handle = handle;
-        result.create = reinterpret_cast<decltype(create)>(dlsym(handle, "createApplicationProgram"));
-        result.destroy = reinterpret_cast<decltype(destroy)>(dlsym(handle, "deleteApplicationProgram"));
-        result.version = reinterpret_cast<decltype(version)>(dlsym(handle, "getKnxStackApiVersion"));
+        result.create = reinterpret_cast<decltype(create)>(dlsym(file, "createApplicationProgram"));
+        result.destroy = reinterpret_cast<decltype(destroy)>(dlsym(file, "deleteApplicationProgram"));
+        result.version = reinterpret_cast<decltype(version)>(dlsym(file, "getKnxStackApiVersion"));
         if (result.create == nullptr || result.destroy == nullptr || result.version == nullptr)
             throw std::runtime_error("the library lacks one of its three functions");
         return result;

@@ -12,7 +12,6 @@ struct ProgramLibrary {
     KnxStack::IApplicationProgram* (*create)();
     void (*destroy)(KnxStack::IApplicationProgram*);
     unsigned (*version)();
-    void* handle;
 
     static const ProgramLibrary& Get();
 };

@@ -105,14 +105,14 @@ TEST_F(StartFailureTest, Init_WhereTheSystemGivesNoThread_FailsByItsResult) {
         EXPECT_EQ(Init(), StartupState::Failed);
     }
     const auto lines = recorder.LinesOf("host");
-    EXPECT_TRUE(TestSupport::IsTranscript({lines.end() - 6, lines.end()}, R"(
+    ExpectTranscript({lines.end() - 6, lines.end()}, R"(
         DEBUG KnxStack.DscKnxAppPrg | StartInitThread(): starting...
         ERROR KnxStack.DscKnxAppPrg | Cannot create Thread. Resource temporarily unavailable
         ERROR KnxStack.DscKnxAppPrg | Init(): StartInitThread() failed.
         INFO KnxStack.DscKnxAppPrg | Init(): Init succeeded.
         ERROR KnxStack.DscKnxAppPrg | Init(): got error.
         DEBUG KnxStack.DscKnxAppPrg | Init(): end.
-    )"));
+    )");
     EXPECT_TRUE(Exit());
     Delete();
 }

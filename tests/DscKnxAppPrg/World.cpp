@@ -32,9 +32,9 @@ void World::RegisterLibrary(const std::string& path) {
                     path + R"("/></DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>)");
 }
 
-void World::ExpectRecord(const std::string& thread, std::string_view transcript,
-                         const std::source_location& place) const {
-    const testing::AssertionResult same = TestSupport::IsTranscript(recorder.LinesOf(thread), transcript);
+void World::ExpectTranscript(const std::vector<std::string>& lines, std::string_view transcript,
+                             const char* file, int line) {
+    const testing::AssertionResult same = TestSupport::IsTranscript(lines, transcript);
     if (!same)
-        ADD_FAILURE_AT(place.file_name(), static_cast<int>(place.line())) << same.message();
+        ADD_FAILURE_AT(file, line) << same.message();
 }

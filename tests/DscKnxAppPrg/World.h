@@ -13,9 +13,9 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <source_location>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Fixture: a device stack that describes the device "QTRMNV01" and the two directories of the registry
 /// files, a hub with group communication, and no plug-ins yet. The test's thread is called "host".
@@ -37,7 +37,13 @@ protected:
 
     /// Fails the test at the caller's place unless the thread's lines are the transcript, line for line.
     void ExpectRecord(const std::string& thread, std::string_view transcript,
-                      const std::source_location& place = std::source_location::current()) const;
+                      const char* file = __builtin_FILE(), int line = __builtin_LINE()) const {
+        ExpectTranscript(recorder.LinesOf(thread), transcript, file, line);
+    }
+
+    /// The same for any lines.
+    static void ExpectTranscript(const std::vector<std::string>& lines, std::string_view transcript,
+                                 const char* file = __builtin_FILE(), int line = __builtin_LINE());
 
     TestSupport::Recorder recorder;
     TestSupport::LogRecorder log{recorder};
