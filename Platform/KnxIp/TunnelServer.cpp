@@ -287,12 +287,15 @@ private:
         if (telegram.source.raw == 0)
             telegram.source = tunnel.address;
         telegram.SetConfirmError(false);
-        Send(now, tunnel, telegram, MessageCode::LDataCon);
-        telegram.code = MessageCode::LDataInd;
+        LData indication = telegram;
+        indication.code = MessageCode::LDataInd;
         // In a request the bit is an order to the link layer; in an indication, clear, it would mean "this is
         // a repetition", which receivers discard.
-        telegram.control1 |= LData::kDoNotRepeat;
-        m_listener.OnTelegram(IdOf(tunnel), telegram);
+        indication.control1 |= LData::kDoNotRepeat;
+        m_listener.OnTelegram(IdOf(tunnel), indication);
+        // Behind the telegram: others wait for that, and what is confirmed has then been passed on.
+        if (tunnel.isOpen)
+            Send(now, tunnel, telegram, MessageCode::LDataCon);
     }
 
     void Send(TimePoint now, Tunnel& tunnel, const LData& telegram, MessageCode code) {

@@ -75,9 +75,9 @@ public:
     virtual void SendDatagram(const Endpoint& to, Octets datagram) = 0;
 
     /// A client has sent a telegram: as L_Data.ind with the source that everybody is to see, and marked as
-    /// not repeated; every other bit is as the client sent it. Its confirmation is already under way to the
-    /// client. The host gives it to the bus, to its own device, and with Broadcast(now, telegram, origin) to
-    /// the other tunnels; the server does none of that itself.
+    /// not repeated; every other bit is as the client sent it. Its confirmation follows when this returns.
+    /// The host gives it to the bus, to its own device, and with Broadcast(now, telegram, origin) to the
+    /// other tunnels; the server does none of that itself.
     virtual void OnTelegram(TunnelId origin, const KnxFrames::LData& telegram) = 0;
 
     virtual void OnTunnelOpened(TunnelId tunnel, KnxFrames::IndividualAddress address,

@@ -33,8 +33,8 @@ BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> t
 }
 
 void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
+    m_ports.ToTunnels(telegram, tunnel); // first: it costs the least and somebody else's timer runs
     PassToDevice(telegram, 0);
-    m_ports.ToTunnels(telegram, tunnel);
     PassToInterface(telegram);
 }
 

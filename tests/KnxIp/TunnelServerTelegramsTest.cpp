@@ -16,13 +16,13 @@ TEST(TunnelServer, AcknowledgesConfirmsAndHandsOverATelegram) {
     EXPECT_EQ(bench.Take(), R"(
 0.000 < client-data 061004200015 040100001100bce000000a03010081
 0.000 > client-data 06100421000a 04010000
-0.000 > client-data 061004200015 040100002e00bce011fa0a03010081
 0.000 ! telegram of tunnel 0: 1.1.250 -> 1/2/3 GroupValue_Write 01
+0.000 > client-data 061004200015 040100002e00bce011fa0a03010081
 0.000 < client-data 06100421000a 04010000
 0.000 < client-data 061004200015 040101001100bce011770a03010080
 0.000 > client-data 06100421000a 04010100
-0.000 > client-data 061004200015 040101002e00bce011770a03010080
 0.000 ! telegram of tunnel 0: 1.1.119 -> 1/2/3 GroupValue_Write 00
+0.000 > client-data 061004200015 040101002e00bce011770a03010080
 )");
     ASSERT_EQ(bench.Telegrams().size(), 2U);
     EXPECT_EQ(bench.Telegrams()[0].code, KnxFrames::MessageCode::LDataInd);
@@ -45,9 +45,9 @@ TEST(TunnelServer, ATelegramGoesToAllTunnelsButItsOrigin) {
     EXPECT_EQ(bench.Take(), R"(
 0.000 < client-data 061004200015 040100001100bce000000a03010081
 0.000 > client-data 06100421000a 04010000
-0.000 > client-data 061004200015 040100002e00bce011fa0a03010081
 0.000 ! telegram of tunnel 0: 1.1.250 -> 1/2/3 GroupValue_Write 01
 0.000 > other 061004200015 040200002900bce011fa0a03010081
+0.000 > client-data 061004200015 040100002e00bce011fa0a03010081
 )");
 }
 
@@ -67,16 +67,16 @@ TEST(TunnelServer, PassesPointToPointAndBroadcastTelegramsUnharmed) {
     EXPECT_EQ(bench.Take(), R"(
 0.000 < client-data 061004200014 040100001100b060000011040080
 0.000 > client-data 06100421000a 04010000
-0.000 > client-data 061004200014 040100002e00b06011fa11040080
 0.000 ! telegram of tunnel 0: 1.1.250 -> 1.1.4 T_Connect 80
 0.000 > other 061004200014 040200002900b06011fa11040080
+0.000 > client-data 061004200014 040100002e00b06011fa11040080
 0.000 < client-data 06100421000a 04010000
 0.000 < other 06100421000a 04020000
 0.000 < client-data 061004200015 040101001100a0e011fa0000010100
 0.000 > client-data 06100421000a 04010100
-0.000 > client-data 061004200015 040101002e00a0e011fa0000010100
 0.000 ! telegram of tunnel 0: 1.1.250 -> 0/0/0 T_Data_Broadcast 0100
 0.000 > other 061004200015 040201002900a0e011fa0000010100
+0.000 > client-data 061004200015 040101002e00a0e011fa0000010100
 )");
 }
 

@@ -73,9 +73,9 @@ protected:
 
 TEST_F(Router, FromATunnelToDeviceOtherTunnelsAndInterface) {
     m_router.FromTunnel(1, WriteOne(kTunnels[1]));
-    EXPECT_THAT(m_ports.went, ElementsAre("program: 128 1 01", "program: 128 2 01",
-                                          "tunnels but 1: 1.1.252 -> 1/2/3 GroupValue_Write 01",
-                                          "interface: 1.1.252 -> 1/2/3 GroupValue_Write 01"));
+    EXPECT_THAT(m_ports.went,
+                ElementsAre("tunnels but 1: 1.1.252 -> 1/2/3 GroupValue_Write 01", "program: 128 1 01",
+                            "program: 128 2 01", "interface: 1.1.252 -> 1/2/3 GroupValue_Write 01"));
 }
 
 TEST_F(Router, FromTheInterfaceToDeviceAndAllTunnels) {
