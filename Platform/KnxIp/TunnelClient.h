@@ -121,10 +121,10 @@ public:
 /// order, also while there is no connection. When the queue is full, the oldest one of the lowest priority is
 /// dropped.
 ///
-/// A telegram that was under way unacknowledged when the connection ended goes back to the head of the queue if
-/// the server cannot have taken it as far as one can know: it said nothing at all since then, or it answered
-/// the first transmission by not knowing the connection. Otherwise it is counted as not acknowledged and not
-/// sent again, so that nothing happens twice.
+/// A telegram that was under way unacknowledged when the connection ended goes back to the head of the queue
+/// if the server cannot have taken it as far as one can know: it said nothing at all since then, or it
+/// answered the first transmission by not knowing the connection. Otherwise it is counted as not acknowledged
+/// and not sent again, so that nothing happens twice.
 class TunnelClient {
 public:
     static constexpr std::chrono::seconds kConnectTimeout{10};
