@@ -184,7 +184,7 @@ std::string DscKnxAppPrg::KnxHandler::ResolveID(std::uint32_t id) {
     }
     if (!m_appPrg.m_client)
         return {};
-    const std::string urn = TrimUrn(m_appPrg.m_client->GetUrn(id, 0));
+    std::string urn = TrimUrn(m_appPrg.m_client->GetUrn(id, 0));
     if (!urn.empty())
         RememberUrn(id, urn, generation);
     LOG4CPLUS_DEBUG(m_logger, "ResolveID: Resolved URN for ID " << id << " via OXN-API: '" << urn << "'");
@@ -272,9 +272,9 @@ void DscKnxAppPrg::KnxHandler::FillIdUrnMap(const json::value& processView) {
         const json::string* const text = Member(dataPoint, "urn").if_string();
         if (text == nullptr)
             throw std::runtime_error("\"urn\" is not a string");
-        std::string urn = TrimUrn({text->data(), text->size()});
+        const std::string urn = TrimUrn({text->data(), text->size()});
         if (id != 0 && !urn.empty())
-            idUrnMap.insert({id, std::move(urn)}); // a repeated ID or URN is refused: the first one stays
+            idUrnMap.insert({id, urn}); // a repeated ID or URN is refused: the first one stays
     }
 }
 

@@ -182,7 +182,7 @@ void MapLookUp(benchmark::State& state) {
     for (const std::uint16_t co : cos)
         map.emplace(co, co);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(map.find(telegrams.Next()));
 }
 BENCHMARK(MapLookUp)->Arg(10)->Arg(1000)->Arg(kMaxCos);
@@ -205,7 +205,7 @@ void GroupWriteCached(benchmark::State& state) {
         user.OnGroupValueWrite(co, value);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
     const std::uint64_t before = Bench::AllocationCount();
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         user.OnGroupValueWrite(telegrams.Next(), value);
     ShowAllocations(state, before);
 }
@@ -218,7 +218,7 @@ void GroupWriteUncached(benchmark::State& state) {
     const KnxStack::GroupValue value = Temperature();
     DscKnxAppPrg::KnxHandler handler(g_program->program);
     std::size_t next = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         handler.OnGroupValueWrite(cos[next], value);
         if (++next == cos.size()) {
             next = 0;
@@ -238,7 +238,7 @@ void GroupReadCached(benchmark::State& state) {
         user.OnGroupValueRead(co, value);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
     const std::uint64_t before = Bench::AllocationCount();
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(user.OnGroupValueRead(telegrams.Next(), value));
     ShowAllocations(state, before);
 }
@@ -254,18 +254,19 @@ void ValueChangeCached(benchmark::State& state) {
         handler.OnValueChanged(nullptr, kFirstId + co, urn, value, origin);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
     const std::uint64_t before = Bench::AllocationCount();
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(
             handler.OnValueChanged(nullptr, kFirstId + telegrams.Next(), urn, value, origin));
     ShowAllocations(state, before);
 }
 BENCHMARK(ValueChangeCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
 
-void Decode(benchmark::State& state, std::uint16_t main, unsigned sizeInBits, KnxStack::BinaryData data) {
+void Decode(benchmark::State& state, std::uint16_t main, unsigned sizeInBits,
+            const KnxStack::BinaryData& data) {
     const Vesk::KnxValueConverter converter;
     KNXDPT dpt{static_cast<std::uint8_t>(sizeInBits), 0, main, 1};
     const KnxStack::GroupValue groupValue(data, sizeInBits);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         TAVVALUE value;
         benchmark::DoNotOptimize(converter.FromKnxValue(dpt, groupValue, value));
         benchmark::DoNotOptimize(&value);

@@ -27,6 +27,7 @@ Child::Child(const std::vector<std::string>& arguments, int outputFd) : m_pid(fo
     dup2(output, STDOUT_FILENO);
     dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
     std::vector<char*> raw;
+    raw.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
         raw.push_back(const_cast<char*>(argument.c_str()));
     raw.push_back(nullptr);

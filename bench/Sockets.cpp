@@ -78,14 +78,14 @@ std::uint16_t UdpSocket::Port() const {
     return ntohs(address.sin_port);
 }
 
-void UdpSocket::SendTo(std::uint16_t port, std::span<const std::uint8_t> datagram) {
+void UdpSocket::SendTo(std::uint16_t port, std::span<const std::uint8_t> datagram) const {
     const sockaddr_in address = Loopback(port);
     if (sendto(m_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&address),
                sizeof address) < 0)
         throw std::runtime_error(std::string("send: ") + std::strerror(errno));
 }
 
-Octets UdpSocket::Receive(std::uint16_t& fromPort) {
+Octets UdpSocket::Receive(std::uint16_t& fromPort) const {
     Octets datagram(512);
     sockaddr_in from{};
     socklen_t size = sizeof from;
@@ -110,7 +110,7 @@ LineSocket::~LineSocket() {
     close(m_socket);
 }
 
-void LineSocket::WriteLine(const std::string& line) {
+void LineSocket::WriteLine(const std::string& line) const {
     const std::string text = line + "\n";
     if (write(m_socket, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         throw std::runtime_error("the line was not written");

@@ -23,9 +23,9 @@ public:
     UdpSocket& operator=(const UdpSocket&) = delete;
 
     std::uint16_t Port() const;
-    void SendTo(std::uint16_t port, std::span<const std::uint8_t> datagram);
+    void SendTo(std::uint16_t port, std::span<const std::uint8_t> datagram) const;
     /// Waits up to 5 s for the next datagram; `fromPort` becomes the sender's.
-    Octets Receive(std::uint16_t& fromPort);
+    Octets Receive(std::uint16_t& fromPort) const;
 
 private:
     int m_socket;
@@ -41,7 +41,7 @@ public:
     LineSocket(const LineSocket&) = delete;
     LineSocket& operator=(const LineSocket&) = delete;
 
-    void WriteLine(const std::string& line);
+    void WriteLine(const std::string& line) const;
     /// The next line without its end; waits. "" when the peer has closed.
     std::string ReadLine();
 
