@@ -123,8 +123,9 @@ void DscKnxAppPrg::ResponseQueueCaller::operator()() const {
     LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread started.");
     try {
         TavEvents::Id signalled = 0;
-        while (m_control->running && !m_appPrg.m_events.Wait(kResponseWaitMs, signalled))
+        do
             boost::this_thread::interruption_point();
+        while (m_control->running && !m_appPrg.m_events.Wait(kResponseWaitMs, signalled));
         LOG4CPLUS_DEBUG(logger, "operator()(): Response Queue thread finished.");
     } catch (const boost::thread_interrupted&) {
         LOG4CPLUS_ERROR(logger, "operator()(): Response Queue thread has been interrupted.");

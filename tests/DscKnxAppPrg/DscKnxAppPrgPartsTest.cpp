@@ -4,6 +4,9 @@
 
 #include <boost/thread/exceptions.hpp>
 
+#include <chrono>
+#include <thread>
+
 namespace {
 
 using StartupState = KnxStack::IApplicationProgram::StartupState;
@@ -201,13 +204,15 @@ TEST_F(ResponseQueueTest, Event_EndsTheThread) {
 }
 
 TEST_F(ResponseQueueTest, Stop_WithoutPatience_InterruptsTheThread) {
-    // A thread whose wait ends just then sees the stop by itself; that does not happen many times in a row.
+    // A thread that is not waiting just then sees the stop by itself: each round leaves it more time to get
+    // there.
     bool interrupted = false;
     for (int round = 0; round != 50 && !interrupted; ++round) {
         recorder.Clear();
         EXPECT_TRUE(StartQueue());
         ASSERT_TRUE(
             recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started."));
+        std::this_thread::sleep_for(std::chrono::milliseconds(round));
         StopQueue(0);
         EXPECT_TRUE(program.WaitForWorkers(5000));
         interrupted = !recorder.LinesWith("interrupted").empty();
