@@ -18,11 +18,12 @@ namespace Bench {
 
 namespace fs = std::filesystem;
 
-Child::Child(const std::vector<std::string>& arguments, int outputFd) : m_pid(fork()) {
+Child::Child(Side side, const std::vector<std::string>& arguments, int outputFd) : m_pid(fork()) {
     if (m_pid < 0)
         throw std::runtime_error("no process for " + arguments.front());
     if (m_pid > 0)
         return;
+    RunOn(side);
     const int output = outputFd >= 0 ? outputFd : open("/dev/null", O_WRONLY);
     dup2(output, STDOUT_FILENO);
     dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
@@ -51,10 +52,12 @@ Installation::Installation() : m_port(FreeUdpPort()) {
     m_directory = name;
     fs::copy(KNX_EXAMPLE, m_directory / "house", fs::copy_options::recursive);
     m_children.push_back(std::make_unique<Child>(
+        Side::Measured,
         std::vector<std::string>{Program("devicestackd"), "--config", m_directory / "house/devicestackd.json",
                                  "--socket", Socket(), "--state-dir", m_directory / "state"},
         -1));
     m_children.push_back(std::make_unique<Child>(
+        Side::Measured,
         std::vector<std::string>{Program("knxstackd"), "--config", m_directory / "house/knxstackd.json",
                                  "--knx-port", std::to_string(m_port), "--device-stack-socket", Socket()},
         -1));

@@ -1,6 +1,8 @@
 // A running installation for benchmarks: examples/house with both daemons, on loopback.
 #pragma once
 
+#include "Placement.h"
+
 #include <sys/types.h>
 
 #include <cstdint>
@@ -15,7 +17,7 @@ namespace Bench {
 class Child {
 public:
     /// `arguments[0]` is the program. Output goes to `outputFd`, or nowhere with -1.
-    Child(const std::vector<std::string>& arguments, int outputFd);
+    Child(Side side, const std::vector<std::string>& arguments, int outputFd);
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -26,9 +28,9 @@ private:
     pid_t m_pid;
 };
 
-/// devicestackd and knxstackd with a copy of examples/house in a directory of its own, which goes with the
-/// object. The constructor returns once the application program is running, and throws std::runtime_error
-/// when that takes longer than 30 s.
+/// devicestackd and knxstackd, on the side of what is measured, with a copy of examples/house in a directory
+/// of its own, which goes with the object. The constructor returns once the application program is running,
+/// and throws std::runtime_error when that takes longer than 30 s.
 class Installation {
 public:
     Installation();

@@ -2,6 +2,7 @@
 // data point, a group read answered, from tunnel to tunnel. Beside them, in the same run, what the machine
 // itself needs: a UDP round trip, a relay that only copies, and handing over between two threads.
 #include "Installation.h"
+#include "Placement.h"
 #include "Sockets.h"
 
 #include <fcntl.h>
@@ -63,6 +64,7 @@ public:
 
 private:
     void Run(std::uint16_t target) {
+        RunOn(Side::Measured);
         for (;;) {
             std::uint16_t from = 0;
             const Octets datagram = m_socket.Receive(from);
@@ -106,6 +108,7 @@ void MeasureHandOver(Figure& figure) {
     std::condition_variable changed;
     int turn = 0; // even: ours; odd: the other thread's; -1: end
     std::thread other([&] {
+        RunOn(Side::Measured);
         std::unique_lock lock(mutex);
         for (;;) {
             changed.wait(lock, [&] { return turn % 2 != 0; });
@@ -147,7 +150,8 @@ void MeasureWatch(Figure& figure, const Installation& installation) {
     int pipeEnds[2];
     if (pipe2(pipeEnds, O_CLOEXEC) != 0)
         throw std::runtime_error("no pipe");
-    const Child watch({Program("dsctl"), "--socket", installation.Socket(), "--json", "watch", "Door.Count"},
+    const Child watch(Side::Measuring,
+                      {Program("dsctl"), "--socket", installation.Socket(), "--json", "watch", "Door.Count"},
                       pipeEnds[1]);
     close(pipeEnds[1]);
     LineSocket lines(pipeEnds[0]);
@@ -162,15 +166,28 @@ void MeasureWatch(Figure& figure, const Installation& installation) {
     });
 }
 
+/// Somebody who hears of every change in the device stack.
+class Subscriber {
+public:
+    explicit Subscriber(const Installation& installation) : m_lines(installation.Socket()) {
+        m_lines.WriteLine(R"({"jsonrpc":"2.0","id":1,"method":"subscribe","params":{}})");
+        m_lines.ReadLine();
+    }
+    void AwaitCounter() {
+        while (m_lines.ReadLine().find("Door.Count") == std::string::npos) {
+        }
+    }
+
+private:
+    LineSocket m_lines;
+};
+
 void MeasureSubscriber(Figure& figure, const Installation& installation) {
-    LineSocket lines(installation.Socket());
-    lines.WriteLine(R"({"jsonrpc":"2.0","id":1,"method":"subscribe","params":{}})");
-    lines.ReadLine();
+    Subscriber subscriber(installation);
     RawTunnel tunnel(installation.KnxPort());
     Measure(figure, [&](int number) {
         tunnel.Send(GroupWrite(kCounterGroup, Counter(number)));
-        while (lines.ReadLine().find("Door.Count") == std::string::npos) {
-        }
+        subscriber.AwaitCounter();
         const auto end = Clock::now();
         tunnel.AwaitConfirmation();
         return end;
@@ -189,11 +206,13 @@ void MeasureRead(Figure& figure, const Installation& installation) {
 void MeasureTunnelToTunnel(Figure& figure, const Installation& installation) {
     RawTunnel sender(installation.KnxPort());
     RawTunnel receiver(installation.KnxPort());
+    Subscriber subscriber(installation);
     Measure(figure, [&](int number) {
         sender.Send(GroupWrite(kCounterGroup, Counter(number)));
         receiver.AwaitIndication();
         const auto end = Clock::now();
         sender.AwaitConfirmation();
+        subscriber.AwaitCounter(); // the bare relay has nothing left to do either when its next round begins
         return end;
     });
 }
@@ -210,6 +229,7 @@ void Show(const char* what, double measured, double budget) {
 
 int main() {
     signal(SIGPIPE, SIG_IGN);
+    RunOn(Side::Measuring);
     const Installation installation;
     Figure roundTrip;
     Figure bareRelay;
