@@ -32,10 +32,12 @@ BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> t
     std::sort(m_inside.begin(), m_inside.end());
 }
 
+// To the own device last: waking its thread costs more than the others need, and their timers run.
+
 void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
-    m_ports.ToTunnels(telegram, tunnel); // first: it costs the least and somebody else's timer runs
-    PassToDevice(telegram, 0);
+    m_ports.ToTunnels(telegram, tunnel);
     PassToInterface(telegram);
+    PassToDevice(telegram, 0);
 }
 
 void BusRouter::FromInterface(const LData& telegram) {
@@ -43,15 +45,15 @@ void BusRouter::FromInterface(const LData& telegram) {
         ReportUnusable(telegram, "the interface sends back what came from here");
         return;
     }
-    PassToDevice(telegram, 0);
     m_ports.ToTunnels(telegram, std::nullopt);
+    PassToDevice(telegram, 0);
 }
 
 void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
     telegram.source = m_own;
-    PassToDevice(telegram, sender);
     m_ports.ToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
+    PassToDevice(telegram, sender);
 }
 
 bool BusRouter::IsOwn(IndividualAddress address) const {
