@@ -30,7 +30,7 @@ Client::Client(std::string socketPath)
               const std::lock_guard lock(m_mutex);
               m_session.Answer(request, handled);
           }
-          m_link.Wake();
+          m_link.Send();
       }),
       m_link(std::move(socketPath), *this) {
     m_link.Start();
@@ -89,7 +89,7 @@ void Client::SetValueFormat(const std::string& format) {
         const std::lock_guard lock(m_mutex);
         m_session.SetValueFormat(format);
     }
-    m_link.Wake();
+    m_link.Send();
 }
 
 // Calls that wait.
@@ -105,9 +105,11 @@ bool Client::Wait(std::chrono::milliseconds timeout, const MakeCall& makeCall, s
     {
         std::unique_lock lock(m_mutex);
         const Session::CallPointer call = makeCall(error);
-        m_link.Wake();
+        ++m_waiting; // keeps the client
+        lock.unlock();
+        m_link.Send();
+        lock.lock();
         if (call) {
-            ++m_waiting;
             call->finished.wait_until(lock, deadline, [&] { return call->isFinished; });
             if (!call->isFinished) {
                 m_session.Abandon(*call);
@@ -120,9 +122,9 @@ bool Client::Wait(std::chrono::milliseconds timeout, const MakeCall& makeCall, s
             error = call->error;
             if (error.code == 0)
                 result = std::move(call->result);
-            if (--m_waiting == 0)
-                m_nobodyWaits.notify_all();
         }
+        if (--m_waiting == 0)
+            m_nobodyWaits.notify_all();
     }
     return error.code == 0 || Fail(lastError, std::move(error.message));
 }
@@ -207,7 +209,7 @@ std::string Client::SendWithoutWaiting(const Send& send) {
         Fail(m_lastError, std::move(error.message));
         return {};
     }
-    m_link.Wake();
+    m_link.Send();
     return std::to_string(id);
 }
 

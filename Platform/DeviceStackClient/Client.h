@@ -17,11 +17,12 @@
 
 namespace DeviceStackClient {
 
-/// Three kinds of threads: callers, which queue a request and wait for its answer; the link's thread, which
-/// moves bytes and completes calls; the callback thread. Handlers are called without a lock, so that a caller
-/// inside a callback gets its answer.
+/// Three kinds of threads: callers, which queue a request, send it and wait for its answer; the link's
+/// thread, which reads and completes calls; the callback thread. Handlers are called without a lock, so that
+/// a caller inside a callback gets its answer.
 ///
-/// Lock order: m_mutex before nothing; Callbacks has a mutex of its own that is never held together with it.
+/// Lock order: the link's writing mutex before m_mutex; Callbacks has a mutex of its own that is never held
+/// together with either.
 class Client final : public Vesk::IDeviceStackClient, private Link::User {
 public:
     /// Begins to connect. Throws std::system_error when the process lacks descriptors or threads.

@@ -59,6 +59,18 @@ void Link::Stop() {
     m_thread.join();
 }
 
+void Link::Send() {
+    {
+        const std::unique_lock lock(m_writing, std::try_to_lock);
+        if (lock.owns_lock() && m_socket >= 0) {
+            WriteLocked();
+            if (m_output.empty())
+                return;
+        }
+    }
+    Wake(); // also when another thread is writing: it may have taken its last output already
+}
+
 void Link::Wake() {
     if (m_wakePending.exchange(true))
         return;
@@ -70,10 +82,7 @@ void Link::Run() {
     while (!m_stop) {
         if (m_socket < 0 && Clock::now() >= m_nextAttempt)
             Connect();
-        if (m_socket >= 0)
-            Write();
-
-        const bool wantsWrite = !m_output.empty() && !m_writeBroken;
+        const bool wantsWrite = m_socket >= 0 && Write();
         std::array<pollfd, 2> fds{
             {{m_wakeFd, POLLIN, 0}, {m_socket, static_cast<short>(POLLIN | (wantsWrite ? POLLOUT : 0)), 0}}};
         ::poll(fds.data(), fds.size(), PollTimeout()); // a closed socket is -1, which poll() passes over
@@ -85,8 +94,9 @@ void Link::Run() {
         if (m_socket >= 0 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0)
             Read();
     }
+    const std::lock_guard lock(m_writing);
     if (m_socket >= 0) {
-        Write();
+        WriteLocked();
         ::close(m_socket);
         m_socket = -1;
     }
@@ -123,18 +133,22 @@ void Link::Connect() {
     ++m_attempts;
     m_nextAttempt = Clock::now() + PauseBefore(m_attempts);
     std::string reason;
-    m_socket = Connected(reason);
-    if (m_socket < 0)
-        m_user.OnClosed(reason);
-    else
-        m_user.OnConnected();
+    const int connected = Connected(reason);
+    if (connected < 0)
+        return m_user.OnClosed(reason);
+    m_user.OnConnected(); // before anybody can send on the new connection
+    const std::lock_guard lock(m_writing);
+    m_socket = connected;
 }
 
 void Link::Close(const std::string& reason) {
-    ::close(m_socket);
-    m_socket = -1;
-    m_writeBroken = false;
-    m_output.clear();
+    {
+        const std::lock_guard lock(m_writing);
+        ::close(m_socket);
+        m_socket = -1;
+        m_writeBroken = false;
+        m_output.clear();
+    }
     m_nextAttempt = Clock::now() + PauseBefore(m_attempts);
     m_user.OnClosed(reason);
 }
@@ -153,7 +167,14 @@ void Link::Read() {
         Close("the connection to the device stack at " + m_socketPath + " broke: " + ErrorText(errno));
 }
 
-void Link::Write() {
+/// True when the rest waits for room in the socket.
+bool Link::Write() {
+    const std::lock_guard lock(m_writing);
+    WriteLocked();
+    return !m_output.empty() && !m_writeBroken;
+}
+
+void Link::WriteLocked() {
     std::size_t sent = 0;
     while (!m_writeBroken) {
         if (m_output.size() - sent < kChunk)

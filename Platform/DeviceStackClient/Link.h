@@ -1,9 +1,10 @@
-// The client's I/O thread: connects to the device stack's socket, for ever, and moves bytes.
+// The client's connection: its I/O thread connects to the device stack's socket, for ever, and reads; whoever
+// has something to send sends it.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -14,7 +15,7 @@ namespace DeviceStackClient {
 /// to 5 s. It knows bytes only.
 class Link {
 public:
-    /// What the link asks and tells, all of it on the link's thread.
+    /// What the link asks and tells, on the link's thread but for TakeOutput().
     struct User {
         virtual ~User() = default;
         virtual void OnConnected() = 0;
@@ -22,7 +23,8 @@ public:
         virtual bool OnReceived(std::string_view bytes) = 0;
         /// An attempt failed or the connection is gone.
         virtual void OnClosed(const std::string& reason) = 0;
-        /// Appends what is to be sent next, about kChunk bytes at a time. Called as long as there is room.
+        /// Appends what is to be sent next, about kChunk bytes at a time. Called as long as there is room, by
+        /// one thread at a time, between OnConnected() and OnClosed().
         virtual void TakeOutput(std::string& bytes) = 0;
     };
 
@@ -40,7 +42,12 @@ public:
     /// OnClosed() is not called. A second call does nothing.
     void Stop();
 
-    /// There is something to take: TakeOutput() is called soon. Any thread.
+    /// There is something to take: it is sent by the calling thread as far as the socket takes it at once,
+    /// and by the link's thread otherwise. Never waits. Any thread that holds no lock which TakeOutput()
+    /// needs.
+    void Send();
+
+    /// The same, but always left to the link's thread. Any thread.
     void Wake();
 
     /// The peer is sound: the next loss is followed by an attempt at once. On the link's thread.
@@ -53,7 +60,8 @@ private:
     void Connect();
     void Close(const std::string& reason);
     void Read();
-    void Write();
+    bool Write();
+    void WriteLocked();
     int Connected(std::string& reason) const;
     int PollTimeout() const;
 
@@ -65,11 +73,14 @@ private:
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 
-    // The link's thread only.
-    int m_socket = -1;
+    // Under m_writing, which is held while TakeOutput() is called and never waits for the peer.
+    std::mutex m_writing;
+    int m_socket = -1;          ///< changed by the link's thread only, which reads it without the mutex
     bool m_writeBroken = false; ///< the peer reads no more; what it has sent before is still to be read
     std::string m_output;       ///< taken and not yet sent
-    unsigned m_attempts = 0;    ///< since the peer was last found sound
+
+    // The link's thread only.
+    unsigned m_attempts = 0; ///< since the peer was last found sound
     Clock::time_point m_nextAttempt{};
 };
 
