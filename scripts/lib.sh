@@ -40,10 +40,37 @@ as_root() {
     if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
 
+# While this file exists, packages do not start their services.
+policy_file=/usr/sbin/policy-rc.d
+policy_mark='# of an installation by scripts/lib.sh; it is removed at its end'
+policy_is_ours=
+
+# keep_services_stopped: until allow_services, or until the script ends in whatever way but SIGKILL. A file that
+# somebody else made stays as it is; one that an installation of ours left behind is taken over.
+keep_services_stopped() {
+    [ ! -e "$policy_file" ] || grep -qsxF "$policy_mark" "$policy_file" || return 0
+    policy_is_ours=yes
+    trap remove_policy_file EXIT
+    trap 'exit 129' HUP
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+    printf '#!/bin/sh\n%s\nexit 101\n' "$policy_mark" | as_root tee "$policy_file" >/dev/null
+    as_root chmod 755 "$policy_file"
+}
+
+remove_policy_file() { as_root rm -f "$policy_file"; }
+
+allow_services() {
+    [ -n "$policy_is_ours" ] || return 0
+    remove_policy_file
+    trap - EXIT HUP INT TERM
+    policy_is_ours=
+}
+
 # install_packages <set>...: installs what is missing. Services that come with a package are neither started now nor
 # at the next start of the system.
 install_packages() {
-    local missing line package names=() policy=/usr/sbin/policy-rc.d status=0
+    local missing line package names=() status=0
     command -v dpkg-query >/dev/null ||
         fail "this system has no dpkg" "install by hand what scripts/packages lists, then use --no-install"
     missing=$(missing_lines "$@")
@@ -64,15 +91,10 @@ install_packages() {
         fail "no package of: $line" "this needs Debian 12 or newer"
     done <<<"$missing"
     say "Installing ${names[*]}"
-    if [ ! -e "$policy" ]; then
-        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
-        as_root chmod 755 "$policy"
-    else
-        policy=
-    fi
+    keep_services_stopped
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${names[@]}" \
         >/dev/null || status=$?
-    [ -z "$policy" ] || as_root rm -f "$policy"
+    allow_services
     [ "$status" = 0 ] || fail "apt-get install failed" "run it by hand: apt-get install ${names[*]}"
     case " ${names[*]} " in *" knxd "*)
         if command -v systemctl >/dev/null; then
