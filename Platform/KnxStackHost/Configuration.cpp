@@ -4,6 +4,8 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +16,28 @@
 #include <iterator>
 
 namespace KnxStackHost {
+
+namespace {
+
+bool IsOfThisMachine(const in_addr& address) {
+    if (ntohl(address.s_addr) >> 24 == IN_LOOPBACKNET)
+        return true;
+    ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0)
+        return false;
+    bool found = false;
+    for (const auto* entry = list; entry != nullptr && !found; entry = entry->ifa_next) {
+        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET)
+            continue;
+        sockaddr_in own{};
+        std::memcpy(&own, entry->ifa_addr, sizeof own);
+        found = own.sin_addr.s_addr == address.s_addr;
+    }
+    ::freeifaddrs(list);
+    return found;
+}
+
+} // namespace
 
 KnxDevice::GroupObjectTable Configuration::MakeTable() const {
     std::vector<KnxDevice::GroupObjectDefinition> definitions;
@@ -32,6 +56,20 @@ bool IsLogLevel(std::string_view level) {
 bool IsIpv4Address(const std::string& text) {
     in_addr address{};
     return inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+bool LeadsBackToServer(const Configuration& configuration) {
+    const auto& server = configuration.server;
+    if (!server.enabled || !configuration.interface || configuration.interface->port != server.port)
+        return false;
+    in_addr own{};
+    inet_pton(AF_INET, server.address.c_str(), &own);
+    in_addr target{};
+    if (configuration.interface->host == "localhost")
+        target.s_addr = htonl(INADDR_LOOPBACK);
+    else if (inet_pton(AF_INET, configuration.interface->host.c_str(), &target) != 1)
+        return false;
+    return own.s_addr == target.s_addr || (own.s_addr == htonl(INADDR_ANY) && IsOfThisMachine(target));
 }
 
 Configuration ParseConfiguration(std::string_view text, const std::string& path) {

@@ -63,7 +63,7 @@ struct LogSettings {
 struct Configuration {
     std::string directory; ///< of the file; absolute
     KnxFrames::IndividualAddress individualAddress;
-    std::string deviceName = "knxstackd"; ///< at most 30 bytes
+    std::string deviceName = "knxstackd"; ///< at most 29 bytes
     ServerSettings server;
     std::optional<InterfaceSettings> interface;
     std::vector<ConfiguredObject> groupObjects;
@@ -81,6 +81,10 @@ bool IsLogLevel(std::string_view level);
 
 /// True for four decimal numbers with dots.
 bool IsIpv4Address(const std::string& text);
+
+/// True when the interface is the configuration's own server, by an address of this machine, "localhost" or
+/// the server's own address: every telegram would go round for ever. Other names are not looked up.
+bool LeadsBackToServer(const Configuration& configuration);
 
 /// Reads and checks the file. Throws ConfigurationError.
 Configuration LoadConfiguration(const std::string& path);

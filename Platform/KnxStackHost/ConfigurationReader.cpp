@@ -13,7 +13,7 @@ using ProjectFile::Place;
 
 namespace {
 
-constexpr std::size_t kLongestDeviceName = 30; // field of the device information
+constexpr std::size_t kLongestDeviceName = 29; // the field of the device information ends with a zero
 
 constexpr std::size_t kMostTunnels = 255; // a channel has one byte
 

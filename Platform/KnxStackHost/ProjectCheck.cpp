@@ -96,6 +96,13 @@ private:
 
 } // namespace
 
+void CheckProjectFile(const Configuration& configuration) {
+    if (configuration.project.empty())
+        return;
+    if (const auto loaded = ProjectFile::LoadProject(configuration.project); !loaded)
+        throw ConfigurationError(loaded.Error());
+}
+
 ProjectFindings CompareWithProject(const Configuration& configuration, const Project& project) {
     return Comparison(configuration, project).Run();
 }

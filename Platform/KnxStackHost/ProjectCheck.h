@@ -12,6 +12,11 @@ class Project;
 
 namespace KnxStackHost {
 
+/// Reads the configuration's project file as the plug-ins will. Throws ConfigurationError with what is wrong
+/// in it: with a file that is refused the program would run without any binding. Nothing is read for a
+/// configuration without a project.
+void CheckProjectFile(const Configuration& configuration);
+
 /// What the two files have against each other, a sentence each.
 struct ProjectFindings {
     std::vector<std::string> faults; ///< telegrams or values would be lost

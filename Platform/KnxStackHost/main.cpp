@@ -40,8 +40,9 @@ void Describe(CLI::App& app, CommandLine& line) {
         };
     };
     app.add_option("--config", line.configFile, "Configuration file")->capture_default_str();
-    app.add_flag("--check-config", line.checkConfig,
-                 "Only check the configuration file, the library it names and the plug-ins");
+    app.add_flag(
+        "--check-config", line.checkConfig,
+        "Only check the configuration file, the library it names, the project file and the plug-ins");
     app.add_option("--knx-port", line.knxPort, "UDP port of the KNXnet/IP server, 0 for any free one");
     app.add_option("--knx-address", line.knxAddress, "IPv4 address that the KNXnet/IP server listens on")
         ->check(CLI::Validator(known(KnxStackHost::IsIpv4Address, "is no IPv4 address"), "IPV4"));
@@ -60,6 +61,10 @@ Configuration ReadConfiguration(const CommandLine& line) {
     configuration.server.address = line.knxAddress.value_or(configuration.server.address);
     configuration.deviceStackSocket = line.deviceStackSocket.value_or(configuration.deviceStackSocket);
     configuration.log.level = line.logLevel.value_or(configuration.log.level);
+    if (KnxStackHost::LeadsBackToServer(configuration))
+        throw ConfigurationError(fmt::format(
+            "{}: /interface: {}:{} is this host's own server; every telegram would go round for ever",
+            line.configFile, configuration.interface->host, configuration.interface->port));
     return configuration;
 }
 
@@ -77,8 +82,13 @@ int Serve(const CommandLine& line) {
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging(configuration.log);
     const auto library = KnxStackHost::LoadProgramLibrary(configuration.program.library);
+    KnxStackHost::CheckProjectFile(configuration);
     KnxStackHost::CheckHandlerRegistry(configuration);
-    KnxStackHost::Host host(std::move(configuration), library, [&line] { return ReadConfiguration(line); });
+    KnxStackHost::Host host(std::move(configuration), library, [&line] {
+        auto next = ReadConfiguration(line);
+        KnxStackHost::CheckProjectFile(next);
+        return next;
+    });
     host.Open();
     if (host.Run())
         return EXIT_SUCCESS;
@@ -113,6 +123,7 @@ int CheckConfiguration(const CommandLine& line) {
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging({"error", ""});
     KnxStackHost::LoadProgramLibrary(configuration.program.library);
+    KnxStackHost::CheckProjectFile(configuration);
     KnxStackHost::CheckHandlerRegistry(configuration);
     fmt::print("{}: {} group objects, nothing to complain of\n", line.configFile,
                configuration.groupObjects.size());

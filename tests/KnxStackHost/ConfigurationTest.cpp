@@ -123,7 +123,9 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
         {"\"1.1.252\"", "\"1.1.250\"",
          "/server/tunnels/1: 1.1.250 is taken by /device/individualAddress already"},
         {"\"1.1.252\"", "\"1.1.251\"", "/server/tunnels/1: 1.1.251 is taken by /server/tunnels/0 already"},
-        {"\"name\": \"house\"", "\"name\": \"\"", "/device/name: must have 1 to 30 bytes"},
+        {"\"name\": \"house\"", "\"name\": \"\"", "/device/name: must have 1 to 29 bytes"},
+        {"\"name\": \"house\"", "\"name\": \"123456789.123456789.123456789.\"",
+         "/device/name: must have 1 to 29 bytes"},
         {"[\"1.1.251\", \"1.1.252\"]", "[]",
          "/server/tunnels: the server needs at least one individual address"},
         {"127.0.0.1", "localhost", "/server/address: \"localhost\" is no IPv4 address"},
@@ -160,6 +162,39 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
     };
     for (const auto& c : cases)
         EXPECT_THAT(RefusalOf(Changed(c.part, c.by)), StartsWith(kFile + ": " + c.message));
+}
+
+TEST(Configuration, KnowsAnInterfaceThatIsItsOwnServer) {
+    struct Case {
+        const char* server;
+        std::uint16_t serverPort;
+        const char* interface;
+        std::uint16_t port;
+        bool same;
+    };
+    const Case cases[] = {
+        {"127.0.0.1", 3671, "127.0.0.1", 3671, true},  {"127.0.0.1", 3671, "localhost", 3671, true},
+        {"0.0.0.0", 3671, "127.0.0.1", 3671, true},    {"0.0.0.0", 3671, "127.1.2.3", 3671, true},
+        {"0.0.0.0", 3671, "0.0.0.0", 3671, true},      {"127.0.0.2", 3671, "127.0.0.1", 3671, false},
+        {"127.0.0.1", 3672, "127.0.0.1", 3671, false}, {"0.0.0.0", 3671, "192.0.2.7", 3671, false},
+        {"0.0.0.0", 3671, "knx.example", 3671, false},
+    };
+    for (const auto& c : cases) {
+        Configuration configuration;
+        configuration.server.address = c.server;
+        configuration.server.port = c.serverPort;
+        EXPECT_FALSE(LeadsBackToServer(configuration)) << "there is no interface";
+        configuration.interface = InterfaceSettings{c.interface, c.port, false, ""};
+        EXPECT_EQ(c.same, LeadsBackToServer(configuration))
+            << c.server << ':' << c.serverPort << " and " << c.interface << ':' << c.port;
+        configuration.server.enabled = false;
+        EXPECT_FALSE(LeadsBackToServer(configuration)) << "there is no server";
+    }
+}
+
+TEST(Configuration, TakesTheLongestDeviceName) {
+    const std::string longest = "123456789.123456789.123456789";
+    EXPECT_EQ(longest, ParseConfiguration(Changed("\"house\"", '"' + longest + '"'), kFile).deviceName);
 }
 
 TEST(Configuration, CountsFurtherFaults) {

@@ -109,6 +109,17 @@ TEST_F(ProgramInDaemon, SighupWithAnUnusableConfigurationChangesNothing) {
     EXPECT_EQ(0u, CountOf(m_directory.Read("record"), "exit"));
 }
 
+TEST_F(ProgramInDaemon, SighupWithAProjectThatIsRefusedChangesNothing) {
+    Start();
+    ASSERT_TRUE(m_daemon->WaitForLog("configured and running"));
+    m_directory.Write("project.json", R"({"version": 2, "device": "house", "dataPoints": []})");
+    m_directory.Write("knxstackd.json", TestConfiguration("", R"(, "project": "project.json")"));
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(m_daemon->WaitForLog("the former configuration stays in force"));
+    EXPECT_THAT(m_daemon->Log(), HasSubstr("project.json: /version: 2 is a version"));
+    EXPECT_EQ(0u, CountOf(m_directory.Read("record"), "exit"));
+}
+
 TEST_F(ProgramInDaemon, SighupSaysWhatNeedsARestart) {
     Start();
     ASSERT_TRUE(m_daemon->WaitForLog("configured and running"));

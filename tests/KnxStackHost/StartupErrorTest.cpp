@@ -29,6 +29,14 @@ protected:
         EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record")) << "nothing may be half started";
     }
 
+    /// The test configuration with a project, so that the project and its plug-ins are looked at.
+    std::string WithProject(const std::string& dataPoints = "") {
+        m_directory.Write("project.json",
+                          R"({"version": 1, "device": "house", "dataPoints": [)" + dataPoints + "]}");
+        std::string configuration = TestConfiguration();
+        return configuration.insert(configuration.find('{') + 1, "\"project\": \"project.json\",");
+    }
+
     static std::string Replaced(std::string text, const std::string& part, const std::string& by) {
         const auto found = text.find(part);
         return found == std::string::npos ? "" : text.replace(found, part.size(), by);
@@ -66,16 +74,33 @@ TEST_F(StartupError, LibraryThatIsNoApplicationProgram) {
                   {"/applicationProgram/library", "does not export getKnxStackApiVersion"});
 }
 
-/// The test configuration with a project, so that its plug-ins are looked at.
-std::string WithProject() {
-    std::string configuration = TestConfiguration();
-    return configuration.insert(configuration.find('{') + 1, "\"project\": \"project.json\",");
-}
-
 std::string Registry(const std::string& program, const std::string& library) {
     return "<KnxApplicationPrograms><KnxApplicationProgram Name=\"" + program +
            "\"><DynamicHandlers><DynamicHandler Library=\"" + library +
            "\"/></DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>";
+}
+
+TEST_F(StartupError, InterfaceThatIsTheOwnServer) {
+    const auto configuration =
+        TestConfiguration("", R"(, "interface": {"host": "127.0.0.1", "port": 36710})");
+    for (const auto* also : {"--check-config", "--log-level=info"})
+        ExpectRefusal(configuration,
+                      {"knxstackd.json: /interface: 127.0.0.1:36710 is this host's own server"},
+                      {"--knx-port", "36710", also});
+}
+
+TEST_F(StartupError, MissingProjectFile) {
+    const auto configuration = WithProject();
+    std::filesystem::remove(m_directory.Path() / "project.json");
+    ExpectRefusal(configuration, {"/project.json: cannot be read: No such file or directory"});
+}
+
+TEST_F(StartupError, ProjectFileThatIsRefused) {
+    const auto configuration =
+        WithProject(R"({"id": 2001, "name": "Light", "dpt": "1,001", "knx": {"co": 1}})");
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{}, {"--check-config"}})
+        ExpectRefusal(configuration, {"/project.json: /dataPoints/0/dpt: \"1,001\" is no datapoint type"},
+                      arguments);
 }
 
 TEST_F(StartupError, MissingRegistryOfPlugins) {
