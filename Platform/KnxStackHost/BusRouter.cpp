@@ -26,8 +26,8 @@ log4cplus::Logger& Log() {
 
 BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> tunnels,
                      const KnxDevice::GroupObjects& objects, BusPorts& ports)
-    : m_own(own), m_inside(tunnels.begin(), tunnels.end()), m_objects(objects), m_ports(ports),
-      m_unusable(kReportedFaults), m_unknown(kReportedFaults) {
+    : m_own(own), m_tunnels(tunnels.begin(), tunnels.end()), m_inside(m_tunnels), m_objects(objects),
+      m_ports(ports), m_unusable(kReportedFaults), m_unknown(kReportedFaults) {
     m_inside.push_back(own);
     std::sort(m_inside.begin(), m_inside.end());
 }
@@ -35,6 +35,10 @@ BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> t
 // To the own device last: waking its thread costs more than the others need, and their timers run.
 
 void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
+    if (telegram.source != m_tunnels.at(tunnel) && IsOwn(telegram.source)) {
+        ReportUnusable(telegram, "a client of a tunnel sends back what came from here");
+        return;
+    }
     m_ports.ToTunnels(telegram, tunnel);
     PassToInterface(telegram);
     PassToDevice(telegram, 0);

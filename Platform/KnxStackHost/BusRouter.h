@@ -27,8 +27,10 @@ public:
 };
 
 /// Joins tunnels, interface and device to one bus: what one sends, all others get. A telegram to the
-/// individual address of the device or of a tunnel stays inside; one that carries such an address as its
-/// source but comes from the interface is an echo and goes nowhere. Not synchronised.
+/// individual address of the device or of a tunnel stays inside. One that carries such an address as its
+/// source, but comes from elsewhere, has gone round and goes nowhere: from the interface it is an echo, from
+/// a tunnel the way back of a client that has this host as its own interface. Other sources are free, because
+/// a client may join a whole bus to this one. Not synchronised.
 class BusRouter {
 public:
     /// `own` is the address of the device, `tunnels` those of the tunnels. `objects` and `ports` outlive the
@@ -49,6 +51,7 @@ private:
     void ReportUnknown(const KnxFrames::LData& telegram);
 
     const KnxFrames::IndividualAddress m_own;
+    const std::vector<KnxFrames::IndividualAddress> m_tunnels;
     std::vector<KnxFrames::IndividualAddress> m_inside; // sorted: own and tunnels
     const KnxDevice::GroupObjects& m_objects;
     BusPorts& m_ports;

@@ -97,6 +97,20 @@ TEST_F(Router, AnEchoOfOurOwnTelegramGoesNowhere) {
     EXPECT_THAT(m_ports.went, IsEmpty());
 }
 
+TEST_F(Router, WhatComesBackThroughATunnelGoesNowhere) {
+    m_router.FromTunnel(1, WriteOne(kOwn));
+    m_router.FromTunnel(1, WriteOne(kTunnels[0]));
+    EXPECT_THAT(m_ports.went, IsEmpty());
+}
+
+TEST_F(Router, AClientMaySpeakForDevicesBehindIt) {
+    m_router.FromTunnel(1, WriteOne(kSensor));
+    EXPECT_THAT(m_ports.went,
+                ElementsAre("tunnels but 1: 1.1.4 -> 1/2/3 GroupValue_Write 01",
+                            "interface: 1.1.4 -> 1/2/3 GroupValue_Write 01", "program: 128 1 01",
+                            "program: 128 2 01"));
+}
+
 TEST_F(Router, ReadsAndResponsesKeepTheirService) {
     m_router.FromInterface(Telegram(kSensor, KnxFrames::MakeGroupRead(), GroupAddress(1, 2, 4)));
     const std::uint8_t value[] = {0x42};

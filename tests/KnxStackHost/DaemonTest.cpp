@@ -61,6 +61,25 @@ TEST_F(Daemon, AWriteFromATunnelReachesTheOthersWithItsAddress) {
     EXPECT_EQ(Bytes(), one.ReceiveIndication(milliseconds(200))) << "and not its own telegram";
 }
 
+TEST_F(Daemon, WhatAClientSendsBackIsNotPassedOnAgain) {
+    RawTunnel one(m_port);
+    RawTunnel bridge(m_port);
+    ASSERT_TRUE(one.Send(GroupRequest(Group(31, 7, 255), kWrite, {0x42})));
+    auto echo = bridge.ReceiveIndication();
+    ASSERT_EQ(12u, echo.size());
+    echo[0] = 0x11; // the same as L_Data.req, as a host would that has this one as its interface
+    ASSERT_TRUE(bridge.Send(echo));
+    EXPECT_EQ(0x2E, bridge.Receive().at(0)) << "confirmed all the same";
+    EXPECT_EQ(0x2E, one.Receive().at(0));
+    EXPECT_EQ(Bytes(), one.ReceiveIndication(milliseconds(300)));
+    ASSERT_TRUE(one.Send(GroupRequest(Group(31, 7, 255), kWrite, {0x43})));
+    ASSERT_TRUE(Recorded("write 4 43"));
+    EXPECT_EQ(1u, CountOf(m_directory.Read("record"), "write 4 42"));
+    EXPECT_THAT(m_daemon.Log(),
+                HasSubstr("1.1.251 -> 31/7/255 GroupValue_Write 42: a client of a tunnel sends "
+                          "back what came from here"));
+}
+
 TEST_F(Daemon, AReadIsAnsweredAtTheObjectsSendingAddress) {
     RawTunnel tunnel(m_port);
     ASSERT_TRUE(tunnel.Send(GroupRequest(Group(1, 2, 4), kWrite, {0x0C, 0x1A})));
