@@ -1,9 +1,10 @@
 #include "KnxStackHost/ApplicationThread.h"
 
+#include "KnxStackHost/ExceptionText.h"
+
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
-#include <exception>
 #include <pthread.h>
 #include <utility>
 
@@ -16,17 +17,6 @@ constexpr std::size_t kReportedThrows = 32;
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Program");
     return logger;
-}
-
-/// What is being thrown, for people. Inside a handler only.
-std::string CurrentExceptionText() {
-    try {
-        throw;
-    } catch (const std::exception& error) {
-        return error.what();
-    } catch (...) {
-        return "something that is no std::exception";
-    }
 }
 
 const char* NameOf(KnxFrames::GroupServiceKind kind) {

@@ -38,7 +38,7 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
                    m_client->OnDatagram(Now(), from, datagram);
                    m_deadline.Set(m_client->NextTime());
                }),
-      m_resolver(context), m_lookUpAgain(context), m_deadline(context, [this] { OnTime(); }),
+      m_resolver(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
       m_refused(kReportedFaults), m_sendFailures(kReportedFaults) {
     try {
         m_socket.Open(EndpointOf(m_settings.localAddress, 0));
@@ -108,9 +108,9 @@ void InterfaceLink::Connect(const Endpoint& server) {
     m_deadline.Set(m_client->NextTime());
 }
 
-void InterfaceLink::OnTime() {
+std::optional<TimePoint> InterfaceLink::OnTime() {
     m_client->OnTime(Now());
-    m_deadline.Set(m_client->NextTime());
+    return m_client->NextTime();
 }
 
 std::string InterfaceLink::Name() const {

@@ -41,7 +41,7 @@ private:
 
     void LookUp();
     void Connect(const KnxIp::Endpoint& server);
-    void OnTime();
+    std::optional<TimePoint> OnTime();
     std::string Name() const;
 
     boost::asio::io_context& m_context;

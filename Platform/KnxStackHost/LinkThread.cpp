@@ -1,5 +1,6 @@
 #include "KnxStackHost/LinkThread.h"
 
+#include "KnxStackHost/ExceptionText.h"
 #include "KnxStackHost/InterfaceLink.h"
 #include "KnxStackHost/ServerLink.h"
 
@@ -67,20 +68,20 @@ public:
         while (!m_context.stopped()) {
             try {
                 m_context.run();
-            } catch (const std::exception& error) {
-                LOG4CPLUS_ERROR(Log(), fmt::format("link thread: {}", error.what()));
+            } catch (...) {
+                LOG4CPLUS_ERROR(Log(), fmt::format("link thread: {}", CurrentExceptionText()));
             }
         }
     }
 
     void Close() {
         asio::post(m_context, [this] {
+            m_context.stop(); // whatever the rest throws
             SendOutgoing();
             if (m_server)
                 m_server->Stop();
             if (m_interface)
                 m_interface->Stop();
-            m_context.stop();
         });
     }
 
@@ -132,14 +133,22 @@ private:
             const std::lock_guard lock(m_outgoingMutex);
             outgoing.swap(m_outgoing);
         }
-        for (const auto& each : outgoing)
-            m_router->FromDevice(each.telegram, each.sender);
+        for (const auto& each : outgoing) {
+            try {
+                m_router->FromDevice(each.telegram, each.sender);
+            } catch (...) {
+                LOG4CPLUS_ERROR(Log(),
+                                fmt::format("{}: could not be passed on: {}",
+                                            KnxFrames::Describe(each.telegram), CurrentExceptionText()));
+            }
+        }
     }
 
     void WaitForSignal() {
         m_signals->async_wait([this](const boost::system::error_code& error, int signal) {
             if (error)
                 return;
+            WaitForSignal(); // first: what follows may throw
             LOG4CPLUS_INFO(Log(), fmt::format("received {}", signal == SIGHUP   ? "SIGHUP"
                                                              : signal == SIGINT ? "SIGINT"
                                                                                 : "SIGTERM"));
@@ -147,7 +156,6 @@ private:
                 m_requests.reload();
             else
                 m_requests.terminate();
-            WaitForSignal();
         });
     }
 

@@ -41,7 +41,7 @@ ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& co
     : m_context(context), m_addresses(configuration.server.tunnels), m_received(std::move(received)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); }),
-      m_deadline(context, [this] { OnTime(); }), m_refused(kReportedFaults),
+      m_deadline(context, [this] { return OnTime(); }), m_refused(kReportedFaults),
       m_refusedClients(kReportedFaults) {
     Open(configuration.server);
     if (!configuration.server.multicastGroup.empty())
@@ -64,8 +64,10 @@ void ServerLink::OpenGroup(const ServerSettings& settings) {
     m_group.emplace(m_context,
                     [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); });
     try {
+        m_socket.ShareAddress(true); // with the group, which may have the same port
         m_group->OpenGroup(EndpointOf(settings.multicastGroup, KnxIp::kStandardPort),
                            EndpointOf(settings.multicastInterface, 0).address);
+        m_socket.ShareAddress(false);
     } catch (const system_error& error) {
         throw LinkError(
             fmt::format("/server/multicastGroup: the multicast group {} cannot be joined on {}: {}",
@@ -99,9 +101,9 @@ void ServerLink::Receive(const Endpoint& from, KnxFrames::Octets datagram) {
     m_deadline.Set(m_server->NextTime());
 }
 
-void ServerLink::OnTime() {
+std::optional<TimePoint> ServerLink::OnTime() {
     m_server->OnTime(Now());
-    m_deadline.Set(m_server->NextTime());
+    return m_server->NextTime();
 }
 
 void ServerLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {

@@ -39,7 +39,7 @@ private:
     void Open(const ServerSettings& settings);
     void OpenGroup(const ServerSettings& settings);
     void Receive(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
-    void OnTime();
+    std::optional<TimePoint> OnTime();
 
     boost::asio::io_context& m_context;
     const std::vector<KnxFrames::IndividualAddress> m_addresses; // of the tunnels

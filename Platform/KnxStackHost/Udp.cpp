@@ -1,8 +1,12 @@
 #include "KnxStackHost/Udp.h"
 
+#include "KnxStackHost/ExceptionText.h"
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/multicast.hpp>
 #include <boost/asio/socket_base.hpp>
+#include <fmt/format.h>
+#include <log4cplus/loggingmacros.h>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -16,6 +20,13 @@ using boost::system::error_code;
 namespace {
 
 constexpr unsigned kDatagramsPerTurn = 64; // before timers and other sockets get their turn
+constexpr std::size_t kReportedThrows = 16;
+constexpr std::chrono::seconds kAfterThrow{1};
+
+log4cplus::Logger& Log() {
+    static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
+    return logger;
+}
 
 udp::endpoint ToAsio(const KnxIp::Endpoint& endpoint) {
     return {asio::ip::address_v4(endpoint.address), endpoint.port};
@@ -28,7 +39,7 @@ KnxIp::Endpoint FromAsio(const udp::endpoint& endpoint) {
 } // namespace
 
 UdpSocket::UdpSocket(asio::io_context& context, Receive receive)
-    : m_socket(context), m_receive(std::move(receive)) {}
+    : m_socket(context), m_receive(std::move(receive)), m_thrown(kReportedThrows) {}
 
 void UdpSocket::Open(const KnxIp::Endpoint& local) {
     m_socket.open(udp::v4());
@@ -36,8 +47,6 @@ void UdpSocket::Open(const KnxIp::Endpoint& local) {
     const int no = 0;
     ::setsockopt(m_socket.native_handle(), IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof no);
     m_socket.bind(ToAsio(local));
-    // After the bind, so that a second host on this port is refused, but before that of the group's socket.
-    m_socket.set_option(udp::socket::reuse_address(true));
     m_socket.non_blocking(true);
 }
 
@@ -48,6 +57,10 @@ void UdpSocket::OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceA
     m_socket.set_option(asio::ip::multicast::join_group(asio::ip::address_v4(group.address),
                                                         asio::ip::address_v4(interfaceAddress)));
     m_socket.non_blocking(true);
+}
+
+void UdpSocket::ShareAddress(bool share) {
+    m_socket.set_option(udp::socket::reuse_address(share));
 }
 
 void UdpSocket::Start() {
@@ -70,7 +83,18 @@ void UdpSocket::ReceiveWaiting() {
         const auto size = m_socket.receive_from(asio::buffer(m_buffer), from, 0, error);
         if (error)
             return;
-        m_receive(FromAsio(from), {m_buffer.data(), size});
+        HandOver(FromAsio(from), {m_buffer.data(), size});
+    }
+}
+
+void UdpSocket::HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram) {
+    try {
+        m_receive(from, datagram);
+    } catch (...) {
+        const auto verdict = m_thrown.Count(from.address, "thrown");
+        if (verdict != Notices::Verdict::Silent)
+            LOG4CPLUS_ERROR(Log(), fmt::format("{}: a datagram could not be handled: {}{}", from.ToString(),
+                                               CurrentExceptionText(), Suffix(verdict)));
     }
 }
 
@@ -85,8 +109,7 @@ KnxIp::Endpoint UdpSocket::Local() const {
     return error ? KnxIp::Endpoint{} : FromAsio(local);
 }
 
-Deadline::Deadline(asio::io_context& context, std::function<void()> due)
-    : m_timer(context), m_due(std::move(due)) {}
+Deadline::Deadline(asio::io_context& context, Due due) : m_timer(context), m_due(std::move(due)) {}
 
 void Deadline::Set(std::optional<TimePoint> time) {
     if (time && (!m_armed || *time < *m_armed))
@@ -97,11 +120,19 @@ void Deadline::Arm(TimePoint time) {
     m_armed = time;
     m_timer.expires_at(time);
     m_timer.async_wait([this](const error_code& error) {
-        if (error)
-            return;
-        m_armed.reset();
-        m_due();
+        if (!error)
+            Ring();
     });
+}
+
+void Deadline::Ring() {
+    m_armed.reset();
+    try {
+        Set(m_due());
+    } catch (...) {
+        LOG4CPLUS_ERROR(Log(), fmt::format("what was due could not be done: {}", CurrentExceptionText()));
+        Set(std::chrono::steady_clock::now() + kAfterThrow);
+    }
 }
 
 KnxIp::Endpoint EndpointOf(const std::string& ipv4, std::uint16_t port) {

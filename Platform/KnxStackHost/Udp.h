@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KnxIp/Frames.h"
+#include "KnxStackHost/Notices.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
@@ -17,7 +18,8 @@ namespace KnxStackHost {
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
-/// One UDP socket. All calls on the thread of the io_context.
+/// One UDP socket. What the receiver throws is logged; receiving goes on. All calls on the thread of the
+/// io_context.
 class UdpSocket {
 public:
     using Receive = std::function<void(const KnxIp::Endpoint& from, KnxFrames::Octets datagram)>;
@@ -31,6 +33,11 @@ public:
     /// interface with the address, 0 = the system's choice. Throws boost::system::system_error.
     void OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceAddress);
 
+    /// Lets others bind to the same address and port, or not, from now on. A socket of ours that has the port
+    /// of a group must let the group's socket in, and nobody else: the last one to come gets what is sent to
+    /// the port.
+    void ShareAddress(bool share);
+
     /// Begins to receive.
     void Start();
 
@@ -42,9 +49,11 @@ public:
 private:
     void WaitForDatagrams();
     void ReceiveWaiting();
+    void HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
 
     boost::asio::ip::udp::socket m_socket;
     Receive m_receive;
+    Notices m_thrown;
     std::array<std::uint8_t, 1024>
         m_buffer{}; // longer than any KNXnet/IP datagram; what is cut off is malformed
 };
@@ -52,7 +61,11 @@ private:
 /// A timer that only ever wakes when something may be due.
 class Deadline {
 public:
-    Deadline(boost::asio::io_context& context, std::function<void()> due);
+    /// Does what is due and says when the next is. When it throws, that is logged and it is asked again a
+    /// little later.
+    using Due = std::function<std::optional<TimePoint>()>;
+
+    Deadline(boost::asio::io_context& context, Due due);
 
     /// Wakes at the time, or not at all. Cheap when the time moves back, as it does with each telegram: the
     /// timer then rings once too early and is set anew.
@@ -60,9 +73,10 @@ public:
 
 private:
     void Arm(TimePoint time);
+    void Ring();
 
     boost::asio::steady_timer m_timer;
-    std::function<void()> m_due;
+    Due m_due;
     std::optional<TimePoint> m_armed;
 };
 

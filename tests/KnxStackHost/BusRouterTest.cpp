@@ -105,10 +105,9 @@ TEST_F(Router, WhatComesBackThroughATunnelGoesNowhere) {
 
 TEST_F(Router, AClientMaySpeakForDevicesBehindIt) {
     m_router.FromTunnel(1, WriteOne(kSensor));
-    EXPECT_THAT(m_ports.went,
-                ElementsAre("tunnels but 1: 1.1.4 -> 1/2/3 GroupValue_Write 01",
-                            "interface: 1.1.4 -> 1/2/3 GroupValue_Write 01", "program: 128 1 01",
-                            "program: 128 2 01"));
+    EXPECT_THAT(m_ports.went, ElementsAre("tunnels but 1: 1.1.4 -> 1/2/3 GroupValue_Write 01",
+                                          "interface: 1.1.4 -> 1/2/3 GroupValue_Write 01",
+                                          "program: 128 1 01", "program: 128 2 01"));
 }
 
 TEST_F(Router, ReadsAndResponsesKeepTheirService) {

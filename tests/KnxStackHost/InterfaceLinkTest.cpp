@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <csignal>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -123,6 +124,7 @@ TEST(Search, IsAnsweredInTheConfiguredGroup) {
                               R"(, "multicastGroup": "239.192.39.238", "multicastInterface": "127.0.0.1")");
     const DaemonProcess daemon(directory, configuration);
     const auto server = daemon.Port();
+    EXPECT_EQ(EADDRINUSE, BindBeside(INADDR_LOOPBACK, server)) << "the group is shared, the port is not";
 
     const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
     const in_addr loopback{htonl(INADDR_LOOPBACK)};

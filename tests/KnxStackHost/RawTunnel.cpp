@@ -1,6 +1,7 @@
 #include "RawTunnel.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -72,6 +73,19 @@ Bytes RawUdp::Receive(milliseconds patience) const {
     const auto size = ::recv(m_socket, datagram.data(), datagram.size(), 0);
     datagram.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
     return datagram;
+}
+
+int BindBeside(std::uint32_t address, std::uint16_t port) {
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in own{};
+    own.sin_family = AF_INET;
+    own.sin_addr.s_addr = htonl(address);
+    own.sin_port = htons(port);
+    const int result = ::bind(socket, reinterpret_cast<sockaddr*>(&own), sizeof own) == 0 ? 0 : errno;
+    ::close(socket);
+    return result;
 }
 
 RawTunnel::RawTunnel(std::uint16_t serverPort) : m_udp(serverPort) {

@@ -28,6 +28,9 @@ private:
     std::uint16_t m_port = 0;
 };
 
+/// Tries to take a port that may be somebody's, with SO_REUSEADDR, and lets go of it. 0, or the error number.
+int BindBeside(std::uint32_t address, std::uint16_t port);
+
 /// An open tunnel. What the server sends of its own accord is acknowledged and kept in order.
 class RawTunnel {
 public:
