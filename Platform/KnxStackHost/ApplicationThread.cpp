@@ -159,7 +159,7 @@ bool ApplicationThread::TakeRequests(Work& work) {
 }
 
 void ApplicationThread::Take(StartupState report) {
-    m_lifecycle.OnReport(report);
+    m_lifecycle.OnReport(report, Clock::now());
     m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
     if (report == StartupState::Running)
         LOG4CPLUS_INFO(Log(), "the application program is configured and running");
@@ -203,7 +203,7 @@ void ApplicationThread::CallInit() {
                                            m_program == nullptr ? "createApplicationProgram" : "Init",
                                            CurrentExceptionText()));
     }
-    m_lifecycle.OnReturned(state);
+    m_lifecycle.OnReturned(state, Clock::now());
 }
 
 void ApplicationThread::CallDeviceRestart() {
@@ -219,7 +219,7 @@ void ApplicationThread::CallDeviceRestart() {
         LOG4CPLUS_ERROR(Log(), fmt::format("the application program threw from OnDeviceRestart: {}",
                                            CurrentExceptionText()));
     }
-    m_lifecycle.OnReturned(state);
+    m_lifecycle.OnReturned(state, Clock::now());
 }
 
 void ApplicationThread::StopProgram() {

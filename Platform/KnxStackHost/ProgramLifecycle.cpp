@@ -26,6 +26,7 @@ std::optional<ProgramLifecycle::TimePoint> ProgramLifecycle::NextTime() const {
 }
 
 void ProgramLifecycle::OnCalling(Step step, TimePoint now) {
+    EndRun(now);
     m_state = State::Starting;
     m_holds = true;
     m_heldSince = now;
@@ -34,26 +35,32 @@ void ProgramLifecycle::OnCalling(Step step, TimePoint now) {
         m_initSucceeded = false;
 }
 
-void ProgramLifecycle::OnReturned(StartupState state) {
+void ProgramLifecycle::OnReturned(StartupState state, TimePoint now) {
     m_initSucceeded = m_initSucceeded || state == StartupState::InProgress;
     if (state != StartupState::InProgress)
-        OnReport(state);
+        OnReport(state, now);
 }
 
-void ProgramLifecycle::OnReport(StartupState state) {
+void ProgramLifecycle::OnReport(StartupState state, TimePoint now) {
     const bool ended =
         m_state == State::Absent || m_state == State::Failed; // a failed program is not used again
     if (ended || state == StartupState::InProgress)
         return;
     m_holds = false;
     if (state != StartupState::Running) {
+        EndRun(now);
         m_state = State::Failed;
         return;
     }
-    m_state = State::Running;
-    m_retryDelay = kFirstRetry;
+    if (std::exchange(m_state, State::Running) != State::Running)
+        m_runningSince = now;
     if (m_restartCalled)
         m_restartPending = false;
+}
+
+void ProgramLifecycle::EndRun(TimePoint now) {
+    if (m_state == State::Running && now >= m_runningSince + kStableRun)
+        m_retryDelay = kFirstRetry;
 }
 
 void ProgramLifecycle::OnStopped(TimePoint now) {

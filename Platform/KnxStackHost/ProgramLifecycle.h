@@ -18,6 +18,7 @@ public:
     static constexpr std::chrono::seconds kHoldLimit{30};
     static constexpr std::chrono::seconds kFirstRetry{1};
     static constexpr std::chrono::seconds kLongestRetry{60};
+    static constexpr std::chrono::seconds kStableRun{60}; ///< so long, and the next failure is a first one
 
     enum class Step {
         None,
@@ -46,9 +47,9 @@ public:
     /// Init or OnDeviceRestart is about to be called.
     void OnCalling(Step step, TimePoint now);
     /// It has returned; Failed also when it threw or the program could not be created.
-    void OnReturned(StartupState state);
+    void OnReturned(StartupState state, TimePoint now);
     /// The program has reported to the hub.
-    void OnReport(StartupState state);
+    void OnReport(StartupState state, TimePoint now);
     /// Callbacks are delivered from now on although the program has not reported.
     void OnReleased() { m_holds = false; }
     /// Exit and deletion are done.
@@ -63,6 +64,8 @@ public:
     std::chrono::seconds RetryDelay() const { return m_retryDelay; }
 
 private:
+    void EndRun(TimePoint now);
+
     enum class State { Absent, Starting, Running, Failed };
 
     State m_state = State::Absent;
@@ -73,6 +76,7 @@ private:
     bool m_restartCalled = false;  // OnDeviceRestart was called for the pending restart
     TimePoint m_startAt{};         // while Absent
     TimePoint m_heldSince{};
+    TimePoint m_runningSince{}; // while Running
     std::chrono::seconds m_retryDelay = kFirstRetry;
 };
 

@@ -56,6 +56,15 @@ TEST_F(ProgramInDaemon, AnInitThatThrowsIsOneErrorAndRetriedWithAGrowingPause) {
     EXPECT_LT(log.find("started again in 1 s"), log.find("started again in 2 s"));
 }
 
+TEST_F(ProgramInDaemon, AProgramThatRunsAndFailsAtOnceIsRetriedWithAGrowingPause) {
+    Start(R"(, "init": "flap")");
+    EXPECT_TRUE(m_daemon->WaitForLog("started again in 4 s", seconds(30)));
+    const auto log = m_daemon->Log();
+    EXPECT_EQ(1u, CountOf(log, "started again in 1 s")) << log;
+    EXPECT_EQ(1u, CountOf(log, "started again in 2 s")) << log;
+    EXPECT_EQ(3u, CountOf(log, "configured and running")) << log;
+}
+
 TEST_F(ProgramInDaemon, AReportedFailureIsRetriedWhileTunnelsLive) {
     Start();
     RawTunnel tunnel(m_port);

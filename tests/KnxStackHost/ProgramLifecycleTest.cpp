@@ -15,7 +15,7 @@ protected:
     void Start(State result = State::InProgress) {
         ASSERT_EQ(Step::Start, m_lifecycle.Next(m_now));
         m_lifecycle.OnCalling(Step::Start, m_now);
-        m_lifecycle.OnReturned(result);
+        m_lifecycle.OnReturned(result, m_now);
     }
 
     void Stop() {
@@ -35,10 +35,10 @@ TEST_F(Lifecycle, StartsAtOnce) {
 TEST_F(Lifecycle, HoldsCallbacksFromInitUntilTheProgramRuns) {
     Start();
     EXPECT_TRUE(m_lifecycle.HoldsCallbacks());
-    m_lifecycle.OnReport(State::InProgress);
+    m_lifecycle.OnReport(State::InProgress, m_now);
     EXPECT_TRUE(m_lifecycle.HoldsCallbacks());
     EXPECT_EQ(Step::None, m_lifecycle.Next(m_now));
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     EXPECT_FALSE(m_lifecycle.HoldsCallbacks());
     EXPECT_EQ(Step::None, m_lifecycle.Next(m_now + seconds(100000)));
     EXPECT_FALSE(m_lifecycle.NextTime()) << "a running program wakes nobody";
@@ -58,7 +58,7 @@ TEST_F(Lifecycle, ReleasesCallbacksAfterThirtySecondsOnce) {
     EXPECT_FALSE(m_lifecycle.HoldsCallbacks());
     EXPECT_EQ(Step::None, m_lifecycle.Next(m_now + seconds(31)));
     EXPECT_FALSE(m_lifecycle.NextTime());
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     EXPECT_FALSE(m_lifecycle.HoldsCallbacks());
 }
 
@@ -75,14 +75,40 @@ TEST_F(Lifecycle, AFailedInitIsStoppedAndRetriedWithAGrowingPause) {
     Start();
 }
 
-TEST_F(Lifecycle, AReportedFailureIsRetriedAndARunResetsThePause) {
+TEST_F(Lifecycle, AProgramThatRunsAndFailsAgainAndAgainIsRetriedWithAGrowingPause) {
+    for (const int pause : {1, 2, 4, 8, 16, 32, 60, 60}) {
+        Start();
+        m_lifecycle.OnReport(State::Running, m_now);
+        m_now += seconds(59);
+        m_lifecycle.OnReport(State::Running, m_now); // says nothing new
+        m_lifecycle.OnReport(State::Failed, m_now);
+        EXPECT_EQ(seconds(pause), m_lifecycle.RetryDelay());
+        m_now += seconds(100); // to end it is no run
+        Stop();
+        m_now += seconds(pause);
+    }
+}
+
+TEST_F(Lifecycle, ALongRunCountsAlsoWhenADeviceRestartEndsIt) {
     Start(State::Failed);
     Stop();
     m_now += seconds(1);
     Start();
-    m_lifecycle.OnReport(State::Running);
-    m_now += seconds(500);
-    m_lifecycle.OnReport(State::Failed);
+    m_lifecycle.OnReport(State::Running, m_now);
+    m_now += seconds(60);
+    m_lifecycle.OnCalling(Step::RestartDevice, m_now);
+    m_lifecycle.OnReturned(State::Failed, m_now);
+    EXPECT_EQ(seconds(1), m_lifecycle.RetryDelay());
+}
+
+TEST_F(Lifecycle, AReportedFailureIsRetriedAndARunOfAMinuteResetsThePause) {
+    Start(State::Failed);
+    Stop();
+    m_now += seconds(1);
+    Start();
+    m_lifecycle.OnReport(State::Running, m_now);
+    m_now += seconds(60);
+    m_lifecycle.OnReport(State::Failed, m_now);
     EXPECT_EQ(seconds(1), m_lifecycle.RetryDelay());
     Stop();
     m_now += seconds(1);
@@ -91,20 +117,20 @@ TEST_F(Lifecycle, AReportedFailureIsRetriedAndARunResetsThePause) {
 
 TEST_F(Lifecycle, AFailureIsNotTakenBack) {
     Start();
-    m_lifecycle.OnReport(State::Failed);
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Failed, m_now);
+    m_lifecycle.OnReport(State::Running, m_now);
     Stop();
 }
 
 TEST_F(Lifecycle, IgnoresReportsWithoutAProgram) {
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     EXPECT_TRUE(m_lifecycle.HoldsCallbacks());
     EXPECT_EQ(Step::Start, m_lifecycle.Next(m_now));
 }
 
 TEST_F(Lifecycle, AReloadStopsAndStartsWithoutAPause) {
     Start();
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     m_lifecycle.Reload();
     EXPECT_TRUE(m_lifecycle.IsReloading());
     Stop();
@@ -123,15 +149,15 @@ TEST_F(Lifecycle, AReloadEndsAPause) {
 
 TEST_F(Lifecycle, ADeviceRestartFollowsAnInitInProgress) {
     Start();
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     m_lifecycle.RestartDevice();
     EXPECT_TRUE(m_lifecycle.IsDeviceRestartPending());
     ASSERT_EQ(Step::RestartDevice, m_lifecycle.Next(m_now));
     m_lifecycle.OnCalling(Step::RestartDevice, m_now);
     EXPECT_TRUE(m_lifecycle.HoldsCallbacks());
-    m_lifecycle.OnReturned(State::InProgress);
+    m_lifecycle.OnReturned(State::InProgress, m_now);
     EXPECT_EQ(Step::None, m_lifecycle.Next(m_now));
-    m_lifecycle.OnReport(State::Running);
+    m_lifecycle.OnReport(State::Running, m_now);
     EXPECT_FALSE(m_lifecycle.HoldsCallbacks());
     EXPECT_FALSE(m_lifecycle.IsDeviceRestartPending());
 }
@@ -145,7 +171,7 @@ TEST_F(Lifecycle, ADeviceRestartStaysPendingOverAFailedProgram) {
     Start();
     ASSERT_EQ(Step::RestartDevice, m_lifecycle.Next(m_now));
     m_lifecycle.OnCalling(Step::RestartDevice, m_now);
-    m_lifecycle.OnReturned(State::Failed);
+    m_lifecycle.OnReturned(State::Failed, m_now);
     Stop();
     EXPECT_TRUE(m_lifecycle.IsDeviceRestartPending());
     m_now += seconds(2);

@@ -2,8 +2,8 @@
 //
 // Settings: "record" names the file that gets one line per call. "init" is what Init does: "run" (the
 // default) reports Running at once, "silent" never reports, "fail" returns Failed, "throw" throws,
-// "fail-once" fails in the first program object of the process only. "exit" is what Exit does: "hang" never
-// returns, "throw" throws.
+// "fail-once" fails in the first program object of the process only, "flap" reports Running and then Failed.
+// "exit" is what Exit does: "hang" never returns, "throw" throws.
 //
 // A write to object 250 is a command: 1 throws, 2 blocks until the file "<record>.release" exists, 3 reports
 // Failed, 4 sends 1 on object 1, 5 asks for the value of object 1, 6 reports Running, 7 signs off.
@@ -55,6 +55,8 @@ public:
         hub.GetGroupValueService()->RegisterGroupValueUser(this);
         if (behaviour != "silent")
             hub.OnApplicationProgramStartupStateChanged(StartupState::Running);
+        if (behaviour == "flap")
+            hub.OnApplicationProgramStartupStateChanged(StartupState::Failed);
         return StartupState::InProgress;
     }
 
