@@ -26,11 +26,21 @@ def free_udp_port():
         return probe.getsockname()[1]
 
 
-def group_addresses():
-    """The rows of group-addresses.csv: address, name, dpt, data point. Without the data points that have a life
-    of their own (the clock, the state of the device)."""
+def all_group_addresses():
+    """The rows of group-addresses.csv: address, name, dpt, data point."""
     with open(EXAMPLE / "group-addresses.csv", newline="", encoding="utf-8") as file:
-        return [row for row in csv.DictReader(file) if "." in row["data point"]]
+        return list(csv.DictReader(file))
+
+
+def is_named(row):
+    """Whether the row's data point is one of the project, not one that has a life of its own (the clock, the state
+    of the device)."""
+    return "." in row["data point"]
+
+
+def group_addresses():
+    """The rows of the project's own data points."""
+    return [row for row in all_group_addresses() if is_named(row)]
 
 
 def load_json(file):
@@ -54,17 +64,19 @@ def sending_addresses():
 class House:
     """Use as a context manager: everything started in it is ended, everything made in it is removed."""
 
-    def __init__(self, interface=None):
+    def __init__(self, interface=None, host_environment=None):
         """`interface`: (address, port) of a KNX/IP interface that the host attaches to. Every data point may be
         set and every group object may be read, so that each type can be tried in each direction."""
         self._interface = interface
+        self._host_environment = host_environment
         self._processes = []
 
     def __enter__(self):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="knx-house-"))
         self.configuration = self.directory / "house"
         shutil.copytree(EXAMPLE, self.configuration)
-        self.socket = self.directory / "devicestack.sock"
+        self._hosts_socket = self.directory / "devicestack.sock"
+        self._hidden_socket = self.directory / "hidden.sock"
         self.state = self.directory / "state"
         self.port = free_udp_port()
         self._change_configuration()
@@ -93,11 +105,17 @@ class House:
         self._processes.append(process)
         return process
 
-    def start_device_stack(self):
+    def start_device_stack(self, hidden=False):
+        """`hidden`: at a socket that dsctl is told of, but the host is not, until show_device_stack()."""
+        self.socket = self._hidden_socket if hidden else self._hosts_socket
         self.device_stack = self.start("devicestackd", [
             BIN / "devicestackd", "--config", self.configuration / "devicestackd.json",
             "--socket", self.socket, "--state-dir", self.state])
         self.device_stack.wait_for_line("Ready:")
+
+    def show_device_stack(self):
+        """The hidden device stack is where the host looks for it."""
+        self.socket = self._hidden_socket.replace(self._hosts_socket)
 
     def _change_configuration(self):
         project = load_json(self.configuration / "project.json")
@@ -116,12 +134,15 @@ class House:
     def start_host(self):
         self.host = self.start("knxstackd", [
             BIN / "knxstackd", "--config", self.configuration / "knxstackd.json",
-            "--knx-port", self.port, "--device-stack-socket", self.socket])
+            "--knx-port", self.port, "--device-stack-socket", self._hosts_socket], environment=self._host_environment)
         self.wait_until_running()
 
     def wait_until_running(self, seconds=30):
         """Until the application program has finished its start and may be asked."""
-        wait_until(lambda: self.value("ready") == "1", seconds, "the application program is ready")
+        wait_until(self.is_ready, seconds, "the application program is ready")
+
+    def is_ready(self):
+        return self.value("ready") == "1"
 
     def dsctl(self, *arguments, check=True):
         return run([BIN / "dsctl", "--socket", self.socket, *arguments], check=check)
@@ -137,22 +158,18 @@ class House:
         self.dsctl("set", name, value)
 
     def watch(self, *patterns):
-        """dsctl watch: one JSON object per change."""
-        process = self.start("dsctl watch", [BIN / "dsctl", "--socket", self.socket, "--json", "watch", *patterns])
-        return process
+        """Changes from now on of the data points whose names match a pattern."""
+        return Changes(self, patterns)
 
 
-class Knxd:
-    """knxd attached to the house as a tunnelling client, and knxtool as the person at the bus."""
+class KnxTool:
+    """knxtool as the person at the bus: it speaks to the knxd at the URL."""
 
-    def __init__(self, house):
+    PROBE = "31/7/255"  # no group object of the example
+
+    def __init__(self, house, url):
         self._house = house
-        self.url = f"local:{house.directory}/knxd.sock"
-        self.process = house.start("knxd", [
-            "knxd", "-e", "1.1.20", "-E", "1.1.21:8", "-u", f"{house.directory}/knxd.sock",
-            "-b", f"ipt:127.0.0.1:{house.port}"])
-        wait_until((house.directory / "knxd.sock").exists, 10, "knxd listens")
-        house.host.wait_for_line("tunnel", 10)
+        self.url = url
 
     def write(self, address, data):
         """A group write. `data`: an int for values of up to 6 bits, bytes for longer ones."""
@@ -166,9 +183,27 @@ class Knxd:
         run(["knxtool", "groupread", self.url, address])
 
     def listen(self):
-        """Every group telegram that reaches knxd, as lines of knxtool."""
-        listener = self._house.start("knxtool", ["stdbuf", "-oL", "knxtool", "groupsocketlisten", self.url])
-        return Telegrams(listener)
+        """Every group telegram that reaches knxd from now on, and those of its clients."""
+        telegrams = Telegrams(self._house.start("knxtool", [
+            "stdbuf", "-oL", "knxtool", "groupsocketlisten", self.url]))
+
+        def hears():
+            self.write(self.PROBE, 0)
+            return telegrams.process.count(self.PROBE)
+        wait_until(hears, 20, "knxtool listens")
+        return telegrams
+
+
+class Knxd(KnxTool):
+    """knxd attached to the house as a tunnelling client."""
+
+    def __init__(self, house):
+        super().__init__(house, f"local:{house.directory}/knxd.sock")
+        self.process = house.start("knxd", [
+            "knxd", "-e", "1.1.20", "-E", "1.1.21:8", "-u", f"{house.directory}/knxd.sock",
+            "-b", f"ipt:127.0.0.1:{house.port}"])
+        wait_until((house.directory / "knxd.sock").exists, 20, "knxd listens")
+        house.host.wait_for_line("connected by", 20)
 
 
 class Telegrams:
@@ -178,15 +213,40 @@ class Telegrams:
 
     def __init__(self, process):
         self.process = process
+        self._own_life = {row["address"] for row in all_group_addresses() if not is_named(row)}
 
-    def all(self):
+    def heard(self):
         telegrams = []
         for text in self.process.texts():
             match = self.LINE.search(text)
-            if match:
+            if match and match.group(3) != KnxTool.PROBE:
                 data = bytes.fromhex((match.group(4) or "").replace(" ", ""))
                 telegrams.append((match.group(1), match.group(2), match.group(3), data))
         return telegrams
 
+    def all(self):
+        """Without those of data points that have a life of their own."""
+        return [telegram for telegram in self.heard() if telegram[2] not in self._own_life]
+
     def to(self, address):
-        return [telegram for telegram in self.all() if telegram[2] == address]
+        return [telegram for telegram in self.heard() if telegram[2] == address]
+
+
+class Changes:
+    """The changes that "dsctl watch" printed, in order: (name, value, origin)."""
+
+    PROBE = "House.Scene.Learn"  # bound to no group object
+
+    def __init__(self, house, patterns):
+        process = house.start("dsctl watch", [
+            BIN / "dsctl", "--socket", house.socket, "--json", "watch", *patterns, self.PROBE])
+        self._process = process
+
+        def watches():
+            house.set(self.PROBE, "64")
+            return process.count(self.PROBE)
+        wait_until(watches, 20, "dsctl watches")
+
+    def all(self):
+        changes = [json.loads(text) for text in self._process.texts()]
+        return [(c["name"], c["value"], c["origin"]) for c in changes if c["name"] != self.PROBE]

@@ -1,5 +1,7 @@
 """The device stack is killed or hangs; the bus goes on, and nothing is lost or doubled afterwards."""
 
+import json
+import socket
 import threading
 import time
 import unittest
@@ -15,9 +17,13 @@ def rows_of(main):
 
 
 def octet_rows(count):
-    """Rows of types with whole octets in which every number of 0 to 100 is a value, as many as asked for."""
-    usable = [row for row in group_addresses() if row["dpt"].split(".")[0] in ("5", "7", "9", "12", "13")]
-    return usable[:count]
+    """Rows of types with whole octets in which every number of 0 to 100 is a value, one for each data point, as many
+    as asked for."""
+    usable = {}
+    for row in group_addresses():
+        if row["dpt"].split(".")[0] in ("5", "7", "9", "12", "13"):
+            usable.setdefault(row["data point"], row)
+    return list(usable.values())[:count]
 
 
 def encode(row, number):
@@ -30,6 +36,35 @@ def encode(row, number):
         text = {"5.001": f"{raw * 100 / 255:.1f}", "5.003": f"{raw * 360 / 255:.1f}"}.get(row["dpt"], str(raw))
         return bytes([raw]), text.removesuffix(".0")
     return number.to_bytes({"7": 2, "12": 4, "13": 4}[main], "big"), str(number)
+
+
+class Person:
+    """A connection to the device stack with several requests under way."""
+
+    def __init__(self, path):
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._socket.settimeout(20)
+        self._socket.connect(str(path))
+        self._lines = self._socket.makefile("r", encoding="utf-8")
+        self._answers = {}
+        self._asked = 0
+
+    def ask(self, method, **params):
+        """The number of the request."""
+        self._asked += 1
+        request = {"jsonrpc": "2.0", "id": self._asked, "method": method, "params": params}
+        self._socket.sendall(json.dumps(request).encode() + b"\n")
+        return self._asked
+
+    def answer(self, number):
+        while number not in self._answers:
+            line = json.loads(self._lines.readline())
+            self._answers[line["id"]] = line
+        return self._answers[number]
+
+    def close(self):
+        self._lines.close()
+        self._socket.close()
 
 
 class Traffic:
@@ -70,7 +105,6 @@ class DeviceStackOutage(unittest.TestCase):
 
     def test_a_killed_device_stack_costs_no_tunnel_and_a_value_set_meanwhile_is_sent_once(self):
         knxd = Knxd(self.house)
-        host = self.house.host.pid
         row = rows_of(7)[0]
         traffic_rows = [r for r in octet_rows(6) if r["address"] != row["address"]]
         telegrams = knxd.listen()
@@ -80,24 +114,35 @@ class DeviceStackOutage(unittest.TestCase):
 
         self.house.device_stack.kill()
         time.sleep(2)
-        self.house.start_device_stack()
-        self.house.set(row["data point"], "4711")  # before the application program is back
-        wait_until(lambda: telegrams.to(row["address"]), 15, "the value set meanwhile is on the bus")
+        self.house.start_device_stack(hidden=True)
+        person = Person(self.house.socket)
+        person.ask("setValue", name=row["data point"], value="4711")
+        # The answer to the second request shows that the first was taken, and that the application program was not there.
+        ready = person.ask("getValue", name="ready")
+        self.assertNotEqual(person.answer(ready)["result"]["value"], "1")
+        self.house.show_device_stack()
+        wait_until(lambda: telegrams.to(row["address"]), 30, "the value set meanwhile is on the bus")
         self.house.wait_until_running()
         time.sleep(3)
+        self.assertIn("result", person.answer(1))
+        person.close()
         last = traffic.stop()
         sender.close()
 
         self.assertEqual([(t[0], t[1], t[3]) for t in telegrams.to(row["address"])],
                          [("Write", self.house.address, (4711).to_bytes(2, "big"))])
-        self.assertTrue(self.house.host.is_running())
-        self.assertEqual(self.house.host.pid, host)
+        self.assertEqual(set(last), {r["data point"] for r in traffic_rows})
         for name, text in last.items():
             wait_until(lambda: self.house.value(name) == text, 5, f"{name} is {text}")
+        self.assertTrue(self.house.host.is_running())
+        # knxd would reconnect by itself: the tunnel that it opened first is the one that it still has.
+        tunnels = [text for text in self.house.host.texts() if " - tunnel 1.1." in text]
+        self.assertEqual(len(tunnels), 1, tunnels)
+        self.assertIn("connected by 127.0.0.1", tunnels[0])
 
     def test_a_frozen_device_stack_breaks_no_tunnel_and_ends_up_with_every_last_value(self):
         rows = octet_rows(12)
-        self.assertEqual(len(rows), 12)
+        self.assertEqual(len({row["data point"] for row in rows}), 12)
         tunnel = Tunnel(self.house.port)
         heartbeats = []
         traffic = Traffic(lambda address, data: tunnel.send(group_write(parse_address(address), data)), rows, 20)
@@ -109,6 +154,7 @@ class DeviceStackOutage(unittest.TestCase):
             heartbeats.append(tunnel.heartbeat())
             time.sleep(1)
         last = traffic.stop()
+        self.assertEqual(len(last), 12)
         self.house.device_stack.thaw()
         thawed = time.monotonic()
         for name, text in last.items():
