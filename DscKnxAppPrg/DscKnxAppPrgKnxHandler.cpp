@@ -37,9 +37,12 @@ void DscKnxAppPrg::KnxHandler::InitFromDynamicHandlers() {
 }
 
 void DscKnxAppPrg::KnxHandler::SetIdentification() {
-    useUrns = m_appPrg.m_handlers.Ask([](const auto& handlers) { return handlers.GetUseUrns(); });
-    LOG4CPLUS_INFO(m_logger, "Checking whether to use URNs instead of IDs: " << (useUrns ? "true" : "false"));
-    if (!useUrns)
+    const bool urns = m_appPrg.m_handlers.Ask([](const auto& handlers) { return handlers.GetUseUrns(); });
+    // A start that was stopped meanwhile leaves the identification to the one that came after it.
+    boost::this_thread::interruption_point();
+    useUrns = urns;
+    LOG4CPLUS_INFO(m_logger, "Checking whether to use URNs instead of IDs: " << (urns ? "true" : "false"));
+    if (!urns)
         return;
 
     std::string urn;
@@ -50,6 +53,7 @@ void DscKnxAppPrg::KnxHandler::SetIdentification() {
             return;
         urn = m_appPrg.m_client->GetUrn(kDeviceDataPoint, 0);
     }
+    boost::this_thread::interruption_point();
     const std::string device = urn.substr(urn.rfind(':') + 1); // the whole text when it has no colon
     SetUrnPrefix("urn:oxn:dp:" + device + ":");
     LOG4CPLUS_INFO(m_logger, "URN prefix: '" << *UrnPrefix() << "'");

@@ -118,7 +118,6 @@ TEST_F(ExitInALongStep, InAPlugin_LeavesThePluginToTheThreadThatIsInside) {
     ExpectRecord("worker 1", R"(
         plugin A DeleteHandler()
         library A unloaded
-        INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
         ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
     )");
 }
@@ -213,6 +212,23 @@ TEST_F(ExitInALongStep, InTheLookupsAfterTheFinalState_FindsTheClientGone) {
         library A unloaded
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
         ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): data point has no CO. ID = 1002
+        ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): client not connected.
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+    )");
+}
+
+TEST_F(ExitInALongStep, InTheLookupOfAnObjectThatIsThere_RequestsNothingOfTheClientThatIsGone) {
+    plugins["A"].bindings = {{.co = 12, .id = 1002, .dpt = {1, 0, 1, 1}}};
+    service.objects[12] = TestSupport::FakeGroupObject(1);
+    const auto gate = plugins["A"].faults.Block("GetCOFromID");
+    CreateAndInit();
+    ExitWhileHanging(*gate);
+    gate->Open();
+    Delete();
+    ExpectRecord("worker 1", R"(
+        plugin A DeleteHandler()
+        library A unloaded
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 12 and DPT 1.1
         ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): client not connected.
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
     )");

@@ -199,6 +199,7 @@ private:
 
     bool Enter(const char* operation) {
         const bool works = m_stack.faults.Enter(operation);
+        InterruptionPoint(m_recorder, "client", operation);
         if (m_closing)
             m_recorder.Add(std::string("client ") + operation + " refused");
         t_lastError = works && !m_closing ? "" : "refused by the test";

@@ -22,7 +22,8 @@ class Recorder;
 ///
 /// The public fields are what it answers; they are to be set while nobody asks. Recorded as
 /// "client <operation>(<arguments>)". Calls are answered on the calling thread, whatever callbacks are
-/// running. Faults by operation name; a refusing operation has the failure result that the interface
+/// running; every operation but GetLastError is an interruption point, as a call that waits for its answer
+/// would be. Faults by operation name; a refusing operation has the failure result that the interface
 /// describes, and GetLastError() answers "refused by the test". "CreateDeviceStackClient" refuses with null.
 ///
 /// A client that is being destroyed refuses every call, which is recorded as "client <operation> refused".

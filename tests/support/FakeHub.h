@@ -17,8 +17,8 @@ class Recorder;
 /// The hub as an application program sees it. The public fields are what it answers; they are to be set while
 /// no program is using it. Recorded as "hub <operation>(<arguments>)", a query with " -> <answer>".
 ///
-/// Faults by operation name; only IsDeviceRestartPending and GetApplicationProgramSettings can refuse (false,
-/// no settings).
+/// Every operation is an interruption point, as a call that waits would be. Faults by operation name; only
+/// IsDeviceRestartPending and GetApplicationProgramSettings can refuse (false, no settings).
 class FakeHub : public KnxStack::IApiHub {
 public:
     explicit FakeHub(Recorder& recorder) : m_recorder(recorder) {}
@@ -49,6 +49,8 @@ private:
     private:
         const KnxStack::BinaryData& m_data;
     };
+
+    bool Enter(const char* operation);
 
     Recorder& m_recorder;
     DownloadService m_downloadService{applicationData};

@@ -2,6 +2,8 @@
 
 #include "Recorder.h"
 
+#include <boost/thread/thread.hpp>
+
 namespace TestSupport {
 
 void Gate::Pass() {
@@ -68,6 +70,15 @@ bool Faults::Enter(std::string_view operation) {
     if (!fault.text.empty())
         throw InjectedFault(fault.text);
     return !fault.refuse;
+}
+
+void InterruptionPoint(Recorder& recorder, const char* who, const char* operation) {
+    try {
+        boost::this_thread::interruption_point();
+    } catch (const boost::thread_interrupted&) {
+        recorder.Add(std::string(who) + " " + operation + " interrupted");
+        throw;
+    }
 }
 
 } // namespace TestSupport

@@ -12,6 +12,8 @@
 
 namespace TestSupport {
 
+class Recorder;
+
 /// What Faults::Throw makes an operation throw.
 class InjectedFault : public std::runtime_error {
 public:
@@ -21,7 +23,7 @@ public:
 /// A place where threads wait until the test lets them go on.
 class Gate {
 public:
-    /// Waits until the gate is open. Not an interruption point.
+    /// Waits until the gate is open. Not an interruption point itself; see InterruptionPoint.
     void Pass();
 
     /// Lets everybody through, now and later.
@@ -73,5 +75,10 @@ private:
     std::mutex m_mutex;
     std::map<std::string, Fault, std::less<>> m_faults; // under m_mutex
 };
+
+/// For the fakes of calls that may wait in reality, after Faults::Enter: ends the call there by an
+/// interruption of its thread, unless the caller has interruption disabled. Recorded as "<who> <operation>
+/// interrupted".
+void InterruptionPoint(Recorder& recorder, const char* who, const char* operation);
 
 } // namespace TestSupport
