@@ -45,11 +45,10 @@ class IGroupValueService;
 ///
 /// Locks, in the order in which they are taken:
 ///   1. the client mutex, which serialises requests to the device stack client. Taken by: Connect,
-///   Disconnect,
-///      SendEmitEvent, the request of ReadDeviceConfiguration, the requests of WriteState, the question for
-///      data point 1000, the command of UpdateIdUrnMap, the three group value callbacks. Never by what runs
-///      on the client's callback thread, because Disconnect holds it while that thread is joined; and not by
-///      SetNtpState.
+///      Disconnect, IsConnected, SendEmitEvent, the request of ReadDeviceConfiguration, the requests of
+///      WriteState, the question for data point 1000, the command of UpdateIdUrnMap, the three group value
+///      callbacks. Never by what runs on the client's callback thread, because Disconnect holds it while that
+///      thread is joined; and not by SetNtpState.
 ///   2. KnxHandler::mapMutex, then the leaf mutex of the handler set.
 ///   3. KnxHandler::idUrnLock: neither the client nor a plug-in is called while it is held.
 class TAV_EXPORT DscKnxAppPrg : public KnxStack::IApplicationProgram,
@@ -190,7 +189,7 @@ public:
         // Set by Init; not owned. The device stack may call back as soon as the program has registered there,
         // which is before Init.
         std::atomic<KnxStack::IGroupValueService*> m_groupValueService = nullptr;
-        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr; // read by the init thread
+        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr; // kept, not read yet
 
         std::atomic<bool> useUrns = false;
         mutable std::mutex m_urnPrefixMutex; // a leaf

@@ -1,0 +1,147 @@
+// Who holds the client mutex while the client is at work, and who must not.
+#include "KnxHandlerTest.h"
+
+#include <functional>
+#include <future>
+#include <ostream>
+
+namespace {
+
+using TestSupport::Bits;
+
+/// Switch 500 on CO 5, and the two status data points.
+class ClientMutexTest : public KnxHandlerTest {
+protected:
+    ClientMutexTest() {
+        plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}, .urn = "lamp", .eventing = true},
+                                 {.co = 6, .id = 1004, .dpt = {1, 0, 1, 1}},
+                                 {.co = 12, .id = 1002, .dpt = {1, 0, 1, 1}},
+                                 {.co = 13, .id = 1003, .dpt = {8, 0, 5, 10}}};
+        for (const std::uint16_t co : {5, 6, 12})
+            service.objects[co] = TestSupport::FakeGroupObject(1);
+        service.objects[13] = TestSupport::FakeGroupObject(8);
+        stack.values[500] = "1";
+        stack.urns[1000] = "urn:oxn:dp:house";
+    }
+
+    bool IsFree() {
+        std::mutex& mutex = program.*Reach(PrivateMembers::ClientMutex());
+        if (!mutex.try_lock())
+            return false;
+        mutex.unlock();
+        return true;
+    }
+
+public:
+    // For the list of calls.
+    void Connect() { (program.*Reach(PrivateMembers::Connect()))(); }
+    void Disconnect() { (program.*Reach(PrivateMembers::Disconnect()))(); }
+    void SendEmitEvent() { (program.*Reach(PrivateMembers::SendEmitEvent()))("configurationLoaded"); }
+    void ReadDeviceConfiguration() { (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))(); }
+    void WriteState() { (program.*Reach(PrivateMembers::WriteState()))(); }
+    void WriteStateWithoutReady() {
+        service.objects.erase(12);
+        WriteState();
+    }
+    void InitFromDynamicHandlersWithUrns() {
+        plugins["A"].useUrns = true;
+        handler.InitFromDynamicHandlers();
+    }
+    void UpdateIdUrnMap() { handler.UpdateIdUrnMap(); }
+    void OnGroupValueWrite() { handler.OnGroupValueWrite(5, Bits(1, 1)); }
+    void OnGroupValueWriteOfTheRestart() { handler.OnGroupValueWrite(6, Bits(1, 1)); }
+    void OnGroupValueResponse() { handler.OnGroupValueResponse(5, Bits(1, 1)); }
+    void OnGroupValueRead() {
+        KnxStack::GroupValue value;
+        handler.OnGroupValueRead(5, value);
+    }
+};
+
+/// A call of the program and the operation of the client that it comes to.
+struct Taker {
+    const char* name;
+    void (ClientMutexTest::*call)();
+    const char* operation;
+    bool connectsItself = false;
+};
+
+void PrintTo(const Taker& taker, std::ostream* out) {
+    *out << taker.name;
+}
+
+class TakerTest : public ClientMutexTest, public testing::WithParamInterface<Taker> {};
+
+TEST_P(TakerTest, HoldsTheClientMutexWhileTheClientIsAtWork) {
+    const Taker& taker = GetParam();
+    if (!taker.connectsItself)
+        SetUpWith({"A"});
+    ASSERT_TRUE(IsFree());
+    const auto gate = stack.faults.Block(taker.operation);
+    const auto call = std::async(std::launch::async, [&] { (this->*taker.call)(); });
+    ASSERT_TRUE(gate->WaitForArrival());
+    EXPECT_FALSE(IsFree());
+    gate->Open();
+    call.wait();
+    EXPECT_TRUE(IsFree());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, TakerTest,
+    testing::Values(
+        Taker{"Connect", &ClientMutexTest::Connect, "CreateDeviceStackClient", true},
+        Taker{"ConnectToItsEnd", &ClientMutexTest::Connect, "SetValueFormat", true},
+        Taker{"SendEmitEvent", &ClientMutexTest::SendEmitEvent, "Command"},
+        Taker{"ReadDeviceConfiguration", &ClientMutexTest::ReadDeviceConfiguration, "GetConfiguration"},
+        Taker{"WriteState", &ClientMutexTest::WriteState, "GetValueRequest"},
+        Taker{"WriteStateWithoutReady", &ClientMutexTest::WriteStateWithoutReady, "GetValueRequest"},
+        Taker{"QuestionForDataPoint1000", &ClientMutexTest::InitFromDynamicHandlersWithUrns, "GetUrn"},
+        Taker{"UpdateIdUrnMap", &ClientMutexTest::UpdateIdUrnMap, "Command"},
+        Taker{"OnGroupValueWrite", &ClientMutexTest::OnGroupValueWrite, "SetValue"},
+        Taker{"OnGroupValueWriteOfTheRestart", &ClientMutexTest::OnGroupValueWriteOfTheRestart, "Command"},
+        Taker{"OnGroupValueResponse", &ClientMutexTest::OnGroupValueResponse, "SetValue"},
+        Taker{"OnGroupValueRead", &ClientMutexTest::OnGroupValueRead, "GetValue"}),
+    [](const auto& taker) { return std::string(taker.param.name); });
+
+TEST_F(ClientMutexTest, Disconnect_HoldsItUntilTheClientIsGone) {
+    SetUpWith({"A"});
+    const auto gate = plugins["A"].faults.Block("GetCOFromID");
+    auto callback = stack.WriteValue(500, "1", "");
+    ASSERT_TRUE(gate->WaitForArrival());
+    const auto call = std::async(std::launch::async, [this] { Disconnect(); });
+    ASSERT_TRUE(recorder.WaitFor("client is being destroyed")); // and waits for the callback
+    EXPECT_FALSE(IsFree());
+    gate->Open();
+    callback.wait();
+    call.wait();
+    EXPECT_TRUE(IsFree());
+}
+
+TEST_F(ClientMutexTest, IsConnected_WaitsForIt) {
+    // A start that comes late must not see a client that is on its way out.
+    SetUpWith({"A"});
+    const auto gate = plugins["A"].faults.Block("GetCOFromID");
+    auto callback = stack.WriteValue(77, "1", "");
+    ASSERT_TRUE(gate->WaitForArrival());
+    const auto end = std::async(std::launch::async, [this] { Disconnect(); });
+    ASSERT_TRUE(recorder.WaitFor("client is being destroyed"));
+    auto state = std::async(std::launch::async, [this] { WriteState(); });
+    EXPECT_EQ(state.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    gate->Open();
+    callback.wait();
+    state.wait();
+    EXPECT_EQ(recorder.Count("ERROR KnxStack.DscKnxAppPrg | WriteState(): client not connected."), 1u);
+}
+
+TEST_F(ClientMutexTest, SetNtpState_GoesWithoutIt) {
+    // The first thing that the start asks of the client; nobody else is there who could hold the mutex.
+    hub.settings = {{"ImplicitNtpDisableOnClientMode", "true"}};
+    RegisterPlugins({"A"});
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    {
+        const std::lock_guard lock(program.*Reach(PrivateMembers::ClientMutex()));
+        EXPECT_TRUE(recorder.WaitFor("client SetConfiguration(Ntp=true)"));
+    }
+    EXPECT_TRUE(program.Exit());
+}
+
+} // namespace
