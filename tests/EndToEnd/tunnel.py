@@ -36,7 +36,9 @@ class Tunnel:
         self.received = []       # cEMI frames, in order
         self.ack_seconds = []    # one per telegram sent
         self.disconnected = False
-        self._sequence = 0
+        self._sequence = 0       # of the next request to the server
+        self._expected = 0       # of the next request of the server
+        self._status = 0         # in the acknowledgement of the last request
         self._acknowledged = threading.Event()
         self._state = threading.Event()
         self._open = True
@@ -45,12 +47,14 @@ class Tunnel:
         self._thread.start()
 
     def send(self, cemi):
-        """One request; a RuntimeError when the server does not acknowledge it within 1 s."""
+        """One request; a RuntimeError when the server does not acknowledge it without an error within 1 s."""
         self._acknowledged.clear()
         start = time.monotonic()
         self._socket.send(frame(TUNNELLING_REQUEST, bytes([4, self.channel, self._sequence, 0]) + cemi))
         if not self._acknowledged.wait(1):
             raise RuntimeError(f"no acknowledgement of request {self._sequence} within 1 s")
+        if self._status != 0:
+            raise RuntimeError(f"request {self._sequence} was refused with status {self._status:02x}h")
         self.ack_seconds.append(time.monotonic() - start)
         self._sequence = (self._sequence + 1) & 0xFF
 
@@ -77,11 +81,23 @@ class Tunnel:
                 continue
             service = struct.unpack(">H", data[2:4])[0]
             if service == TUNNELLING_ACK:
-                self._acknowledged.set()
+                if data[7:9] == bytes([self.channel, self._sequence]):
+                    self._status = data[9]
+                    self._acknowledged.set()
             elif service == TUNNELLING_REQUEST:
-                self._socket.send(frame(TUNNELLING_ACK, bytes([4, self.channel, data[8], 0])))
-                self.received.append(data[10:])
-            elif service == STATE_RESPONSE and data[7] == 0:
-                self._state.set()
-            elif service == DISCONNECT_REQUEST:
+                if data[7] == self.channel:
+                    self._take(data[8], data[10:])
+            elif service == STATE_RESPONSE:
+                if data[6:8] == bytes([self.channel, 0]):
+                    self._state.set()
+            elif service == DISCONNECT_REQUEST and data[6] == self.channel:
                 self.disconnected = True
+
+    def _take(self, sequence, cemi):
+        """A repetition, because our acknowledgement came late, is acknowledged again and counts once."""
+        if sequence not in (self._expected, (self._expected - 1) & 0xFF):
+            return
+        self._socket.send(frame(TUNNELLING_ACK, bytes([4, self.channel, sequence, 0])))
+        if sequence == self._expected:
+            self._expected = (self._expected + 1) & 0xFF
+            self.received.append(cemi)

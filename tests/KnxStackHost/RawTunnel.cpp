@@ -108,9 +108,11 @@ bool RawTunnel::Send(const Bytes& cemi) {
     body.insert(body.end(), cemi.begin(), cemi.end());
     m_acknowledged.reset();
     m_udp.Send(Frame(0x0420, body));
-    while (m_acknowledged != m_sent)
+    while (!m_acknowledged)
         if (!Take(m_udp.Receive()))
             return false;
+    if (*m_acknowledged != 0)
+        return false;
     ++m_sent;
     return true;
 }
@@ -164,9 +166,18 @@ bool RawTunnel::Take(const Bytes& datagram) {
         }
         return true;
     }
-    case 0x0421: m_acknowledged = datagram[8]; return true;
-    case 0x0208: m_state = datagram[7]; return true;
-    case 0x0209: m_disconnected = datagram[6] == m_channel; return true;
+    case 0x0421:
+        if (datagram.size() == 10 && datagram[7] == m_channel && datagram[8] == m_sent)
+            m_acknowledged = datagram[9];
+        return true;
+    case 0x0208:
+        if (datagram.size() == 8 && datagram[6] == m_channel)
+            m_state = datagram[7];
+        return true;
+    case 0x0209:
+        if (datagram.size() > 6 && datagram[6] == m_channel)
+            m_disconnected = true;
+        return true;
     default: return !datagram.empty();
     }
 }

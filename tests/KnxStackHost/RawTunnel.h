@@ -37,7 +37,7 @@ public:
     /// Connects; fails the test when it is refused.
     explicit RawTunnel(std::uint16_t serverPort);
 
-    /// Sends cEMI and waits for the acknowledgement. False without one.
+    /// Sends cEMI and waits for the acknowledgement. False without one, or when it carries an error.
     bool Send(const Bytes& cemi);
 
     /// The next cEMI message that the server sends, acknowledged; empty when there is none in time.
@@ -62,9 +62,9 @@ private:
     RawUdp m_udp;
     std::uint8_t m_channel = 0;
     std::uint16_t m_address = 0;
-    std::uint8_t m_sent = 0;     // sequence number of the next request
-    std::uint8_t m_received = 0; // expected sequence number
-    std::optional<std::uint8_t> m_acknowledged;
+    std::uint8_t m_sent = 0;                    // sequence number of the next request
+    std::uint8_t m_received = 0;                // expected sequence number
+    std::optional<std::uint8_t> m_acknowledged; // status of the request under way
     std::optional<std::uint8_t> m_state;
     bool m_disconnected = false;
     std::vector<Bytes> m_cemi;
