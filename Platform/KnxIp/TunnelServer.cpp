@@ -1,7 +1,6 @@
 #include "KnxIp/TunnelServer.h"
 
-#include "KnxIp/FrameRing.h"
-#include "KnxIp/TunnelLink.h"
+#include "KnxIp/ServerTunnel.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -14,35 +13,7 @@ using KnxFrames::FrameError;
 using KnxFrames::IndividualAddress;
 using KnxFrames::LData;
 using KnxFrames::MessageCode;
-
-struct Tunnel {
-    IndividualAddress address;
-    bool isOpen = false;
-    std::uint8_t channel = 0;
-    Endpoint control;
-    Endpoint data;
-    /// The client gave no data endpoint: it is where its requests come from.
-    bool dataFollowsSource = false;
-    /// Host that the CONNECT_REQUEST came from; may differ from the one in its HPAIs.
-    std::uint32_t connectedFrom = 0;
-    TimePoint silentUntil{};
-    ReceiveCounter received;
-    PendingRequest pending;
-    FrameRing<LData> queue;
-    bool overflowReported = false;
-    TunnelCounters counters;
-
-    /// A datagram about this tunnel comes from its client. Ports are not compared: behind an address
-    /// translation they change, and channels are not reused soon enough to be confused.
-    bool BelongsTo(const Endpoint& from) const {
-        return from.address == connectedFrom || from.address == control.address ||
-               from.address == data.address;
-    }
-};
-
-Endpoint AnswerTo(const Hpai& hpai, const Endpoint& from) {
-    return hpai.protocol == Hpai::kUdp && hpai.endpoint.IsSpecified() ? hpai.endpoint : from;
-}
+using Tunnel = ServerTunnel;
 
 void CheckConfig(const TunnelServerConfig& config) {
     if (config.tunnelAddresses.empty() || config.tunnelAddresses.size() > 255)
@@ -66,7 +37,8 @@ std::vector<ServiceFamily> CoreAndTunnelling() {
 class TunnelServer::Implementation {
 public:
     Implementation(TunnelServerConfig config, TunnelServerListener& listener)
-        : m_config(std::move(config)), m_listener(listener) {
+        : m_config(std::move(config)), m_listener(listener),
+          m_lastChannel(static_cast<std::uint8_t>(m_config.firstChannel - 1)) {
         CheckConfig(m_config);
         m_tunnels.resize(m_config.tunnelAddresses.size());
         for (std::size_t index = 0; index < m_tunnels.size(); ++index)
@@ -157,21 +129,18 @@ private:
         Tunnel& tunnel = *free;
         tunnel.channel = NextChannel();
         tunnel.isOpen = true;
-        tunnel.control = to;
-        tunnel.dataFollowsSource = !request.data.endpoint.IsSpecified();
-        tunnel.data = tunnel.dataFollowsSource ? from : request.data.endpoint;
-        tunnel.connectedFrom = from.address;
+        tunnel.peer = TunnelPeer(request, from);
         tunnel.silentUntil = now + kHeartbeatTimeout;
         tunnel.received.Reset();
         tunnel.pending.Reset();
         tunnel.counters = {};
         SendTo(to, WriteFrame(ConnectResponse{
-                       tunnel.channel, Status::NoError, {OwnEndpoint(tunnel.data)}, tunnel.address}));
+                       tunnel.channel, Status::NoError, {OwnEndpoint(tunnel.peer.Data())}, tunnel.address}));
         m_listener.OnTunnelOpened(IdOf(tunnel), tunnel.address, to);
     }
 
     void On(TimePoint now, const Endpoint& from, const ConnectionStateRequest& request) {
-        Tunnel* tunnel = Find(request.channel, from);
+        Tunnel* tunnel = FindByControl(request.channel, from, request.control);
         if (tunnel != nullptr)
             tunnel->silentUntil = now + kHeartbeatTimeout;
         SendTo(AnswerTo(request.control, from),
@@ -179,7 +148,7 @@ private:
     }
 
     void On(TimePoint, const Endpoint& from, const DisconnectRequest& request) {
-        Tunnel* tunnel = Find(request.channel, from);
+        Tunnel* tunnel = FindByControl(request.channel, from, request.control);
         SendTo(AnswerTo(request.control, from),
                WriteFrame(DisconnectResponse{request.channel, KnownOrNot(tunnel)}));
         if (tunnel != nullptr)
@@ -192,21 +161,22 @@ private:
     // Telegrams.
 
     void On(TimePoint now, const Endpoint& from, const TunnellingRequest& request) {
-        Tunnel* tunnel = Find(request.channel, from);
+        Tunnel* tunnel = FindByData(request.channel, from);
         if (tunnel == nullptr) {
             // Tells a client that was forgotten (we were restarted) sooner than its heartbeat would.
             SendTo(from, WriteFrame(TunnellingAck{request.channel, request.sequence, Status::ConnectionId}));
             return;
         }
-        tunnel->silentUntil = now + kHeartbeatTimeout;
-        if (tunnel->dataFollowsSource)
-            tunnel->data = from;
         const auto verdict = tunnel->received.Judge(request.sequence);
         if (verdict == ReceiveCounter::Verdict::Discard) {
             ++tunnel->counters.outOfOrder;
             return;
         }
-        SendTo(tunnel->data, WriteFrame(TunnellingAck{request.channel, request.sequence, Status::NoError}));
+        tunnel->silentUntil = now + kHeartbeatTimeout;
+        if (verdict == ReceiveCounter::Verdict::Take)
+            tunnel->peer.TelegramCameFrom(from);
+        SendTo(tunnel->peer.AcknowledgeTo(from),
+               WriteFrame(TunnellingAck{request.channel, request.sequence, Status::NoError}));
         if (verdict == ReceiveCounter::Verdict::Again)
             ++tunnel->counters.duplicates;
         else if (tunnel->isOpen)
@@ -214,7 +184,7 @@ private:
     }
 
     void On(TimePoint now, const Endpoint& from, const TunnellingAck& ack) {
-        Tunnel* tunnel = Find(ack.channel, from);
+        Tunnel* tunnel = FindByData(ack.channel, from);
         if (tunnel == nullptr)
             return;
         switch (tunnel->pending.OnAck(ack)) {
@@ -321,7 +291,7 @@ private:
         const Datagram& datagram =
             tunnel.pending.Begin(now + kAckTimeout, tunnel.channel, tunnel.queue.Front());
         tunnel.queue.PopFront();
-        SendTo(tunnel.data, datagram);
+        SendTo(tunnel.peer.Data(), datagram);
     }
 
     void RepeatOrClose(TimePoint now, Tunnel& tunnel) {
@@ -330,24 +300,37 @@ private:
             return;
         }
         ++tunnel.counters.repeated;
-        SendTo(tunnel.data, tunnel.pending.Repeat(now + kAckTimeout));
+        SendTo(tunnel.peer.Data(), tunnel.pending.Repeat(now + kAckTimeout));
     }
 
     void Close(Tunnel& tunnel, TunnelEnd end) {
         tunnel.isOpen = false;
+        tunnel.counters.dropped += tunnel.queue.Size() + (tunnel.pending.IsActive() ? 1 : 0);
         tunnel.pending.Reset();
         tunnel.queue = {};
         tunnel.overflowReported = false;
         if (end != TunnelEnd::Client) {
-            const Endpoint own = OwnEndpoint(tunnel.control);
-            SendTo(tunnel.control, WriteFrame(DisconnectRequest{tunnel.channel, {own}}));
+            const Endpoint own = OwnEndpoint(tunnel.peer.Control());
+            SendTo(tunnel.peer.Control(), WriteFrame(DisconnectRequest{tunnel.channel, {own}}));
         }
         m_listener.OnTunnelClosed(IdOf(tunnel), end);
     }
 
-    Tunnel* Find(std::uint8_t channel, const Endpoint& from) {
+    /// The tunnel that a request about its connection speaks of; null unless the client itself asks.
+    Tunnel* FindByControl(std::uint8_t channel, const Endpoint& from, const Hpai& named) {
+        Tunnel* tunnel = Find(channel);
+        return tunnel != nullptr && tunnel->peer.OwnsControl(from, named) ? tunnel : nullptr;
+    }
+
+    /// Likewise for telegrams and their acknowledgements.
+    Tunnel* FindByData(std::uint8_t channel, const Endpoint& from) {
+        Tunnel* tunnel = Find(channel);
+        return tunnel != nullptr && tunnel->peer.OwnsData(from) ? tunnel : nullptr;
+    }
+
+    Tunnel* Find(std::uint8_t channel) {
         const auto found = std::find_if(m_tunnels.begin(), m_tunnels.end(), [&](const Tunnel& each) {
-            return each.isOpen && each.channel == channel && each.BelongsTo(from);
+            return each.isOpen && each.channel == channel;
         });
         return found == m_tunnels.end() ? nullptr : &*found;
     }
@@ -368,7 +351,7 @@ private:
     const TunnelServerConfig m_config;
     TunnelServerListener& m_listener;
     std::vector<Tunnel> m_tunnels; // never resized after construction
-    std::uint8_t m_lastChannel = 0;
+    std::uint8_t m_lastChannel;
 };
 
 TunnelServer::TunnelServer(TunnelServerConfig config, TunnelServerListener& listener)
@@ -402,12 +385,6 @@ void TunnelServer::Stop() {
 
 bool TunnelServer::IsOpen(TunnelId tunnel) const {
     return m_implementation->Tunnels().at(tunnel).isOpen;
-}
-
-std::size_t TunnelServer::OpenTunnels() const {
-    const auto& tunnels = m_implementation->Tunnels();
-    return static_cast<std::size_t>(
-        std::count_if(tunnels.begin(), tunnels.end(), [](const Tunnel& each) { return each.isOpen; }));
 }
 
 const TunnelCounters& TunnelServer::Counters(TunnelId tunnel) const {

@@ -35,6 +35,11 @@ struct TunnelServerConfig {
 
     /// Telegrams that wait per tunnel, beside the one that waits for its acknowledgement. At least 1.
     std::size_t queueLimit = 1000;
+
+    /// Channel of the first connection; further ones follow in turn. Best chosen at random at each start, so
+    /// that a client of a server that died does not take the connection of another client for its own. 0
+    /// counts as 1, since some clients take it for "none".
+    std::uint8_t firstChannel = 1;
 };
 
 /// Number of a tunnel: the index of its address in TunnelServerConfig::tunnelAddresses.
@@ -58,7 +63,9 @@ struct TunnelCounters {
     std::uint64_t repeated = 0;   ///< frames sent a second time
     std::uint64_t duplicates = 0; ///< requests of the client that were acknowledged again and discarded
     std::uint64_t outOfOrder = 0; ///< requests of the client with any other wrong sequence number
-    std::uint64_t dropped = 0;    ///< frames for the client that were lost because the queue was full
+    /// Frames for the client that were lost: the queue was full, or they waited, or went unacknowledged, when
+    /// the tunnel was closed.
+    std::uint64_t dropped = 0;
     std::uint64_t unsupported =
         0; ///< requests of the client that were no L_Data.req; acknowledged, else ignored
 };
@@ -147,7 +154,6 @@ public:
 
     /// `tunnel` below the number of tunnels, here and below.
     bool IsOpen(TunnelId tunnel) const;
-    std::size_t OpenTunnels() const;
     const TunnelCounters& Counters(TunnelId tunnel) const;
 
 private:

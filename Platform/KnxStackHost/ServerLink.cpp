@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <random>
+
 namespace KnxStackHost {
 
 using boost::system::system_error;
@@ -31,6 +33,8 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     config.device.multicast = 0; // no routing
     config.endpoint = local;
     config.tunnelAddresses = configuration.server.tunnels;
+    std::random_device random;
+    config.firstChannel = static_cast<std::uint8_t>(std::uniform_int_distribution<unsigned>(1, 255)(random));
     return config;
 }
 

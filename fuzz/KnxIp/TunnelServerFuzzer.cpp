@@ -43,7 +43,7 @@ public:
 
     void Finish() {
         m_server.Stop();
-        Fuzz::Check(m_server.OpenTunnels() == 0 && !m_server.NextTime());
+        Fuzz::Check(!m_server.IsOpen(0) && !m_server.IsOpen(1) && !m_server.NextTime());
     }
 
 private:

@@ -24,6 +24,10 @@ using KnxFrames::LData;
 
 inline constexpr Endpoint kOther{0xC0A8010B, 50000}; // 192.168.1.11
 
+/// Another client on the computer of kClient, control and data.
+inline constexpr Endpoint kSameHost{kClient.address, 55000};
+inline constexpr Endpoint kSameHostData{kClient.address, 55001};
+
 inline TunnelServerConfig Config(std::size_t tunnels = 2) {
     TunnelServerConfig config;
     config.endpoint = kServer;
@@ -41,6 +45,8 @@ public:
         m_transcript.Name(kClient, "client");
         m_transcript.Name(kClientData, "client-data");
         m_transcript.Name(kOther, "other");
+        m_transcript.Name(kSameHost, "same-host");
+        m_transcript.Name(kSameHostData, "same-host-data");
     }
 
     void SendDatagram(const Endpoint& to, Octets datagram) override { m_transcript.Out(m_now, to, datagram); }

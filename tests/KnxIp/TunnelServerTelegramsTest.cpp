@@ -212,6 +212,18 @@ TEST(TunnelServer, AFullQueueDropsItsOldestAndSaysSoOncePerBurst) {
     EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
 }
 
+TEST(TunnelServer, WhatStillWaitsWhenATunnelIsClosedIsCountedAsLost) {
+    ServerBench bench;
+    bench.Connect();
+    for (std::uint8_t value = 0; value < 5; ++value)
+        bench.Server().Broadcast(bench.Now(), Telegram(value));
+    bench.Receive(kClientData, kAck + "0000");
+    bench.Advance(milliseconds(2500));
+    EXPECT_FALSE(bench.Server().IsOpen(0));
+    EXPECT_EQ(bench.Server().Counters(0).toClient, 1U);
+    EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
+}
+
 TEST(TunnelServer, CloseTunnelInsideACallbackIsAllowed) {
     ServerBench bench;
     bench.m_onTelegram = [&](TunnelId origin, const LData&) { bench.Server().CloseTunnel(origin); };
