@@ -64,7 +64,7 @@ const char* ToString(LinkFailure failure) {
 const char* ToString(SendFailure failure) {
     switch (failure) {
     case SendFailure::NoAck: return "not acknowledged by the interface";
-    case SendFailure::NoConfirmation: return "not confirmed by the interface within 3 s";
+    case SendFailure::NoConfirmation: return "not confirmed by the interface";
     case SendFailure::NegativeConfirm: break;
     }
     return "not acknowledged on the bus";

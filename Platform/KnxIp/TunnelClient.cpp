@@ -1,8 +1,7 @@
 #include "KnxIp/TunnelClient.h"
 
 #include "KnxIp/BackOff.h"
-#include "KnxIp/SendQueue.h"
-#include "KnxIp/TunnelLink.h"
+#include "KnxIp/TelegramUnderWay.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -17,22 +16,15 @@ using KnxFrames::LData;
 using KnxFrames::MessageCode;
 using std::chrono::milliseconds;
 
-/// A confirmation is that of `sent` when it says the same to the same destination. The source is not
-/// compared: interfaces put in their own.
-bool Confirms(const LData& confirmation, const LData& sent) {
-    return confirmation.destination == sent.destination && confirmation.IsToGroup() == sent.IsToGroup() &&
-           confirmation.tpdu == sent.tpdu;
-}
-
 } // namespace
 
 class TunnelClient::Implementation {
 public:
     Implementation(TunnelClientConfig config, TunnelClientListener& listener)
         : m_config(std::move(config)), m_listener(listener), m_queue(m_config.queueLimit),
-          m_backOff(kFirstRetry, kLongestRetry, m_config.jitter) {
-        if (!m_config.server.IsSpecified())
-            throw std::invalid_argument("address or port of the KNXnet/IP server is missing");
+          m_backOff(kFirstRetry, kLongestRetry, m_config.jitter), m_nextServer(m_config.server) {
+        if (m_nextServer != Endpoint())
+            CheckServer(m_nextServer);
         if (m_config.queueLimit == 0)
             throw std::invalid_argument("the queue limit of the KNXnet/IP client is 0");
     }
@@ -41,18 +33,28 @@ public:
         if (m_state != State::Stopped)
             return;
         m_backOff.Reset();
-        Connect(now);
+        if (m_nextServer.IsSpecified())
+            Connect(now);
+        else
+            m_state = State::WithoutServer;
+    }
+
+    void SetServer(TimePoint now, const Endpoint& server) {
+        CheckServer(server);
+        m_nextServer = server;
+        if (m_state == State::WithoutServer)
+            Connect(now);
     }
 
     void Stop() {
         if (std::exchange(m_state, State::Stopped) != State::Connected)
             return;
-        SendTo(m_config.server, WriteFrame(DisconnectRequest{m_channel, m_ownHpai}));
-        GiveUpCurrent(!m_heardSinceSend);
+        SendTo(m_server, WriteFrame(DisconnectRequest{m_channel, m_ownHpai}));
+        GiveUpTelegram(false);
     }
 
     void OnDatagram(TimePoint now, const Endpoint& from, Octets datagram) {
-        if (from.address != m_config.server.address && from.address != m_data.address) {
+        if (from.address != m_server.address && from.address != m_data.address) {
             m_listener.OnRefusedDatagram(
                 from, FrameError::Unsupported("the sender is not the KNXnet/IP server", 0));
             return;
@@ -67,7 +69,8 @@ public:
 
     void OnTime(TimePoint now) {
         switch (m_state) {
-        case State::Stopped: return;
+        case State::Stopped:
+        case State::WithoutServer: return;
         case State::Waiting:
             if (now >= m_deadline)
                 Connect(now);
@@ -78,9 +81,9 @@ public:
             return;
         case State::Connected: break;
         }
-        if (m_pending.IsActive() && now >= m_pending.Deadline())
+        if (m_underWay.AwaitsAcknowledgement() && now >= m_underWay.AckDeadline())
             RepeatOrGiveUp(now);
-        else if (IsAwaitingConfirmation() && now >= m_confirmDeadline)
+        else if (m_underWay.AwaitsConfirmation() && now >= m_confirmDeadline)
             ConfirmationMissing(now);
         if (m_state == State::Connected && now >= m_heartbeatTime)
             Heartbeat(now);
@@ -88,15 +91,16 @@ public:
 
     std::optional<TimePoint> NextTime() const {
         switch (m_state) {
-        case State::Stopped: return std::nullopt;
+        case State::Stopped:
+        case State::WithoutServer: return std::nullopt;
         case State::Waiting:
         case State::Connecting: return m_deadline;
         case State::Connected: break;
         }
         TimePoint next = m_heartbeatTime;
-        if (m_pending.IsActive())
-            next = std::min(next, m_pending.Deadline());
-        else if (IsAwaitingConfirmation())
+        if (m_underWay.AwaitsAcknowledgement())
+            next = std::min(next, m_underWay.AckDeadline());
+        else if (m_underWay.AwaitsConfirmation())
             next = std::min(next, m_confirmDeadline);
         return next;
     }
@@ -118,17 +122,23 @@ public:
     const TunnelClientCounters& Counters() const { return m_counters; }
 
 private:
-    enum class State : std::uint8_t { Stopped, Waiting, Connecting, Connected };
+    enum class State : std::uint8_t { Stopped, WithoutServer, Waiting, Connecting, Connected };
+
+    static void CheckServer(const Endpoint& server) {
+        if (!server.IsSpecified())
+            throw std::invalid_argument("address or port of the KNXnet/IP server is missing");
+    }
 
     // Connecting.
 
     void Connect(TimePoint now) {
+        m_server = m_nextServer;
         const Endpoint own = m_config.nat ? Endpoint{} : m_listener.LocalEndpoint();
         m_ownHpai = Hpai{own.IsSpecified() ? own : Endpoint{}};
         m_data = {};
         m_state = State::Connecting;
         m_deadline = now + kConnectTimeout;
-        SendTo(m_config.server, WriteFrame(ConnectRequest{m_ownHpai, m_ownHpai}));
+        SendTo(m_server, WriteFrame(ConnectRequest{m_ownHpai, m_ownHpai}));
     }
 
     void On(TimePoint now, const Endpoint& from, const ConnectResponse& response) {
@@ -136,7 +146,7 @@ private:
             // Late or double: the server holds a tunnel that nobody uses.
             const bool isOurs = m_state == State::Connected && response.channel == m_channel;
             if (response.status == Status::NoError && !isOurs)
-                SendTo(m_config.server, WriteFrame(DisconnectRequest{response.channel, m_ownHpai}));
+                SendTo(m_server, WriteFrame(DisconnectRequest{response.channel, m_ownHpai}));
             return;
         }
         if (response.status != Status::NoError) {
@@ -148,8 +158,7 @@ private:
         m_channel = response.channel;
         m_address = response.address;
         m_received.Reset();
-        m_pending.Reset();
-        m_isCurrent = false;
+        m_underWay.Reset();
         m_connectedAt = now;
         m_heartbeatTime = now + kHeartbeatInterval;
         m_heartbeatTries = 0;
@@ -166,8 +175,7 @@ private:
         m_listener.OnConnectFailed(failure, status, delay);
     }
 
-    /// `silent`: the server has said nothing at all that could mean that it took the telegram under way.
-    void ConnectionLost(TimePoint now, LinkFailure failure, bool silent) {
+    void ConnectionLost(TimePoint now, LinkFailure failure) {
         milliseconds delay{0};
         if (now - m_connectedAt >= kStableTime)
             m_backOff.Reset();
@@ -175,14 +183,14 @@ private:
             delay = m_backOff.Next();
         m_state = State::Waiting;
         m_deadline = now + delay;
-        GiveUpCurrent(silent);
+        GiveUpTelegram(failure == LinkFailure::Forgotten);
         m_listener.OnDisconnected(failure, delay);
         OnTime(now);
     }
 
-    void CloseConnection(TimePoint now, LinkFailure failure, bool silent) {
-        SendTo(m_config.server, WriteFrame(DisconnectRequest{m_channel, m_ownHpai}));
-        ConnectionLost(now, failure, silent);
+    void CloseConnection(TimePoint now, LinkFailure failure) {
+        SendTo(m_server, WriteFrame(DisconnectRequest{m_channel, m_ownHpai}));
+        ConnectionLost(now, failure);
     }
 
     void On(TimePoint now, const Endpoint& from, const DisconnectRequest& request) {
@@ -192,7 +200,7 @@ private:
             control.endpoint.IsSpecified() && !m_config.nat ? control.endpoint : from,
             WriteFrame(DisconnectResponse{request.channel, isOurs ? Status::NoError : Status::ConnectionId}));
         if (isOurs)
-            ConnectionLost(now, LinkFailure::ServerClosed, !m_heardSinceSend);
+            ConnectionLost(now, LinkFailure::ServerClosed);
     }
 
     /// The answer to our own request; the connection is given up with the request.
@@ -202,22 +210,22 @@ private:
 
     void Heartbeat(TimePoint now) {
         if (m_heartbeatTries == kHeartbeatTries) {
-            CloseConnection(now, LinkFailure::Heartbeat, !m_heardSinceSend);
+            CloseConnection(now, LinkFailure::Heartbeat);
             return;
         }
         ++m_heartbeatTries;
         m_heartbeatTime = now + kHeartbeatTimeout;
-        SendTo(m_config.server, WriteFrame(ConnectionStateRequest{m_channel, m_ownHpai}));
+        SendTo(m_server, WriteFrame(ConnectionStateRequest{m_channel, m_ownHpai}));
     }
 
     void On(TimePoint now, const Endpoint&, const ConnectionStateResponse& response) {
         if (m_state != State::Connected || response.channel != m_channel || m_heartbeatTries == 0)
             return;
         if (response.status == Status::ConnectionId) {
-            ConnectionLost(now, LinkFailure::Forgotten, !m_pending.WasRepeated() || !m_heardSinceSend);
+            ConnectionLost(now, LinkFailure::Forgotten);
             return;
         }
-        m_heardSinceSend = true;
+        m_underWay.ServerSpoke();
         if (response.status != Status::NoError)
             return; // as if there had been no answer: asked again when its time is over
         m_heartbeatTries = 0;
@@ -229,7 +237,7 @@ private:
     void On(TimePoint now, const Endpoint& from, const TunnellingRequest& request) {
         if (m_state != State::Connected || request.channel != m_channel)
             return;
-        m_heardSinceSend = true;
+        m_underWay.ServerSpoke();
         const auto verdict = m_received.Judge(request.sequence);
         if (verdict == ReceiveCounter::Verdict::Discard) {
             ++m_counters.outOfOrder;
@@ -256,89 +264,86 @@ private:
     // Telegrams to the server.
 
     void SendNext(TimePoint now) {
-        if (m_state != State::Connected || m_isCurrent)
+        if (m_state != State::Connected || m_underWay.IsActive())
             return;
         if (m_queue.IsEmpty()) {
             m_overflowReported = false;
             return;
         }
-        m_current = m_queue.Pop();
-        m_current.telegram.code = MessageCode::LDataReq;
-        m_isCurrent = true;
-        m_isConfirmed = false;
-        m_heardSinceSend = false;
-        SendTo(m_data, m_pending.Begin(now + kAckTimeout, m_channel, m_current.telegram));
+        SendTo(m_data, m_underWay.Begin(now + kAckTimeout, m_channel, m_queue.Pop()));
     }
-
-    bool IsAwaitingConfirmation() const { return m_isCurrent && !m_pending.IsActive(); }
 
     void On(TimePoint now, const Endpoint&, const TunnellingAck& ack) {
         if (m_state != State::Connected || ack.channel != m_channel)
             return;
-        switch (m_pending.OnAck(ack)) {
-        case PendingRequest::AckVerdict::Stale: m_heardSinceSend = true; return;
+        switch (m_underWay.OnAck(ack)) {
+        case PendingRequest::AckVerdict::Stale: m_underWay.ServerSpoke(); return;
         case PendingRequest::AckVerdict::Refused:
             if (ack.status == Status::ConnectionId) {
-                ConnectionLost(now, LinkFailure::Forgotten, !m_pending.WasRepeated() || !m_heardSinceSend);
+                ConnectionLost(now, LinkFailure::Forgotten);
                 return;
             }
-            m_heardSinceSend = true;
+            m_underWay.ServerSpoke();
             RepeatOrGiveUp(now);
             return;
         case PendingRequest::AckVerdict::Done: break;
         }
         ++m_counters.sent;
         m_confirmDeadline = now + kConfirmTimeout;
-        if (m_isConfirmed)
+        if (m_underWay.IsConfirmed())
             Finish(now);
     }
 
     void TakeConfirmation(TimePoint now, const LData& confirmation) {
-        if (!m_isCurrent || m_isConfirmed || !Confirms(confirmation, m_current.telegram))
+        if (!m_underWay.OnConfirmation(confirmation))
             return;
-        m_isConfirmed = true;
-        if (confirmation.HasConfirmError()) {
-            ++m_counters.negativeConfirm;
-            m_listener.OnSendFailed(m_current.telegram, SendFailure::NegativeConfirm);
-        }
+        if (confirmation.HasConfirmError())
+            ReportFailure(SendFailure::NegativeConfirm);
         // It may overtake the acknowledgement, which is then still awaited: the sequence number goes with it.
-        if (m_isCurrent && !m_pending.IsActive())
+        if (m_underWay.AwaitsConfirmation())
             Finish(now);
     }
 
     void ConfirmationMissing(TimePoint now) {
-        ++m_counters.noConfirmation;
-        m_listener.OnSendFailed(m_current.telegram, SendFailure::NoConfirmation);
+        m_underWay.ForgoConfirmation();
+        ReportFailure(SendFailure::NoConfirmation);
         Finish(now);
     }
 
     void Finish(TimePoint now) {
-        m_isCurrent = false;
+        m_underWay.Finish();
         SendNext(now);
     }
 
     void RepeatOrGiveUp(TimePoint now) {
-        if (m_pending.WasRepeated()) {
-            CloseConnection(now, LinkFailure::NoAck, !m_heardSinceSend);
+        if (m_underWay.WasRepeated()) {
+            CloseConnection(now, LinkFailure::NoAck);
             return;
         }
         ++m_counters.repeated;
-        SendTo(m_data, m_pending.Repeat(now + kAckTimeout));
+        SendTo(m_data, m_underWay.Repeat(now + kAckTimeout));
     }
 
-    /// The connection of the telegram under way is over.
-    void GiveUpCurrent(bool silent) {
-        const bool isUnacknowledged = m_pending.IsActive();
-        m_pending.Reset();
-        if (!std::exchange(m_isCurrent, false) || !isUnacknowledged)
-            return;
-        if (silent) {
+    /// The connection of the telegram under way is over; `forgotten` as in TelegramUnderWay::End().
+    void GiveUpTelegram(bool forgotten) {
+        switch (m_underWay.End(forgotten)) {
+        case TelegramUnderWay::Fate::Settled: return;
+        case TelegramUnderWay::Fate::NotTaken:
             ++m_counters.resent;
-            m_queue.PutBack(m_current);
+            m_queue.PutBack(m_underWay.Entry());
             return;
+        case TelegramUnderWay::Fate::NoAck: ReportFailure(SendFailure::NoAck); return;
+        case TelegramUnderWay::Fate::Unconfirmed: ReportFailure(SendFailure::NoConfirmation); return;
         }
-        ++m_counters.noAck;
-        m_listener.OnSendFailed(m_current.telegram, SendFailure::NoAck);
+    }
+
+    void ReportFailure(SendFailure failure) {
+        switch (failure) {
+        case SendFailure::NoAck: ++m_counters.noAck; break;
+        case SendFailure::NoConfirmation: ++m_counters.noConfirmation; break;
+        case SendFailure::NegativeConfirm: ++m_counters.negativeConfirm; break;
+        }
+        m_listener.OnSendFailed(m_underWay.Telegram(), failure);
     }
 
     /// What only clients send has no business here.
@@ -360,7 +365,9 @@ private:
     State m_state = State::Stopped;
     TimePoint m_deadline{}; // of the state Waiting or Connecting
     BackOff m_backOff;
-    Hpai m_ownHpai; // as told to the server
+    Endpoint m_nextServer; // of the next try; unspecified: not known yet
+    Endpoint m_server;     // of this connection or try
+    Hpai m_ownHpai;        // as told to the server
 
     // While connected:
     Endpoint m_data; // of the server
@@ -371,12 +378,7 @@ private:
     unsigned m_heartbeatTries = 0; // requests without a good answer
     ReceiveCounter m_received;
 
-    // The telegram under way:
-    bool m_isCurrent = false;
-    SendQueue::Entry m_current;
-    PendingRequest m_pending;
-    bool m_isConfirmed = false;
-    bool m_heardSinceSend = false;
+    TelegramUnderWay m_underWay;
     TimePoint m_confirmDeadline{};
 };
 
@@ -387,6 +389,10 @@ TunnelClient::~TunnelClient() = default;
 
 void TunnelClient::Start(TimePoint now) {
     m_implementation->Start(now);
+}
+
+void TunnelClient::SetServer(TimePoint now, const Endpoint& server) {
+    m_implementation->SetServer(now, server);
 }
 
 void TunnelClient::Stop() {

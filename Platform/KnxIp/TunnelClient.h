@@ -17,7 +17,7 @@ using TimePoint = std::chrono::steady_clock::time_point;
 
 /// What a TunnelClient connects to and how; constant while it exists.
 struct TunnelClientConfig {
-    /// Control endpoint of the interface.
+    /// Control endpoint of the interface. Left empty, it is waited for: see TunnelClient::SetServer().
     Endpoint server;
 
     /// True behind a network address translation: the server is told to answer to where our datagrams come
@@ -48,7 +48,8 @@ const char* ToString(LinkFailure failure);
 /// Why a telegram of ours may not have reached the bus.
 enum class SendFailure : std::uint8_t {
     NoAck,           ///< the server lives but acknowledged neither the telegram nor its repetition
-    NoConfirmation,  ///< no L_Data.con within 3 s
+    NoConfirmation,  ///< acknowledged by the server, but no L_Data.con within 3 s or before the connection
+                     ///< ended
     NegativeConfirm, ///< L_Data.con with the error bit: nobody on the bus acknowledged it
 };
 
@@ -118,13 +119,14 @@ public:
 ///
 /// Telegrams: one under way at a time, until its acknowledgement (1 s, one repetition, then the connection is
 /// given up) and its L_Data.con (3 s, then counted and the next one sent) have come. The others wait in their
-/// order, also while there is no connection. When the queue is full, the oldest one of the lowest priority is
-/// dropped.
+/// order, also while there is no connection or not even a server. When the queue is full, the oldest one of
+/// the lowest priority is dropped.
 ///
 /// A telegram that was under way unacknowledged when the connection ended goes back to the head of the queue
 /// if the server cannot have taken it as far as one can know: it said nothing at all since then, or it
-/// answered the first transmission by not knowing the connection. Otherwise it is counted as not acknowledged
-/// and not sent again, so that nothing happens twice.
+/// answered the first transmission by not knowing the connection. Otherwise it is reported as not
+/// acknowledged and not sent again, so that nothing happens twice. One that was acknowledged but not yet
+/// confirmed is reported as not confirmed; one that was confirmed has reached the bus, acknowledged or not.
 class TunnelClient {
 public:
     static constexpr std::chrono::seconds kConnectTimeout{10};
@@ -138,14 +140,20 @@ public:
     static constexpr std::chrono::seconds kLongestRetry{48}; ///< 60 s with the whole jitter
 
     /// `listener` outlives the client. Throws std::invalid_argument, with the cause for people, when the
-    /// server is not specified or the queue limit is 0.
+    /// server has an address without a port or the reverse, or the queue limit is 0.
     TunnelClient(TunnelClientConfig config, TunnelClientListener& listener);
     ~TunnelClient();
     TunnelClient(const TunnelClient&) = delete;
     TunnelClient& operator=(const TunnelClient&) = delete;
 
-    /// Begins to connect, with the first try in this call. Nothing when already started.
+    /// Begins to connect, with the first try in this call, or in SetServer() when there is no server yet.
+    /// Nothing when already started.
     void Start(TimePoint now);
+
+    /// The control endpoint of the interface, found out late or found to have changed. A started client that
+    /// had none connects in this call; else it counts from the next try to connect on. Throws
+    /// std::invalid_argument when address or port is 0.
+    void SetServer(TimePoint now, const Endpoint& server);
 
     /// Ends the connection with a DISCONNECT_REQUEST whose answer is not awaited, and every further try. The
     /// queue stays; a telegram under way is given up as when a connection ends. May be started again.

@@ -109,7 +109,7 @@ TEST(TunnelClient, AMissingConfirmationIsCountedAfterThreeSeconds) {
 10.000 < server 06100421000a 04150000
 10.000 < server 061004200015 041500002e00bce011fa0a03010083
 10.000 > server 06100421000a 04150000
-13.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not confirmed by the interface within 3 s
+13.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not confirmed by the interface
 13.000 > server 061004200015 041501001100bce000000a03010082
 )");
     EXPECT_EQ(bench.Client().Counters().noConfirmation, 1U);
@@ -226,6 +226,57 @@ TEST(TunnelClient, ATelegramThatMayHaveBeenTakenIsNotSentAgain) {
 11.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
 )");
     EXPECT_EQ(bench.Client().Waiting(), 0U);
+}
+
+TEST(TunnelClient, ATelegramAcknowledgedButNotConfirmedWhenTheConnectionEndsIsReported) {
+    ClientBench bench;
+    bench.Connect();
+    bench.Send(Telegram(1));
+    bench.Receive(kServer, kAck + "0000");
+    bench.Receive(kServer, kDisconnectRequest);
+    EXPECT_EQ(bench.Take(), R"(
+10.000 > server 061004200015 041500001100bce000000a03010081
+10.000 < server 06100421000a 04150000
+10.000 < server 061002090010 15000801c0a801020e57
+10.000 > server 0610020a0008 1500
+10.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not confirmed by the interface
+10.000 ! disconnected: the server closed the connection, 0 ms
+10.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+)");
+    EXPECT_EQ(bench.Client().Counters().noConfirmation, 1U);
+    EXPECT_EQ(bench.Client().Waiting(), 0U);
+}
+
+TEST(TunnelClient, AMissingConfirmationIsReportedOnceAlsoWhenTheListenerStops) {
+    ClientBench bench;
+    bench.Connect();
+    bench.m_onSendFailed = [&] { bench.Client().Stop(); };
+    bench.Send(Telegram(1));
+    bench.Receive(kServer, kAck + "0000");
+    bench.Advance(seconds(10));
+    EXPECT_EQ(bench.Client().Counters().noConfirmation, 1U);
+}
+
+TEST(TunnelClient, AConfirmedTelegramIsNeitherReportedNorSentAgainWhenTheConnectionEnds) {
+    ClientBench bench;
+    bench.Connect();
+    bench.Advance(milliseconds(49900));
+    bench.Send(Telegram(1));
+    bench.Receive(kServer, kRequest + "00" + kCon + "81"); // the acknowledgement was lost
+    bench.Advance(milliseconds(100));
+    bench.Receive(kServer, "061002080008 1521"); // the server was restarted
+    bench.Receive(kServer, "061002060014 1600 0801c0a801020e57 040411fb");
+    EXPECT_EQ(bench.Take(), R"(
+59.900 > server 061004200015 041500001100bce000000a03010081
+59.900 < server 061004200015 041500002e00bce011fa0a03010081
+59.900 > server 06100421000a 04150000
+60.000 > server 061002070010 15000801c0a8010ac350
+60.000 < server 061002080008 1521
+60.000 ! disconnected: the server does not know the connection any more, 0 ms
+60.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+60.000 < server 061002060014 16000801c0a801020e57040411fb
+60.000 ! connected as 1.1.251
+)");
 }
 
 TEST(TunnelClient, TelegramsWaitForTheConnection) {

@@ -244,6 +244,7 @@ TEST(TunnelClient, StopDisconnectsAndKeepsTheQueue) {
 10.000 > server 061004200015 041500001100bce000000a03010081
 10.000 < server 06100421000a 04150000
 10.000 > server 061002090010 15000801c0a8010ac350
+10.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not confirmed by the interface
 10.000 < server 0610020a0008 1500
 )");
     bench.Client().Start(bench.Now());
@@ -325,12 +326,71 @@ TEST(TunnelClient, GarbageIsReportedAndChangesNothing) {
     EXPECT_TRUE(bench.Client().IsConnected());
 }
 
+TEST(TunnelClient, WaitsForItsServerWithTheTelegramsInAQueue) {
+    TunnelClientConfig config;
+    config.queueLimit = 2;
+    ClientBench bench(std::move(config));
+    bench.Client().Start(bench.Now());
+    EXPECT_EQ(bench.Client().NextTime(), std::nullopt);
+    for (std::uint8_t value = 1; value <= 3; ++value)
+        bench.Send(Telegram(value));
+    bench.Advance(std::chrono::hours(1));
+    EXPECT_EQ(bench.Client().Waiting(), 2U);
+    EXPECT_EQ(bench.Client().Counters().dropped, 1U);
+    bench.Client().SetServer(bench.Now(), kServer);
+    bench.Receive(kServer, "061002060014 1500 0801c0a801020e57 040411fa");
+    EXPECT_EQ(bench.Take(), R"(
+0.000 ! queue overflows
+3600.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+3600.000 < server 061002060014 15000801c0a801020e57040411fa
+3600.000 ! connected as 1.1.250
+3600.000 > server 061004200015 041500001100bce000000a03010082
+)");
+}
+
+TEST(TunnelClient, AServerSetBeforeTheStartOrAfterTheStopIsNotDisturbed) {
+    ClientBench bench{TunnelClientConfig()};
+    bench.Client().SetServer(bench.Now(), kServer);
+    EXPECT_EQ(bench.Take(), "\n");
+    bench.Client().Start(bench.Now());
+    bench.Client().Stop();
+    bench.Client().SetServer(bench.Now(), kServerData);
+    EXPECT_EQ(bench.Take(), R"(
+0.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+)");
+    EXPECT_EQ(bench.Client().NextTime(), std::nullopt);
+}
+
+TEST(TunnelClient, AServerThatHasMovedCountsFromTheNextTryOn) {
+    ClientBench bench;
+    bench.Connect();
+    bench.Client().SetServer(bench.Now(), kStranger);
+    bench.Receive(kStranger, kRequest + "00" + kSwitchOnInd);
+    bench.Receive(kServer, kDisconnectRequest);
+    bench.Receive(kStranger, "061002060014 1600 0801c0a801fe0e57 040411fa");
+    EXPECT_EQ(bench.Take(), R"(
+10.000 < stranger 061004200015 041500002900bce011040a03010081
+10.000 ! the sender is not the KNXnet/IP server
+10.000 < server 061002090010 15000801c0a801020e57
+10.000 > server 0610020a0008 1500
+10.000 ! disconnected: the server closed the connection, 0 ms
+10.000 > stranger 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+10.000 < stranger 061002060014 16000801c0a801fe0e57040411fa
+10.000 ! connected as 1.1.250
+)");
+}
+
 TEST(TunnelClient, RefusesABrokenConfiguration) {
     TunnelClientConfig config;
+    config.server = {kServer.address, 0};
+    EXPECT_THROW(ClientBench{config}, std::invalid_argument);
+    config.server = {0, kServer.port};
     EXPECT_THROW(ClientBench{config}, std::invalid_argument);
     config = Config();
     config.queueLimit = 0;
     EXPECT_THROW(ClientBench{config}, std::invalid_argument);
+    ClientBench bench;
+    EXPECT_THROW(bench.Client().SetServer(bench.Now(), Endpoint()), std::invalid_argument);
 }
 
 } // namespace
