@@ -154,6 +154,7 @@ TEST_F(Daemon, TellsItsStoryInTheLog) {
 
 TEST_F(Daemon, EndsItsTunnelsWhenItIsTerminated) {
     RawTunnel tunnel(m_port);
+    ASSERT_TRUE(m_daemon.WaitForLog("configured and running"));
     m_daemon.Signal(SIGINT);
     EXPECT_TRUE(tunnel.WasDisconnected(milliseconds(6000)));
     EXPECT_EQ(0, m_daemon.WaitForEnd(milliseconds(6000)));
