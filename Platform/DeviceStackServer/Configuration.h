@@ -21,16 +21,12 @@ struct Configuration {
     unsigned history = 16;                   ///< values kept for each data point
     std::vector<std::string> restartCommand; ///< empty = only logged and published
     std::vector<std::string> ntpCommand;     ///< the same; "true" or "false" follows as the last argument
-    std::string logLevel = "INFO";
-    std::string logFile; ///< "" = standard error
+    std::string logLevel = "info";           ///< in lower case
+    std::string logFile;                     ///< "" = standard error
 };
 
-/// Reads the text of a configuration file into `configuration`; relative paths count from `directory`. "" or
-/// one sentence: place and cause.
-std::string ReadConfiguration(std::string_view text, const std::string& directory,
-                              Configuration& configuration);
-
-/// "" when the level is one that the log knows, else a sentence.
-std::string LogLevelFault(const std::string& level);
+/// Reads `text`, which stands in the file `path`, into `configuration`; relative paths count from the file's
+/// directory. "" or one sentence, "file: place: cause", and `configuration` is untouched.
+std::string ReadConfiguration(std::string_view text, const std::string& path, Configuration& configuration);
 
 } // namespace DeviceStackServer

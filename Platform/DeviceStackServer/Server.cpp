@@ -1,8 +1,8 @@
 #include "DeviceStackServer/Server.h"
 
+#include "DaemonSupport/ServiceManager.h"
 #include "DeviceStackServer/CheckValue.h"
 #include "DeviceStackServer/ServerImpl.h"
-#include "DeviceStackServer/ServiceNotification.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
@@ -83,7 +83,7 @@ void Server::Impl::Run() {
     Accept();
     OnClockWake();
     LOG4CPLUS_INFO(Log(), "Ready: " << m_configuration.project << " at " << m_configuration.socket << '.');
-    NotifyServiceManager("READY=1");
+    DaemonSupport::NotifyServiceManager("READY=1");
     while (!m_stopped) {
         try {
             m_context.run();
@@ -91,7 +91,7 @@ void Server::Impl::Run() {
             LOG4CPLUS_ERROR(Log(), "A message was not carried out: " << error.what() << '.');
         }
     }
-    NotifyServiceManager("STOPPING=1");
+    DaemonSupport::NotifyServiceManager("STOPPING=1");
     m_listener.Close();
     for (const auto& [connection, session] : m_sessions)
         session->Close();

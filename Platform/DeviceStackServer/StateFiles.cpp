@@ -92,6 +92,14 @@ void StateFiles::Save(const std::string& name, std::string content) {
     });
 }
 
+std::string IdConflictOnDisk(const std::string& directory, const ProjectFile::Project& project) {
+    std::string error;
+    StateImage image;
+    if (const auto content = ReadFile(directory + '/' + kIds, error))
+        ReadIds(*content, image);
+    return IdConflict(image, project);
+}
+
 void StateFiles::Finish() {
     m_writer.join();
 }

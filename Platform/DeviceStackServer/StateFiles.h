@@ -46,4 +46,8 @@ private:
     boost::asio::thread_pool m_writer{1};
 };
 
+/// IdConflict() with the ids of the directory, for checks before a start. "" also without a file of ids that
+/// can be read: a start would go on without it.
+std::string IdConflictOnDisk(const std::string& directory, const ProjectFile::Project& project);
+
 } // namespace DeviceStackServer

@@ -1,9 +1,13 @@
+#include "DaemonSupport/LogSettings.h"
 #include "DeviceStackServer/Configuration.h"
 #include "DeviceStackServer/Files.h"
 #include "DeviceStackServer/Server.h"
+#include "DeviceStackServer/StateFiles.h"
+#include "ProjectFile/JsonMembers.h"
 #include "ProjectFile/Project.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <log4cplus/configurator.h>
 #include <log4cplus/consoleappender.h>
 #include <log4cplus/fileappender.h>
@@ -11,8 +15,9 @@
 #include <log4cplus/loggingmacros.h>
 
 #include <csignal>
-#include <filesystem>
 #include <iostream>
+#include <optional>
+#include <tuple>
 
 namespace {
 
@@ -22,43 +27,50 @@ constexpr int kConfigurationError = 2;
 constexpr const char* kDefaultConfiguration = "/etc/devicestack/devicestackd.json";
 
 struct Options {
-    std::string config;
-    std::string project;
-    std::string socket;
-    std::string stateDirectory;
-    std::string logLevel;
+    std::optional<std::string> config;
+    std::optional<std::string> project;
+    std::optional<std::string> socket;
+    std::optional<std::string> stateDirectory;
+    std::optional<std::string> logLevel;
     bool checkConfig = false;
+
+    std::string ConfigPath() const { return config.value_or(kDefaultConfiguration); }
 };
 
-/// The file, if there is one, and what the command line says over it. "" or one sentence.
-std::string Configure(const Options& options, Configuration& configuration) {
-    const bool given = !options.config.empty();
-    const auto path = given ? options.config : std::string(kDefaultConfiguration);
+/// Reads the configuration file, if there is one. "" or one sentence.
+std::string ReadFile(const Options& options, Configuration& configuration) {
+    const auto path = options.ConfigPath();
     std::string error;
     const auto text = DeviceStackServer::ReadFile(path, error);
     if (!error.empty())
         return path + ": cannot be read: " + error;
-    if (!text && given)
-        return path + ": there is no such file";
-    if (text) {
-        const auto directory = std::filesystem::absolute(path).parent_path().string();
-        const auto fault = DeviceStackServer::ReadConfiguration(*text, directory, configuration);
-        if (!fault.empty())
-            return path + ':' + (fault.front() == '/' ? " " : "") + fault;
+    if (text)
+        return DeviceStackServer::ReadConfiguration(*text, path, configuration);
+    return options.config ? path + ": there is no such file" : std::string();
+}
+
+/// The file, if there is one, and what the command line says over it. "" or one sentence.
+std::string Configure(const Options& options, Configuration& configuration) {
+    if (auto error = ReadFile(options, configuration); !error.empty())
+        return error;
+    const std::tuple<const char*, const std::optional<std::string>&, std::string&> paths[] = {
+        {"--project", options.project, configuration.project},
+        {"--socket", options.socket, configuration.socket},
+        {"--state-dir", options.stateDirectory, configuration.stateDirectory}};
+    for (const auto& [name, option, member] : paths) {
+        if (option && option->empty())
+            return std::string(name) + ": must be a path, not an empty text";
+        member = option.value_or(member);
     }
-    const auto take = [](const std::string& option, std::string& member) {
-        if (!option.empty())
-            member = option;
-    };
-    take(options.project, configuration.project);
-    take(options.socket, configuration.socket);
-    take(options.stateDirectory, configuration.stateDirectory);
-    take(options.logLevel, configuration.logLevel);
-    if (const auto fault = DeviceStackServer::LogLevelFault(configuration.logLevel); !fault.empty())
-        return "--log-level: " + fault;
+    if (options.logLevel) {
+        const auto level = DaemonSupport::LogLevelOf(*options.logLevel);
+        if (!level)
+            return fmt::format("--log-level: must be {}", DaemonSupport::kLogLevels);
+        configuration.logLevel = *level;
+    }
     if (configuration.project.empty())
-        return (text ? path + ": /project: " : std::string()) +
-               "no project file is named; name it in the configuration or with --project";
+        return options.ConfigPath() +
+               ": /project: no project file is named; name it in the configuration or with --project";
     return {};
 }
 
@@ -71,10 +83,8 @@ void ConfigureLog(const Configuration& configuration) {
                                                std::ios_base::app, true, true);
     appender->setLayout(
         std::make_unique<log4cplus::PatternLayout>(LOG4CPLUS_TEXT("%D{%Y-%m-%d %H:%M:%S.%q} %-5p %c: %m%n")));
-    auto root = log4cplus::Logger::getRoot();
-    root.addAppender(appender);
-    root.setLogLevel(
-        log4cplus::getLogLevelManager().fromString(LOG4CPLUS_STRING_TO_TSTRING(configuration.logLevel)));
+    log4cplus::Logger::getRoot().addAppender(appender);
+    DaemonSupport::SetLogLevel(configuration.logLevel);
 }
 
 int Refuse(const std::string& error) {
@@ -82,12 +92,22 @@ int Refuse(const std::string& error) {
     return kConfigurationError;
 }
 
+/// What is wrong with the project, as far as can be told without starting: one sentence each.
+std::vector<std::string> FaultsOf(const Configuration& configuration, const ProjectFile::LoadResult& loaded) {
+    if (!loaded)
+        return loaded.errors;
+    const auto conflict = DeviceStackServer::IdConflictOnDisk(configuration.stateDirectory, *loaded.project);
+    return conflict.empty() ? std::vector<std::string>()
+                            : std::vector<std::string>{configuration.project + ": " + conflict};
+}
+
 /// `devicestackd check`: all that is wrong with the project.
 int Check(const Configuration& configuration) {
     const auto loaded = ProjectFile::LoadProject(configuration.project);
-    for (const auto& error : loaded.errors)
-        std::cerr << error << '\n';
-    if (!loaded)
+    const auto faults = FaultsOf(configuration, loaded);
+    for (const auto& fault : faults)
+        std::cerr << fault << '\n';
+    if (!faults.empty())
         return kConfigurationError;
     std::cout << configuration.project << ": " << loaded.project->dataPoints.size() << " data points of "
               << loaded.project->device << ", no errors\n";
@@ -95,12 +115,15 @@ int Check(const Configuration& configuration) {
 }
 
 int CheckConfig(const Configuration& configuration) {
-    const auto loaded = ProjectFile::LoadProject(configuration.project);
-    return loaded ? 0 : Refuse(loaded.Error());
+    const auto faults = FaultsOf(configuration, ProjectFile::LoadProject(configuration.project));
+    return faults.empty() ? 0 : Refuse(ProjectFile::FirstOf(faults));
 }
 
-int Serve(const Configuration& configuration) {
+int Serve(const Options& options, const Configuration& configuration) {
     std::signal(SIGPIPE, SIG_IGN);
+    if (!configuration.logFile.empty())
+        if (const auto fault = DaemonSupport::LogFileFault(configuration.logFile); !fault.empty())
+            return Refuse(options.ConfigPath() + ": /log/file: " + fault);
     const log4cplus::Initializer log;
     ConfigureLog(configuration);
     DeviceStackServer::Server server(configuration, DEVICESTACK_VERSION);
@@ -121,7 +144,7 @@ int main(int argc, char** argv) {
     app.add_option("--socket", options.socket, "Socket that clients connect to")->option_text("PATH");
     app.add_option("--state-dir", options.stateDirectory, "Directory for persistent values")
         ->option_text("DIR");
-    app.add_option("--log-level", options.logLevel, "TRACE, DEBUG, INFO, WARN, ERROR, FATAL or OFF")
+    app.add_option("--log-level", options.logLevel, "trace, debug, info, warn, error, fatal or off")
         ->option_text("LEVEL");
     app.add_flag("--check-config", options.checkConfig, "Check configuration and project, and end");
     app.set_version_flag("--version", "devicestackd " DEVICESTACK_VERSION);
@@ -141,7 +164,7 @@ int main(int argc, char** argv) {
             return Check(configuration);
         if (options.checkConfig)
             return CheckConfig(configuration);
-        return Serve(configuration);
+        return Serve(options, configuration);
     } catch (const std::exception& error) {
         std::cerr << "devicestackd: " << error.what() << '\n';
         return 1;

@@ -7,8 +7,6 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -47,12 +45,6 @@ KnxDevice::GroupObjectTable Configuration::MakeTable() const {
     return KnxDevice::GroupObjectTable(definitions);
 }
 
-bool IsLogLevel(std::string_view level) {
-    static constexpr std::array<std::string_view, 6> kLevels = {"trace", "debug", "info",
-                                                                "warn",  "error", "off"};
-    return std::find(kLevels.begin(), kLevels.end(), level) != kLevels.end();
-}
-
 bool IsIpv4Address(const std::string& text) {
     in_addr address{};
     return inet_pton(AF_INET, text.c_str(), &address) == 1;
@@ -77,11 +69,8 @@ Configuration ParseConfiguration(std::string_view text, const std::string& path)
     Configuration configuration;
     if (const auto root = ProjectFile::ParseJson(text, errors))
         configuration = ConfigurationReader(path, errors).Read(*root);
-    const auto found = errors.Take();
-    if (found.size() > 1)
-        throw ConfigurationError(fmt::format("{} (and {} more)", found.front(), found.size() - 1));
-    if (!found.empty())
-        throw ConfigurationError(found.front());
+    if (!errors.Empty())
+        throw ConfigurationError(ProjectFile::FirstOf(errors.Take()));
     return configuration;
 }
 

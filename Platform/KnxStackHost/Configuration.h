@@ -56,8 +56,8 @@ struct ProgramSettings {
 };
 
 struct LogSettings {
-    std::string level = "info";
-    std::string file; ///< absolute path; "" = standard error alone
+    std::string level = "info"; ///< in lower case
+    std::string file;           ///< absolute path; "" = standard error alone
 };
 
 struct Configuration {
@@ -75,9 +75,6 @@ struct Configuration {
     /// The tables of the group objects.
     KnxDevice::GroupObjectTable MakeTable() const;
 };
-
-/// True for "trace", "debug", "info", "warn", "error" and "off".
-bool IsLogLevel(std::string_view level);
 
 /// True for four decimal numbers with dots.
 bool IsIpv4Address(const std::string& text);

@@ -1,5 +1,7 @@
 #include "KnxStackHost/ConfigurationReader.h"
 
+#include "DaemonSupport/LogSettings.h"
+
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <netinet/in.h>
@@ -38,11 +40,8 @@ Configuration ConfigurationReader::Read(const json::value& value) {
     ReadGroupObjects(root);
     ReadProgram(root);
     ReadLog(root);
-    m_result.deviceStackSocket = root.Text("deviceStackSocket").value_or("");
-    if (!m_result.deviceStackSocket.empty())
-        m_result.deviceStackSocket = Absolute(m_result.deviceStackSocket);
-    if (const auto project = root.Text("project"))
-        m_result.project = Absolute(*project);
+    m_result.deviceStackSocket = root.Path("deviceStackSocket", m_result.directory).value_or("");
+    m_result.project = root.Path("project", m_result.directory).value_or("");
     return std::move(m_result);
 }
 
@@ -155,14 +154,13 @@ void ConfigurationReader::ReadLog(Members& root) {
     if (object == nullptr)
         return;
     Members log(*object, root.PlaceOf("log"), m_errors, {"level", "file"});
-    if (const auto level = log.Text("level")) {
-        if (!IsLogLevel(*level))
-            m_errors.Add(log.PlaceOf("level"),
-                         "must be \"trace\", \"debug\", \"info\", \"warn\", \"error\" or \"off\"");
-        m_result.log.level = *level;
+    if (const auto text = log.Text("level")) {
+        const auto level = DaemonSupport::LogLevelOf(*text);
+        if (!level)
+            m_errors.Add(log.PlaceOf("level"), fmt::format("must be {}", DaemonSupport::kLogLevels));
+        m_result.log.level = level.value_or(m_result.log.level);
     }
-    if (const auto file = log.Text("file"))
-        m_result.log.file = Absolute(*file);
+    m_result.log.file = log.Path("file", m_result.directory).value_or("");
 }
 
 void ConfigurationReader::ReadIpv4(Members& members, std::string_view name, std::string& address) {

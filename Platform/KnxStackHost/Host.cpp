@@ -1,7 +1,7 @@
 #include "KnxStackHost/Host.h"
 
-#include "KnxStackHost/Logging.h"
-#include "KnxStackHost/ServiceManager.h"
+#include "DaemonSupport/LogSettings.h"
+#include "DaemonSupport/ServiceManager.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
@@ -64,7 +64,7 @@ bool Host::Run() {
         m_application.Start();
     }
     LOG4CPLUS_INFO(Log(), "ready");
-    NotifyServiceManager("READY=1");
+    DaemonSupport::NotifyServiceManager("READY=1");
     m_link.Run();
     if (m_abandoned)
         m_application.Abandon();
@@ -75,7 +75,7 @@ bool Host::Run() {
 void Host::Terminate() {
     if (std::exchange(m_terminating, true))
         return;
-    NotifyServiceManager("STOPPING=1");
+    DaemonSupport::NotifyServiceManager("STOPPING=1");
     m_application.RequestStop();
     m_link.After(kPatience, [this] {
         LOG4CPLUS_ERROR(Log(),
@@ -100,7 +100,7 @@ void Host::Apply() {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());
     m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
-    SetLogLevel(m_next->log.level);
+    DaemonSupport::SetLogLevel(m_next->log.level);
     m_next.reset();
     LOG4CPLUS_INFO(Log(), fmt::format("the new configuration is in force, with {} group objects",
                                       m_objects.Tables()->Count()));

@@ -6,10 +6,7 @@
 namespace KnxStackHost {
 
 /// Sends all loggers to standard error and, when one is named, to the end of a file: time, level, logger,
-/// message. Before the first logger is used. Throws ConfigurationError when the file cannot be written.
+/// message. Before the first logger is used. Whether the file can be written is for the caller to see to.
 void StartLogging(const LogSettings& settings);
-
-/// Changes the level of all loggers; one of those IsLogLevel() knows.
-void SetLogLevel(const std::string& level);
 
 } // namespace KnxStackHost

@@ -1,4 +1,5 @@
 // knxstackd: the KNX stack host.
+#include "DaemonSupport/LogSettings.h"
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/HandlerRegistry.h"
 #include "KnxStackHost/Host.h"
@@ -36,7 +37,7 @@ struct CommandLine {
 void Describe(CLI::App& app, CommandLine& line) {
     const auto known = [](auto&& holds, const char* cause) {
         return [holds, cause](const std::string& text) {
-            return holds(text) ? std::string() : std::string(cause);
+            return static_cast<bool>(holds(text)) ? std::string() : std::string(cause);
         };
     };
     app.add_option("--config", line.configFile, "Configuration file")->capture_default_str();
@@ -47,8 +48,8 @@ void Describe(CLI::App& app, CommandLine& line) {
     app.add_option("--knx-address", line.knxAddress, "IPv4 address that the KNXnet/IP server listens on")
         ->check(CLI::Validator(known(KnxStackHost::IsIpv4Address, "is no IPv4 address"), "IPV4"));
     app.add_option("--device-stack-socket", line.deviceStackSocket, "Socket of the device stack");
-    app.add_option("--log-level", line.logLevel, "trace, debug, info, warn, error or off")
-        ->check(CLI::Validator(known(KnxStackHost::IsLogLevel, "is no log level"), "LEVEL"));
+    app.add_option("--log-level", line.logLevel, "trace, debug, info, warn, error, fatal or off")
+        ->check(CLI::Validator(known(DaemonSupport::LogLevelOf, "is no log level"), "LEVEL"));
     app.add_subcommand("check", "Compare the group objects with the bindings of the project file")
         ->fallthrough();
     app.set_version_flag("--version", "knxstackd " KNXSTACKD_VERSION);
@@ -60,7 +61,8 @@ Configuration ReadConfiguration(const CommandLine& line) {
     configuration.server.port = line.knxPort.value_or(configuration.server.port);
     configuration.server.address = line.knxAddress.value_or(configuration.server.address);
     configuration.deviceStackSocket = line.deviceStackSocket.value_or(configuration.deviceStackSocket);
-    configuration.log.level = line.logLevel.value_or(configuration.log.level);
+    configuration.log.level =
+        DaemonSupport::LogLevelOf(line.logLevel.value_or(configuration.log.level)).value();
     if (KnxStackHost::LeadsBackToServer(configuration))
         throw ConfigurationError(fmt::format(
             "{}: /interface: {}:{} is this host's own server; every telegram would go round for ever",
@@ -80,6 +82,9 @@ int Serve(const CommandLine& line) {
     auto configuration = ReadConfiguration(line);
     EnterEnvironment(configuration);
     const log4cplus::Initializer logging;
+    if (const auto& file = configuration.log.file; !file.empty())
+        if (const auto fault = DaemonSupport::LogFileFault(file); !fault.empty())
+            throw ConfigurationError(fmt::format("{}: /log/file: {}", line.configFile, fault));
     KnxStackHost::StartLogging(configuration.log);
     const auto library = KnxStackHost::LoadProgramLibrary(configuration.program.library);
     KnxStackHost::CheckProjectFile(configuration);
@@ -96,7 +101,7 @@ int Serve(const CommandLine& line) {
     std::_Exit(EXIT_FAILURE);
 }
 
-/// `check`: one line per finding.
+/// `check`: one line per finding; faults go to standard error, the rest to standard output.
 int CheckProject(const CommandLine& line) {
     const auto configuration = ReadConfiguration(line);
     if (configuration.project.empty())
@@ -104,12 +109,12 @@ int CheckProject(const CommandLine& line) {
                                  ": /project: is missing, so there is nothing to compare with");
     const auto loaded = ProjectFile::LoadProject(configuration.project);
     for (const auto& error : loaded.errors)
-        fmt::print("{}\n", error);
+        fmt::print(stderr, "{}\n", error);
     if (!loaded)
         return kConfigurationExit;
     const auto findings = KnxStackHost::CompareWithProject(configuration, *loaded.project);
     for (const auto& fault : findings.faults)
-        fmt::print("{}: {}\n", configuration.project, fault);
+        fmt::print(stderr, "{}: {}\n", configuration.project, fault);
     for (const auto& note : findings.notes)
         fmt::print("{}: note: {}\n", line.configFile, note);
     fmt::print("{} group objects, {} data points: {} faults, {} notes\n", configuration.groupObjects.size(),

@@ -6,6 +6,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <numeric>
 
 namespace ProjectFile {
@@ -57,6 +58,13 @@ std::string_view KindOf(const json::value& value) {
 
 void ErrorList::Add(std::string_view place, std::string_view cause) {
     m_errors.push_back(fmt::format("{}: {}: {}", m_fileName, place.empty() ? "/" : place, cause));
+}
+
+std::string FirstOf(const std::vector<std::string>& errors) {
+    if (errors.size() < 2) {
+        return errors.empty() ? std::string() : errors.front();
+    }
+    return fmt::format("{} (and {} more)", errors.front(), errors.size() - 1);
 }
 
 std::string Place(std::string_view parent, std::string_view member) {
@@ -138,6 +146,18 @@ std::optional<std::string> JsonMembers::Text(std::string_view name) {
         return std::nullopt;
     }
     return std::string(value->get_string().data(), value->get_string().size());
+}
+
+std::optional<std::string> JsonMembers::Path(std::string_view name, const std::string& directory) {
+    const auto text = Text(name);
+    if (!text) {
+        return std::nullopt;
+    }
+    if (text->empty()) {
+        m_errors.Add(PlaceOf(name), "must be a path, not an empty text");
+        return std::nullopt;
+    }
+    return (std::filesystem::path(directory) / *text).string();
 }
 
 const json::object* JsonMembers::Object(std::string_view name) {

@@ -30,6 +30,9 @@ private:
     std::vector<std::string> m_errors;
 };
 
+/// The first error, with the number of further ones behind it; "" when there is none.
+std::string FirstOf(const std::vector<std::string>& errors);
+
 /// The JSON text as a value, null after a syntax error or a member that stands twice in one object; the error
 /// then names line and column.
 std::optional<boost::json::value> ParseJson(std::string_view text, ErrorList& errors);
@@ -58,6 +61,8 @@ public:
     std::optional<std::uint64_t> Number(std::string_view name, std::uint64_t min, std::uint64_t max);
     std::optional<bool> Boolean(std::string_view name);
     std::optional<std::string> Text(std::string_view name);
+    /// A path, made absolute by `directory`; an empty text is an error.
+    std::optional<std::string> Path(std::string_view name, const std::string& directory);
     const boost::json::object* Object(std::string_view name);
     const boost::json::array* Array(std::string_view name);
 

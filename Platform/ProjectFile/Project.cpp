@@ -1,5 +1,7 @@
 #include "ProjectFile/Project.h"
 
+#include "ProjectFile/JsonMembers.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -84,10 +86,7 @@ void Project::BuildIndex() {
 }
 
 std::string LoadResult::Error() const {
-    if (errors.size() < 2) {
-        return errors.empty() ? std::string() : errors.front();
-    }
-    return fmt::format("{} (and {} more)", errors.front(), errors.size() - 1);
+    return FirstOf(errors);
 }
 
 } // namespace ProjectFile

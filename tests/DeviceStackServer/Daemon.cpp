@@ -179,8 +179,8 @@ json::value RawClient::Register(const std::string& name, const std::string& more
 Daemon::Daemon(const std::string& project, const std::string& configuration) {
     WriteText(ProjectPath(), project);
     WriteText(directory / "devicestackd.json",
-              R"({"project":"project.json","socket":"run/socket","stateDirectory":"state","saveDelay":0)" +
-                  (configuration.empty() ? "" : "," + configuration) + "}");
+              R"({"project":"project.json","socket":"run/socket","stateDirectory":"state",)" +
+                  (configuration.empty() ? R"("saveDelay":0)" : configuration) + "}");
 }
 
 std::vector<std::string> Daemon::Arguments() const {

@@ -86,7 +86,8 @@ private:
 /// A running devicestackd.
 class Daemon {
 public:
-    /// `configuration`: members of devicestackd.json besides project, socket and stateDirectory.
+    /// `configuration`: members of devicestackd.json besides project, socket and stateDirectory; without any,
+    /// values are saved at once.
     explicit Daemon(const std::string& project, const std::string& configuration = "");
 
     /// Starts it and waits for "Ready". False when it ended instead.

@@ -138,16 +138,50 @@ TEST(DaemonLife, ABadConfigurationIsOneSentenceAndStatus2) {
     WriteText(directory / "c.json", R"({"project":"p.json","socket":5})");
     auto ended = RunToEnd({"--config", directory / "c.json"});
     EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.output, "devicestackd: " + directory.Path() + "/c.json: /socket: must be a text\n");
+    EXPECT_EQ(ended.output, "devicestackd: " + directory.Path() +
+                                "/c.json: /socket: must be a text in quotation marks: \"5\"\n");
     ended = RunToEnd({"--config", directory / "none.json"});
     EXPECT_EQ(ended.status, 2);
     EXPECT_EQ(ended.output, "devicestackd: " + directory.Path() + "/none.json: there is no such file\n");
     WriteText(directory / "c.json", "{\n]");
     ended = RunToEnd({"--config", directory / "c.json"});
-    EXPECT_THAT(ended.output, HasSubstr("/c.json:2:1: not JSON: "));
+    EXPECT_THAT(ended.output, HasSubstr("/c.json: 2:1: not JSON: "));
     EXPECT_EQ(RunToEnd({"--no-such-option"}).status, 2);
     EXPECT_EQ(RunToEnd({"--project", "x", "--log-level", "LOUD"}).status, 2);
+    WriteText(directory / "c.json", R"({"project":"p.json"})");
+    for (const std::string option : {"--project", "--socket", "--state-dir"}) {
+        ended = RunToEnd({"--config", directory / "c.json", option, ""});
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_EQ(ended.output, "devicestackd: " + option + ": must be a path, not an empty text\n");
+    }
     EXPECT_FALSE(std::filesystem::exists(directory / "state"));
+}
+
+TEST(DaemonLife, ALogFileThatCannotBeWrittenIsStatus2) {
+    Daemon daemon(kDaemonProject, R"("log":{"file":"no/such/place.log"})");
+    const auto ended = RunToEnd({"--config", daemon.directory / "devicestackd.json"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.output, "devicestackd: " + daemon.directory.Path() +
+                                "/devicestackd.json: /log/file: " + daemon.directory.Path() +
+                                "/no/such/place.log cannot be written: No such file or directory\n");
+    EXPECT_FALSE(std::filesystem::exists(daemon.directory / "state"));
+    EXPECT_FALSE(std::filesystem::exists(daemon.directory / "run"));
+}
+
+TEST(DaemonLife, AProjectAgainstTheIdsGivenBeforeIsRefusedByTheChecksToo) {
+    Daemon daemon(kDaemonProject);
+    std::filesystem::create_directory(daemon.directory / "state");
+    WriteText(daemon.directory / "state/ids.json", R"({"version":1,"ids":{"urn:oxn:dp:house:Plain":4711}})");
+    const auto configuration = daemon.directory / "devicestackd.json";
+    const auto started = RunToEnd({"--config", configuration});
+    EXPECT_EQ(started.status, 2);
+    EXPECT_THAT(started.output, HasSubstr("urn:oxn:dp:house:Plain"));
+    const auto checkedConfiguration = RunToEnd({"--config", configuration, "--check-config"});
+    EXPECT_EQ(checkedConfiguration.status, 2);
+    EXPECT_EQ(checkedConfiguration.output, started.output);
+    const auto checkedProject = RunToEnd({"check", "--config", configuration});
+    EXPECT_EQ(checkedProject.status, 2);
+    EXPECT_EQ("devicestackd: " + checkedProject.output, started.output);
 }
 
 TEST(DaemonLife, ABadProjectIsStatus2AndCheckListsEveryError) {

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -162,7 +164,21 @@ TEST_F(StartupError, BadArgumentValue) {
 
 TEST_F(StartupError, LogFileThatCannotBeWritten) {
     ExpectRefusal(TestConfiguration("", R"(, "log": {"file": "no/such/place.log"})"),
-                  {"/log/file", "place.log", "No such file or directory"});
+                  {"/knxstackd.json: /log/file: ", "place.log cannot be written: No such file or directory"});
+}
+
+TEST_F(StartupError, EmptyPaths) {
+    ExpectRefusal(TestConfiguration("", R"(, "log": {"file": ""})"),
+                  {"/knxstackd.json: /log/file: must be a path, not an empty text"});
+    for (const std::string name : {"project", "deviceStackSocket"})
+        ExpectRefusal(TestConfiguration("", R"(, ")" + name + R"(": "")"),
+                      {"/knxstackd.json: /" + name + ": must be a path, not an empty text"});
+}
+
+TEST_F(StartupError, LogLevelsInUpperCaseAreTaken) {
+    DaemonProcess daemon(m_directory, TestConfiguration("", R"(, "log": {"level": "WARN"})"),
+                         {"--check-config", "--log-level", "INFO"});
+    EXPECT_EQ(0, daemon.WaitForEnd(milliseconds(10000))) << daemon.Log();
 }
 
 TEST_F(StartupError, CheckConfigStartsNothing) {
@@ -181,6 +197,14 @@ TEST_F(StartupError, CheckComparesWithTheProject) {
     EXPECT_THAT(check.Log(),
                 HasSubstr("project.json: data point 2002 \"Gone\": CO 99: there is no such group object\n"));
     EXPECT_THAT(check.Log(), HasSubstr("5 group objects, 10 data points: 1 faults, 4 notes\n"));
+
+    const auto file = (m_directory.Path() / "knxstackd.json").string();
+    const auto directory = m_directory.Path().string();
+    const auto command =
+        KNXSTACKD " --config " + file + " check >" + directory + "/out 2>" + directory + "/err";
+    EXPECT_NE(0, std::system(command.c_str()));
+    EXPECT_EQ(1u, CountOf(m_directory.Read("err"), "\n")) << "faults go to standard error";
+    EXPECT_EQ(5u, CountOf(m_directory.Read("out"), "\n")) << "notes and the summary do not";
 }
 
 TEST_F(StartupError, CheckNeedsAProject) {

@@ -1,4 +1,4 @@
-#include "KnxStackHost/ServiceManager.h"
+#include "DaemonSupport/ServiceManager.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace KnxStackHost {
+namespace DaemonSupport {
 
 void NotifyServiceManager(std::string_view state) {
     const char* const path = std::getenv("NOTIFY_SOCKET");
@@ -29,4 +29,4 @@ void NotifyServiceManager(std::string_view state) {
     ::close(socket);
 }
 
-} // namespace KnxStackHost
+} // namespace DaemonSupport

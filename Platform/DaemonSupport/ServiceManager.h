@@ -3,10 +3,10 @@
 
 #include <string_view>
 
-namespace KnxStackHost {
+namespace DaemonSupport {
 
 /// Sends `state` ("READY=1") to the datagram socket that NOTIFY_SOCKET names, as systemd's Type=notify
 /// expects. Nothing when the variable is not set; a manager that does not listen is none of our business.
 void NotifyServiceManager(std::string_view state);
 
-} // namespace KnxStackHost
+} // namespace DaemonSupport
