@@ -64,18 +64,15 @@ std::uint16_t DscKnxAppPrg::KnxHandler::GetCOFromID(std::uint32_t id, const std:
                                   << id << " Urn " << urn << " for "
                                   << (mode == OpMode::Reading ? "reading" : "writing"));
     const std::lock_guard lock(mapMutex); // plug-ins included: two callers must not ask for the same ID
-    const auto entry = idMap.find(id);
+    const IdMapEntry* const entry = FindId(id);
     std::uint16_t co = 0;
-    if (entry != idMap.end())
-        co = mode == OpMode::Reading ? entry->second.coRead : entry->second.coWrite;
+    if (entry != nullptr)
+        co = mode == OpMode::Reading ? entry->coRead : entry->coWrite;
     if (co != 0) {
-        if (const auto known = coMap.find(co); known != coMap.end())
-            dpt = known->second.dpt;
+        dpt = (mode == OpMode::Reading ? entry->ofCoRead : entry->ofCoWrite)->dpt;
     } else {
         co = AskCOFromID(id, urn, dpt, mode);
-        // A failed look-up is remembered too: later calls for the ID get it from here.
-        coMap.try_emplace(co, CoMapEntry{id, dpt});
-        RememberCoOfId(id, co, mode);
+        RememberPair(id, co, dpt, mode); // a failed look-up too: later calls for the ID get it from here
     }
     LOG4CPLUS_DEBUG(m_logger,
                     "GetCOFromID(): Returning CO " << co << " and DPT " << dpt.main << "." << dpt.sub);
@@ -104,12 +101,28 @@ std::uint16_t DscKnxAppPrg::KnxHandler::AskCOFromID(std::uint32_t id, const std:
     return ask();
 }
 
-void DscKnxAppPrg::KnxHandler::RememberCoOfId(std::uint32_t id, std::uint16_t co, OpMode mode) {
-    IdMapEntry& entry = idMap[id];
-    if (mode == OpMode::Writing && entry.coWrite == 0)
+/// Null when there is none.
+DscKnxAppPrg::KnxHandler::IdMapEntry* DscKnxAppPrg::KnxHandler::FindId(std::uint32_t id) {
+    if (m_recentId == nullptr || m_recentId->first != id) {
+        const auto found = idMap.find(id);
+        m_recentId = found != idMap.end() ? &*found : nullptr;
+    }
+    return m_recentId != nullptr ? &m_recentId->second : nullptr;
+}
+
+/// The first pair recorded for a CO stays, and so does the first CO of an ID in each direction.
+void DscKnxAppPrg::KnxHandler::RememberPair(std::uint32_t id, std::uint16_t co, const KNXDPT& dpt,
+                                            OpMode mode) {
+    IdMap::value_type& ofId = *idMap.try_emplace(id).first;
+    const CoMapEntry& ofCo = coMap.try_emplace(co, CoMapEntry{id, dpt, &ofId}).first->second;
+    IdMapEntry& entry = ofId.second;
+    if (mode == OpMode::Writing && entry.coWrite == 0) {
         entry.coWrite = co;
-    else if (mode == OpMode::Reading && entry.coRead == 0)
+        entry.ofCoWrite = &ofCo;
+    } else if (mode == OpMode::Reading && entry.coRead == 0) {
         entry.coRead = co;
+        entry.ofCoRead = &ofCo;
+    }
 }
 
 std::uint32_t DscKnxAppPrg::KnxHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dpt, OpMode mode) {
@@ -124,6 +137,7 @@ std::uint32_t DscKnxAppPrg::KnxHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dp
         if (const auto entry = coMap.find(co); entry != coMap.end()) {
             id = entry->second.id;
             dpt = entry->second.dpt;
+            m_recentId = entry->second.ofId; // its states are asked for next
             known = true;
         }
     }
@@ -139,10 +153,8 @@ std::uint32_t DscKnxAppPrg::KnxHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dp
                             "GetIDFromCO(): ID = '" << id << "' is invalid from CO =  '" << co << "'");
         } else {
             const std::lock_guard lock(mapMutex);
-            if (generation == m_mapGeneration) {
-                coMap.try_emplace(co, CoMapEntry{id, dpt});
-                RememberCoOfId(id, co, mode);
-            }
+            if (generation == m_mapGeneration)
+                RememberPair(id, co, dpt, mode);
         }
     }
     LOG4CPLUS_DEBUG(m_logger,
@@ -280,11 +292,11 @@ void DscKnxAppPrg::KnxHandler::FillIdUrnMap(const json::value& processView) {
 
 DscKnxAppPrg::KnxHandler::TriState DscKnxAppPrg::KnxHandler::CachedState(std::uint32_t id,
                                                                          TriState IdMapEntry::*field,
-                                                                         std::uint64_t& generation) const {
+                                                                         std::uint64_t& generation) {
     const std::lock_guard lock(mapMutex);
     generation = m_mapGeneration;
-    const auto entry = idMap.find(id);
-    return entry != idMap.end() ? entry->second.*field : TriState::NotAsked;
+    const IdMapEntry* const entry = FindId(id);
+    return entry != nullptr ? entry->*field : TriState::NotAsked;
 }
 
 void DscKnxAppPrg::KnxHandler::RememberState(std::uint32_t id, TriState IdMapEntry::*field, bool state,
@@ -335,5 +347,6 @@ void DscKnxAppPrg::KnxHandler::ClearCoAndIdMap() {
     const std::lock_guard lock(mapMutex);
     coMap.clear();
     idMap.clear();
+    m_recentId = nullptr;
     ++m_mapGeneration;
 }

@@ -153,6 +153,10 @@ struct Program {
 
 Program* g_program = nullptr;
 
+DscKnxAppPrg::KnxHandler& Handler() {
+    return static_cast<DscKnxAppPrg::KnxHandler&>(*g_program->hub.service.user);
+}
+
 /// CO numbers 1 to `count`, each once, in random order.
 std::vector<std::uint16_t> ShuffledCos(unsigned count) {
     std::vector<std::uint16_t> cos(count);
@@ -201,6 +205,7 @@ void GroupWriteCached(benchmark::State& state) {
     const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
     const KnxStack::GroupValue value = Temperature();
     KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    Handler().ClearCoAndIdMap();
     for (const std::uint16_t co : cos)
         user.OnGroupValueWrite(co, value);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
@@ -234,6 +239,7 @@ void GroupReadCached(benchmark::State& state) {
     const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
     KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
     KnxStack::GroupValue value;
+    Handler().ClearCoAndIdMap();
     for (const std::uint16_t co : cos)
         user.OnGroupValueRead(co, value);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
@@ -250,6 +256,7 @@ void ValueChangeCached(benchmark::State& state) {
     const std::string value = "21.5";
     const std::string origin = "a::b::c";
     auto& handler = *Client::s_eventHandler;
+    Handler().ClearCoAndIdMap();
     for (const std::uint16_t co : cos)
         handler.OnValueChanged(nullptr, kFirstId + co, urn, value, origin);
     Telegrams telegrams(static_cast<unsigned>(state.range(0)));
