@@ -2,12 +2,11 @@
 
 #include "DaemonSupport/LogSettings.h"
 #include "DaemonSupport/ServiceManager.h"
+#include "KnxStackHost/BlockedSignals.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
-#include <csignal>
-#include <pthread.h>
 #include <utility>
 
 namespace KnxStackHost {
@@ -20,25 +19,6 @@ log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host");
     return logger;
 }
-
-/// Keeps the signals of the process away from threads that are made while it lives: the link thread handles
-/// them, and the program's calls are not interrupted by them.
-class BlockedSignals {
-public:
-    BlockedSignals() {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-            sigaddset(&signals, signal);
-        pthread_sigmask(SIG_BLOCK, &signals, &m_former);
-    }
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &m_former, nullptr); }
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-
-private:
-    sigset_t m_former{};
-};
 
 } // namespace
 

@@ -38,7 +38,7 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
                    m_client->OnDatagram(Now(), from, datagram);
                    m_deadline.Set(m_client->NextTime());
                }),
-      m_resolver(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
+      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
       m_refused(kReportedFaults), m_sendFailures(kReportedFaults) {
     try {
         m_socket.Open(EndpointOf(m_settings.localAddress, 0));
@@ -59,7 +59,7 @@ void InterfaceLink::Start() {
 
 void InterfaceLink::Stop() {
     m_stopped = true;
-    m_resolver.cancel();
+    m_nameLookUp.Cancel();
     m_lookUpAgain.cancel();
     if (m_client)
         m_client->Stop();
@@ -73,28 +73,24 @@ void InterfaceLink::Send(const KnxFrames::LData& telegram) {
 }
 
 void InterfaceLink::LookUp() {
-    using boost::asio::ip::udp;
-    m_resolver.async_resolve(
-        udp::v4(), m_settings.host, "",
-        [this](const boost::system::error_code& error, const udp::resolver::results_type& results) {
-            if (m_stopped)
-                return;
-            if (!error && !results.empty()) {
-                const auto address = results.begin()->endpoint().address().to_v4().to_uint();
-                Connect({address, m_settings.port});
-                return;
-            }
-            if (!std::exchange(m_failureReported, true))
-                LOG4CPLUS_WARN(Log(), fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it "
-                                                  "are lost, and it is looked up again "
-                                                  "every {} s",
-                                                  Name(), error.message(), kLookUpPause.count()));
-            m_lookUpAgain.expires_after(kLookUpPause);
-            m_lookUpAgain.async_wait([this](const boost::system::error_code& cancelled) {
-                if (!cancelled)
-                    LookUp();
-            });
-        });
+    m_nameLookUp.Start(m_settings.host, [this](const LookedUp& result) { OnLookedUp(result); });
+}
+
+void InterfaceLink::OnLookedUp(const LookedUp& result) {
+    if (result.address != 0) {
+        Connect({result.address, m_settings.port});
+        return;
+    }
+    if (!std::exchange(m_failureReported, true))
+        LOG4CPLUS_WARN(Log(),
+                       fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it are lost, "
+                                   "and it is looked up again every {} s",
+                                   Name(), result.cause, kLookUpPause.count()));
+    m_lookUpAgain.expires_after(kLookUpPause);
+    m_lookUpAgain.async_wait([this](const boost::system::error_code& cancelled) {
+        if (!cancelled)
+            LookUp();
+    });
 }
 
 void InterfaceLink::Connect(const Endpoint& server) {

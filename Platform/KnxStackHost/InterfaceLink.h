@@ -3,10 +3,11 @@
 
 #include "KnxIp/TunnelClient.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/NameLookUp.h"
 #include "KnxStackHost/Notices.h"
 #include "KnxStackHost/Udp.h"
 
-#include <boost/asio/ip/udp.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include <functional>
 #include <optional>
@@ -40,6 +41,7 @@ private:
     KnxIp::Endpoint LocalEndpoint() override;
 
     void LookUp();
+    void OnLookedUp(const LookedUp& result);
     void Connect(const KnxIp::Endpoint& server);
     std::optional<TimePoint> OnTime();
     std::string Name() const;
@@ -48,7 +50,7 @@ private:
     const InterfaceSettings m_settings;
     OnTelegramFrom m_received;
     UdpSocket m_socket;
-    boost::asio::ip::udp::resolver m_resolver;
+    NameLookUp m_nameLookUp;
     boost::asio::steady_timer m_lookUpAgain;
     Deadline m_deadline;
     Notices m_refused;
