@@ -12,8 +12,6 @@ namespace KnxStackHost {
 
 namespace {
 
-constexpr std::size_t kReportedThrows = 32;
-
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Program");
     return logger;
@@ -34,8 +32,7 @@ ApplicationThread::ApplicationThread(ProgramLibrary library, GroupValueService& 
                                      ApiHub::Settings settings, ReloadSource& reload,
                                      std::function<void()> ended)
     : m_library(library), m_service(service), m_reloadSource(reload), m_ended(std::move(ended)),
-      m_hub(service, std::move(settings), [this](StartupState state) { PostReport(state); }),
-      m_thrown(kReportedThrows) {}
+      m_hub(service, std::move(settings), [this](StartupState state) { PostReport(state); }) {}
 
 ApplicationThread::~ApplicationThread() {
     if (!m_thread.joinable())

@@ -15,11 +15,20 @@ using KnxFrames::LData;
 
 namespace {
 
-constexpr std::size_t kReportedFaults = 32;
-
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Bus");
     return logger;
+}
+
+const char* FlagRefusal(GroupServiceKind kind) {
+    switch (kind) {
+    case GroupServiceKind::Read:
+        return "no group object with this group address answers reads (flags C and R)";
+    case GroupServiceKind::Response:
+        return "no group object with this group address takes responses (flags C and U)";
+    case GroupServiceKind::Write: break;
+    }
+    return "no group object with this group address takes writes (flags C and W)";
 }
 
 } // namespace
@@ -27,7 +36,7 @@ log4cplus::Logger& Log() {
 BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> tunnels,
                      const KnxDevice::GroupObjects& objects, BusPorts& ports)
     : m_own(own), m_tunnels(tunnels.begin(), tunnels.end()), m_inside(m_tunnels), m_objects(objects),
-      m_ports(ports), m_unusable(kReportedFaults), m_unknown(kReportedFaults) {
+      m_ports(ports) {
     m_inside.push_back(own);
     std::sort(m_inside.begin(), m_inside.end());
 }
@@ -80,7 +89,9 @@ void BusRouter::PassToDevice(const LData& telegram, std::uint16_t sender) {
     const auto tables = m_objects.Tables();
     const auto reception = KnxDevice::Receive(*tables, telegram.GroupDestination(), *service, sender);
     if (!reception.listened && sender == 0)
-        ReportUnknown(telegram);
+        ReportUnheard(m_unknown, telegram, "no group object has this group address");
+    if (reception.objects.empty() && reception.refusedByFlags != 0 && sender == 0)
+        ReportUnheard(m_refusedByFlags, telegram, FlagRefusal(service->kind));
     if (reception.wrongLength != 0)
         ReportUnusable(telegram, "the value has another length than the group object");
     for (const auto object : reception.objects) {
@@ -99,11 +110,18 @@ void BusRouter::ReportUnusable(const LData& telegram, const char* cause) {
         LOG4CPLUS_WARN(Log(), fmt::format("{}: {}{}", KnxFrames::Describe(telegram), cause, Suffix(verdict)));
 }
 
-void BusRouter::ReportUnknown(const LData& telegram) {
-    const char* const cause = "no group object has this group address";
-    const auto verdict = m_unknown.Count(telegram.source.raw, cause);
+void BusRouter::ReportUnheard(Notices& notices, const LData& telegram, const char* cause) {
+    const auto verdict = notices.Count(telegram.source.raw, cause);
     if (verdict != Notices::Verdict::Silent)
         LOG4CPLUS_INFO(Log(), fmt::format("{}: {}{}", KnxFrames::Describe(telegram), cause, Suffix(verdict)));
+}
+
+void BusRouter::ReportCounts() const {
+    if (m_unknown.Total() + m_refusedByFlags.Total() + m_unusable.Total() != 0)
+        LOG4CPLUS_INFO(Log(),
+                       fmt::format("{} telegrams had a group address that no group object has, {} were "
+                                   "refused by flags, {} could not be used",
+                                   m_unknown.Total(), m_refusedByFlags.Total(), m_unusable.Total()));
 }
 
 } // namespace KnxStackHost

@@ -43,12 +43,15 @@ public:
     /// A telegram of the group object `sender` of this device; the source is filled in here.
     void FromDevice(KnxFrames::LData telegram, std::uint16_t sender);
 
+    /// Logs how many telegrams went nowhere, if any did.
+    void ReportCounts() const;
+
 private:
     bool IsOwn(KnxFrames::IndividualAddress address) const;
     void PassToInterface(const KnxFrames::LData& telegram);
     void PassToDevice(const KnxFrames::LData& telegram, std::uint16_t sender);
     void ReportUnusable(const KnxFrames::LData& telegram, const char* cause);
-    void ReportUnknown(const KnxFrames::LData& telegram);
+    void ReportUnheard(Notices& notices, const KnxFrames::LData& telegram, const char* cause);
 
     const KnxFrames::IndividualAddress m_own;
     const std::vector<KnxFrames::IndividualAddress> m_tunnels;
@@ -57,6 +60,7 @@ private:
     BusPorts& m_ports;
     Notices m_unusable;
     Notices m_unknown;
+    Notices m_refusedByFlags;
 };
 
 } // namespace KnxStackHost

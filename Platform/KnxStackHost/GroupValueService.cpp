@@ -12,8 +12,6 @@ using KnxFrames::GroupServiceKind;
 
 namespace {
 
-constexpr std::size_t kReportedRefusals = 32;
-
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Program");
     return logger;
@@ -46,7 +44,7 @@ private:
 };
 
 GroupValueService::GroupValueService(KnxDevice::GroupObjects& objects, BusOutlet& outlet)
-    : m_objects(objects), m_outlet(outlet), m_notices(kReportedRefusals) {}
+    : m_objects(objects), m_outlet(outlet) {}
 
 void GroupValueService::RegisterGroupValueUser(KnxStack::IGroupValueUser* user) {
     std::unique_lock lock(m_userMutex);

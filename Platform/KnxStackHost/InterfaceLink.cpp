@@ -14,7 +14,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr std::size_t kReportedFaults = 16;
 constexpr std::chrono::seconds kLookUpPause{10};
 
 log4cplus::Logger& Log() {
@@ -37,9 +36,9 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
                        return;
                    m_client->OnDatagram(Now(), from, datagram);
                    m_deadline.Set(m_client->NextTime());
+                   AfterWork();
                }),
-      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
-      m_refused(kReportedFaults), m_sendFailures(kReportedFaults) {
+      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }) {
     try {
         m_socket.Open(EndpointOf(m_settings.localAddress, 0));
     } catch (const boost::system::system_error& error) {
@@ -63,11 +62,14 @@ void InterfaceLink::Stop() {
     m_lookUpAgain.cancel();
     if (m_client)
         m_client->Stop();
+    ReportCounts();
 }
 
 void InterfaceLink::Send(const KnxFrames::LData& telegram) {
-    if (!m_client)
+    if (!m_client) {
+        ++m_unsent;
         return;
+    }
     m_client->Send(Now(), telegram);
     m_deadline.Set(m_client->NextTime());
 }
@@ -106,7 +108,30 @@ void InterfaceLink::Connect(const Endpoint& server) {
 
 std::optional<TimePoint> InterfaceLink::OnTime() {
     m_client->OnTime(Now());
+    AfterWork();
     return m_client->NextTime();
+}
+
+void InterfaceLink::AfterWork() {
+    if (!m_overflowing || m_client->Waiting() != 0)
+        return;
+    m_overflowing = false;
+    const auto dropped = m_client->Counters().dropped;
+    LOG4CPLUS_WARN(Log(),
+                   fmt::format("the KNX/IP interface {} has caught up; {} telegrams to it were dropped",
+                               Name(), dropped - std::exchange(m_reportedDrops, dropped)));
+}
+
+void InterfaceLink::ReportCounts() {
+    const auto counters = m_client ? m_client->Counters() : KnxIp::TunnelClientCounters();
+    LOG4CPLUS_INFO(
+        Log(),
+        fmt::format("KNX/IP interface {}: {} connections so far; {} telegrams sent and {} received, {} "
+                    "dropped, {} not acknowledged, {} not confirmed, {} refused on the bus; {} datagrams "
+                    "refused",
+                    Name(), counters.connections, counters.sent, counters.received,
+                    counters.dropped + m_unsent, counters.noAck, counters.noConfirmation,
+                    counters.negativeConfirm, m_refused.Total()));
 }
 
 std::string InterfaceLink::Name() const {
@@ -126,6 +151,8 @@ void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
     m_failureReported = false;
     LOG4CPLUS_INFO(Log(),
                    fmt::format("connected to the KNX/IP interface {} as {}", Name(), address.ToString()));
+    if (m_client->Counters().connections > 1)
+        ReportCounts();
 }
 
 void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
@@ -156,6 +183,7 @@ void InterfaceLink::OnSendFailed(const KnxFrames::LData& telegram, KnxIp::SendFa
 }
 
 void InterfaceLink::OnQueueOverflow() {
+    m_overflowing = true;
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the KNX/IP interface {} does not keep up; waiting telegrams are dropped, the "
                                "oldest of the lowest priority first",

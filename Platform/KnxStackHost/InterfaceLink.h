@@ -44,6 +44,8 @@ private:
     void OnLookedUp(const LookedUp& result);
     void Connect(const KnxIp::Endpoint& server);
     std::optional<TimePoint> OnTime();
+    void AfterWork();
+    void ReportCounts();
     std::string Name() const;
 
     boost::asio::io_context& m_context;
@@ -55,6 +57,9 @@ private:
     Deadline m_deadline;
     Notices m_refused;
     Notices m_sendFailures;
+    bool m_overflowing = false;
+    std::uint64_t m_reportedDrops = 0;
+    std::uint64_t m_unsent = 0;     // telegrams before the interface was looked up
     bool m_failureReported = false; // since the last connection
     bool m_stopped = false;
     std::minstd_rand m_random{std::random_device{}()};

@@ -82,6 +82,7 @@ public:
                 m_server->Stop();
             if (m_interface)
                 m_interface->Stop();
+            m_router->ReportCounts();
         });
     }
 

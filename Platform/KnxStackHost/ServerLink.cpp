@@ -7,6 +7,7 @@
 #include <log4cplus/loggingmacros.h>
 
 #include <random>
+#include <utility>
 
 namespace KnxStackHost {
 
@@ -14,8 +15,6 @@ using boost::system::system_error;
 using KnxIp::Endpoint;
 
 namespace {
-
-constexpr std::size_t kReportedFaults = 16;
 
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
@@ -45,8 +44,7 @@ ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& co
     : m_context(context), m_addresses(configuration.server.tunnels), m_received(std::move(received)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); }),
-      m_deadline(context, [this] { return OnTime(); }), m_refused(kReportedFaults),
-      m_refusedClients(kReportedFaults) {
+      m_deadline(context, [this] { return OnTime(); }), m_lines(m_addresses.size()) {
     Open(configuration.server);
     if (!configuration.server.multicastGroup.empty())
         OpenGroup(configuration.server);
@@ -65,8 +63,9 @@ void ServerLink::Open(const ServerSettings& settings) {
 }
 
 void ServerLink::OpenGroup(const ServerSettings& settings) {
-    m_group.emplace(m_context,
-                    [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); });
+    m_group.emplace(m_context, [this](const Endpoint& from, KnxFrames::Octets datagram) {
+        ReceiveFromGroup(from, datagram);
+    });
     try {
         m_socket.ShareAddress(true); // with the group, which may have the same port
         m_group->OpenGroup(EndpointOf(settings.multicastGroup, KnxIp::kStandardPort),
@@ -91,8 +90,14 @@ void ServerLink::Start() {
 
 void ServerLink::Stop() {
     m_server->Stop();
-    if (m_refused.Total() != 0)
-        LOG4CPLUS_INFO(Log(), fmt::format("{} datagrams were refused", m_refused.Total()));
+    std::uint64_t leftOut = 0;
+    for (const auto& lines : m_lines)
+        leftOut += lines.leftOut;
+    if (m_refused.Total() + m_refusedClients.Total() + m_foreign + leftOut != 0)
+        LOG4CPLUS_INFO(
+            Log(), fmt::format("KNXnet/IP server: {} datagrams were refused and {} requests for a tunnel, {} "
+                               "datagrams to the group were not for it, {} lines about tunnels were left out",
+                               m_refused.Total(), m_refusedClients.Total(), m_foreign, leftOut));
 }
 
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
@@ -103,6 +108,19 @@ void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::
 void ServerLink::Receive(const Endpoint& from, KnxFrames::Octets datagram) {
     m_server->OnDatagram(Now(), from, datagram);
     m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::ReceiveFromGroup(const Endpoint& from, KnxFrames::Octets datagram) {
+    // The group is everybody's: routers send their telegrams to it, and clients searches of other kinds.
+    struct Mark {
+        explicit Mark(bool& mark) : m_mark(mark) { m_mark = true; }
+        ~Mark() { m_mark = false; }
+        Mark(const Mark&) = delete;
+        Mark& operator=(const Mark&) = delete;
+        bool& m_mark;
+    };
+    const Mark mark(m_fromGroup);
+    Receive(from, datagram);
 }
 
 std::optional<TimePoint> ServerLink::OnTime() {
@@ -120,20 +138,37 @@ void ServerLink::OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& tele
     m_received(origin, telegram);
 }
 
-void ServerLink::OnTunnelOpened(KnxIp::TunnelId, KnxFrames::IndividualAddress address,
+std::optional<std::string> ServerLink::LineAbout(KnxIp::TunnelId tunnel, std::string_view text) {
+    auto& lines = m_lines[tunnel];
+    if (!lines.pace.Take(Now())) {
+        ++lines.leftOut;
+        return std::nullopt;
+    }
+    auto line = fmt::format("tunnel {}: {}", m_addresses[tunnel].ToString(), text);
+    if (const auto leftOut = std::exchange(lines.leftOut, 0); leftOut != 0)
+        line += fmt::format(" ({} lines about this tunnel were left out before)", leftOut);
+    else if (lines.pace.IsUsedUp())
+        line += " (further lines about this tunnel come once a minute)";
+    return line;
+}
+
+void ServerLink::OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress,
                                 const Endpoint& client) {
-    LOG4CPLUS_INFO(Log(), fmt::format("tunnel {}: connected by {}", address.ToString(), client.ToString()));
+    if (const auto line = LineAbout(tunnel, fmt::format("connected by {}", client.ToString())))
+        LOG4CPLUS_INFO(Log(), *line);
 }
 
 void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
     const auto& counters = m_server->Counters(tunnel);
-    const auto text = fmt::format("tunnel {}: {}; {} telegrams from the client, {} to it, {} lost",
-                                  m_addresses[tunnel].ToString(), KnxIp::ToString(end), counters.fromClient,
-                                  counters.toClient, counters.dropped);
+    const auto line = LineAbout(tunnel, fmt::format("{}; {} telegrams from the client, {} to it, {} lost",
+                                                    KnxIp::ToString(end), counters.fromClient,
+                                                    counters.toClient, counters.dropped));
+    if (!line)
+        return;
     if (end == KnxIp::TunnelEnd::Client || end == KnxIp::TunnelEnd::Server)
-        LOG4CPLUS_INFO(Log(), text);
+        LOG4CPLUS_INFO(Log(), *line);
     else
-        LOG4CPLUS_WARN(Log(), text);
+        LOG4CPLUS_WARN(Log(), *line);
 }
 
 void ServerLink::OnConnectRefused(const Endpoint& from, KnxIp::Status status) {
@@ -144,12 +179,15 @@ void ServerLink::OnConnectRefused(const Endpoint& from, KnxIp::Status status) {
 }
 
 void ServerLink::OnQueueOverflow(KnxIp::TunnelId tunnel) {
-    LOG4CPLUS_WARN(Log(),
-                   fmt::format("tunnel {}: the client does not keep up; its oldest telegrams are dropped",
-                               m_addresses[tunnel].ToString()));
+    if (const auto line = LineAbout(tunnel, "the client does not keep up; its oldest telegrams are dropped"))
+        LOG4CPLUS_WARN(Log(), *line);
 }
 
 void ServerLink::OnRefusedDatagram(const Endpoint& from, const KnxFrames::FrameError& error) {
+    if (m_fromGroup && error.kind == KnxFrames::FrameError::Kind::Unsupported) {
+        ++m_foreign;
+        return;
+    }
     const auto verdict = m_refused.Count(from.address, error.cause);
     if (verdict != Notices::Verdict::Silent)
         LOG4CPLUS_WARN(Log(), fmt::format("{}: a datagram was refused at octet {}: {}{}", from.ToString(),

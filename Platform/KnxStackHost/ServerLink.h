@@ -9,6 +9,9 @@
 
 #include <functional>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace KnxStackHost {
 
@@ -26,6 +29,12 @@ public:
     std::uint16_t Port() const { return m_socket.Local().port; }
 
 private:
+    /// The lines about one tunnel: a client that comes and goes does not fill the log.
+    struct TunnelLines {
+        LinePace pace{20};
+        std::uint64_t leftOut = 0; // since the last line
+    };
+
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
     void OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) override;
     void OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress address,
@@ -39,6 +48,8 @@ private:
     void Open(const ServerSettings& settings);
     void OpenGroup(const ServerSettings& settings);
     void Receive(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
+    void ReceiveFromGroup(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
+    std::optional<std::string> LineAbout(KnxIp::TunnelId tunnel, std::string_view text);
     std::optional<TimePoint> OnTime();
 
     boost::asio::io_context& m_context;
@@ -49,6 +60,9 @@ private:
     Deadline m_deadline;
     Notices m_refused;
     Notices m_refusedClients;
+    std::uint64_t m_foreign = 0; // datagrams to the group that were for others
+    bool m_fromGroup = false;    // what is being received
+    std::vector<TunnelLines> m_lines;
     std::optional<KnxIp::TunnelServer> m_server;
 };
 

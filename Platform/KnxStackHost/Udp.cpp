@@ -20,7 +20,6 @@ using boost::system::error_code;
 namespace {
 
 constexpr unsigned kDatagramsPerTurn = 64; // before timers and other sockets get their turn
-constexpr std::size_t kReportedThrows = 16;
 constexpr std::chrono::seconds kAfterThrow{1};
 
 log4cplus::Logger& Log() {
@@ -39,7 +38,7 @@ KnxIp::Endpoint FromAsio(const udp::endpoint& endpoint) {
 } // namespace
 
 UdpSocket::UdpSocket(asio::io_context& context, Receive receive)
-    : m_socket(context), m_receive(std::move(receive)), m_thrown(kReportedThrows) {}
+    : m_socket(context), m_receive(std::move(receive)) {}
 
 void UdpSocket::Open(const KnxIp::Endpoint& local) {
     m_socket.open(udp::v4());

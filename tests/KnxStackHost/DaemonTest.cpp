@@ -124,6 +124,39 @@ TEST_F(Daemon, WhatFitsNoObjectIsReportedOncePerSourceAndCause) {
     EXPECT_LT(CountOf(log, "\n"), 20u) << log;
 }
 
+TEST_F(Daemon, WhatEveryObjectRefusesByItsFlagsIsReportedOncePerSourceAndCause) {
+    RawTunnel tunnel(m_port);
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(tunnel.Send(GroupRequest(Group(0, 0, 250), kRead)));
+        ASSERT_TRUE(tunnel.Send(GroupRequest(Group(0, 0, 250), kResponse, {4})));
+        ASSERT_TRUE(tunnel.Send(GroupRequest(Group(1, 2, 3), kRead))); // object 1 takes it, 2 does not
+    }
+    m_daemon.Signal(SIGTERM);
+    ASSERT_EQ(0, m_daemon.WaitForEnd(milliseconds(6000)));
+    const auto log = m_daemon.Log();
+    EXPECT_EQ(1u, CountOf(log, "1.1.251 -> 0/0/250 GroupValue_Read: no group object with this group address "
+                               "answers reads (flags C and R) (reported once)"))
+        << log;
+    EXPECT_EQ(1u, CountOf(log, "takes responses (flags C and U)")) << log;
+    EXPECT_EQ(1u, CountOf(log, "0 telegrams had a group address that no group object has, 10 were refused by "
+                               "flags, 0 could not be used"))
+        << log;
+}
+
+TEST_F(Daemon, AClientThatComesAndGoesDoesNotFillTheLog) {
+    for (int i = 0; i < 40; ++i) {
+        RawTunnel tunnel(m_port);
+        ASSERT_TRUE(tunnel.Disconnect());
+    }
+    m_daemon.Signal(SIGTERM);
+    ASSERT_EQ(0, m_daemon.WaitForEnd(milliseconds(6000)));
+    const auto log = m_daemon.Log();
+    EXPECT_LE(20u, CountOf(log, "tunnel 1.1.251: ")) << log;
+    EXPECT_GE(22u, CountOf(log, "tunnel 1.1.251: ")) << log;
+    EXPECT_THAT(log, HasSubstr(" (further lines about this tunnel come once a minute)"));
+    EXPECT_THAT(log, HasSubstr(" lines about tunnels were left out"));
+}
+
 TEST_F(Daemon, WhatTheProgramThrowsIsOneErrorAndTheNextTelegramIsDelivered) {
     RawTunnel tunnel(m_port);
     ASSERT_TRUE(tunnel.Send(GroupRequest(Group(0, 0, 250), kWrite, {1})));

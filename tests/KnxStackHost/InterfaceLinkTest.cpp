@@ -90,6 +90,29 @@ TEST_F(WithInterface, ALostInterfaceIsFoundAgain) {
     EXPECT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface", seconds(30), 2)) << m_inner->Log();
 }
 
+TEST_F(WithInterface, CountsWhatPassedWhenItEnds) {
+    ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
+    RawTunnel bus(m_outerPort);
+    RawTunnel inside(m_innerPort);
+    for (std::uint8_t i = 0; i < 3; ++i)
+        ASSERT_TRUE(bus.Send(GroupRequest(Group(9, 0, 1), kWrite, {i})));
+    for (std::uint8_t i = 0; i < 3; ++i)
+        ASSERT_EQ(12u, inside.ReceiveIndication().size());
+    ASSERT_TRUE(inside.Send(GroupRequest(Group(9, 0, 1), kWrite, {9})));
+    ASSERT_EQ(12u, bus.ReceiveIndication().size());
+    ASSERT_TRUE(Eventually([&] {
+        RawUdp(m_innerPort).Send({0x06, 0x10, 0x02}); // too short
+        return CountOf(m_inner->Log(), "a datagram was refused") > 0;
+    }));
+    m_inner->Signal(SIGTERM);
+    ASSERT_EQ(0, m_inner->WaitForEnd(seconds(6)));
+    EXPECT_THAT(m_inner->Log(),
+                HasSubstr(": 1 connections so far; 1 telegrams sent and 3 received, 0 dropped, 0 "
+                          "not acknowledged, 0 not confirmed, 0 refused on the bus; 0 datagrams "
+                          "refused"));
+    EXPECT_THAT(m_inner->Log(), HasSubstr("4 telegrams had a group address that no group object has"));
+}
+
 TEST_F(WithInterface, LeavesTheInterfaceWhenItEnds) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     m_inner->Signal(SIGTERM);
@@ -122,7 +145,7 @@ TEST(Search, IsAnsweredInTheConfiguredGroup) {
     configuration.replace(configuration.find(port), port.size(),
                           port +
                               R"(, "multicastGroup": "239.192.39.238", "multicastInterface": "127.0.0.1")");
-    const DaemonProcess daemon(directory, configuration);
+    DaemonProcess daemon(directory, configuration);
     const auto server = daemon.Port();
     EXPECT_EQ(EADDRINUSE, BindBeside(INADDR_LOOPBACK, server)) << "the group is shared, the port is not";
 
@@ -154,6 +177,10 @@ TEST(Search, IsAnsweredInTheConfiguredGroup) {
     group.sin_family = AF_INET;
     group.sin_port = htons(3671);
     ASSERT_EQ(1, ::inet_pton(AF_INET, "239.192.39.238", &group.sin_addr));
+    const Bytes routed = {0x06, 0x10, 0x05, 0x30, 0x00, 0x11, 0x29, 0x00, 0xBC,
+                          0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
+    ASSERT_EQ(17, ::sendto(socket, routed.data(), routed.size(), 0, reinterpret_cast<sockaddr*>(&group),
+                           sizeof group));
     ASSERT_EQ(14, ::sendto(socket, request.data(), request.size(), 0, reinterpret_cast<sockaddr*>(&group),
                            sizeof group));
     const timeval patience{5, 0};
@@ -168,6 +195,12 @@ TEST(Search, IsAnsweredInTheConfiguredGroup) {
     const std::string name(answer.begin() + 38, answer.begin() + 47);
     EXPECT_EQ("test host", name);
     ::close(socket);
+
+    EXPECT_EQ(0u, CountOf(daemon.Log(), "WARN ")) << "routers may talk to the group:\n" << daemon.Log();
+    daemon.Signal(SIGTERM);
+    ASSERT_EQ(0, daemon.WaitForEnd(seconds(6)));
+    EXPECT_THAT(daemon.Log(), HasSubstr("KNXnet/IP server: 0 datagrams were refused and 0 requests for a "
+                                        "tunnel, 1 datagrams to the group were not for it"));
 }
 
 } // namespace

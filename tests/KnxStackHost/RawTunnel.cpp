@@ -146,6 +146,17 @@ bool RawTunnel::IsAlive() {
     return *m_state == 0;
 }
 
+bool RawTunnel::Disconnect() {
+    Bytes body = {m_channel, 0x00};
+    const auto control = Hpai(m_udp.Port());
+    body.insert(body.end(), control.begin(), control.end());
+    m_udp.Send(Frame(0x0209, body));
+    while (!m_over)
+        if (!Take(m_udp.Receive()))
+            return false;
+    return true;
+}
+
 bool RawTunnel::WasDisconnected(milliseconds patience) {
     while (!m_disconnected)
         if (!Take(m_udp.Receive(patience)))
@@ -177,6 +188,10 @@ bool RawTunnel::Take(const Bytes& datagram) {
     case 0x0209:
         if (datagram.size() > 6 && datagram[6] == m_channel)
             m_disconnected = true;
+        return true;
+    case 0x020A:
+        if (datagram.size() > 6 && datagram[6] == m_channel)
+            m_over = true;
         return true;
     default: return !datagram.empty();
     }

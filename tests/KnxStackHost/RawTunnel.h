@@ -49,6 +49,9 @@ public:
     /// True when the server still knows the connection.
     bool IsAlive();
 
+    /// Tells the server that the tunnel is over; false without its answer.
+    bool Disconnect();
+
     /// True when the server has sent a DISCONNECT_REQUEST for this tunnel.
     bool WasDisconnected(std::chrono::milliseconds patience);
 
@@ -67,6 +70,7 @@ private:
     std::optional<std::uint8_t> m_acknowledged; // status of the request under way
     std::optional<std::uint8_t> m_state;
     bool m_disconnected = false;
+    bool m_over = false;
     std::vector<Bytes> m_cemi;
 };
 
