@@ -1,7 +1,5 @@
 #include "DeviceStackServer/Client.h"
 
-#include <algorithm>
-
 namespace DeviceStackServer {
 
 Client& ClientTable::Add(Connection connection, long pid) {
@@ -29,17 +27,6 @@ Client* ClientTable::FindIdentity(const std::string& identity) {
 
 std::string Identity(const std::string& name, const std::string& type, const std::string& instance) {
     return name + "::" + type + "::" + instance;
-}
-
-std::string IdentityPartFault(const std::string& part) {
-    constexpr std::size_t kMaxLength = 64;
-    const bool clean = std::all_of(part.begin(), part.end(), [](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '.' ||
-               c == '_' || c == '-';
-    });
-    if (part.empty() || part.size() > kMaxLength || !clean)
-        return "must have 1 to 64 letters (a to z), digits, '.', '_' or '-'";
-    return {};
 }
 
 } // namespace DeviceStackServer

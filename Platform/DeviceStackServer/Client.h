@@ -54,8 +54,4 @@ private:
 /// "name::type::instance".
 std::string Identity(const std::string& name, const std::string& type, const std::string& instance);
 
-/// What is wrong with one of the three parts of an identity; "" when nothing is. A part names a directory, so
-/// it has 1 to 64 letters, digits, '.', '_' and '-'.
-std::string IdentityPartFault(const std::string& part);
-
 } // namespace DeviceStackServer

@@ -1,5 +1,6 @@
 #include "DeviceStackProtocol/Json.h"
 #include "DeviceStackServer/Core.h"
+#include "ProjectFile/NameRules.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
@@ -13,7 +14,7 @@ void Core::Handle(Client& client, const std::string& id, const DeviceStack::Regi
     const std::pair<const char*, const std::string*> parts[] = {
         {"name", &message.name}, {"type", &message.type}, {"instance", &message.instance}};
     for (const auto& [member, part] : parts) {
-        if (const auto fault = IdentityPartFault(*part); !fault.empty())
+        if (const auto fault = ProjectFile::IdentityPartFault(*part); !fault.empty())
             return Fail(asker, DeviceStack::kInvalidParams, fmt::format("member '{}' {}", member, fault));
     }
     const auto identity = Identity(message.name, message.type, message.instance);
@@ -95,7 +96,7 @@ void Core::Handle(Client& client, const std::string& id, const DeviceStack::GetC
     DeviceStack::JsonObject members(ipc);
     members.Text("DeviceId", m_settings.deviceId).Text("DeviceStackConfigPath", m_settings.configPath);
     if (client.registered) {
-        const auto path = m_environment.MakeUserDataPath(client.type, client.instance);
+        const auto path = m_environment.MakeUserDataPath(client);
         if (!path.empty())
             members.Text("UserDataPath", path);
     }

@@ -46,8 +46,9 @@ public:
     /// Reads the project file again, see Core::SetProject(). "" or the cause of a refusal.
     virtual std::string ReloadProject() = 0;
 
-    /// The directory for data of the application, created if need be; "" when that failed.
-    virtual std::string MakeUserDataPath(const std::string& type, const std::string& instance) = 0;
+    /// The directory for data of the registered application, created if need be and shared with no other
+    /// identity; "" when that failed.
+    virtual std::string MakeUserDataPath(const Client& client) = 0;
 };
 
 } // namespace DeviceStackServer

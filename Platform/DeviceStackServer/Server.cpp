@@ -284,9 +284,10 @@ std::optional<Milliseconds> Server::Impl::SetSystemClock(Seconds civil) {
     return std::nullopt;
 }
 
-std::string Server::Impl::MakeUserDataPath(const std::string& type, const std::string& instance) {
-    const auto path =
-        std::filesystem::absolute(m_state.Directory()).lexically_normal() / (type + '-' + instance);
+std::string Server::Impl::MakeUserDataPath(const Client& client) {
+    // A part of an identity holds no '+'.
+    const auto path = std::filesystem::absolute(m_state.Directory()).lexically_normal() /
+                      (client.name + '+' + client.type + '+' + client.instance);
     std::error_code error;
     std::filesystem::create_directories(path, error);
     if (!error)

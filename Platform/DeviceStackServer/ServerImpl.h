@@ -38,7 +38,7 @@ private:
     void SwitchNtp(bool on) override;
     std::optional<Milliseconds> SetSystemClock(Seconds civil) override;
     std::string ReloadProject() override;
-    std::string MakeUserDataPath(const std::string& type, const std::string& instance) override;
+    std::string MakeUserDataPath(const Client& client) override;
 
     // ISessionOwner
     void OnLine(Session& session, std::string_view line) override;

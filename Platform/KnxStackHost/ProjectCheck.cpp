@@ -14,14 +14,23 @@ namespace {
 using KnxDevice::Flag;
 using ProjectFile::Project;
 
+/// What the application program registers as: its setting "DscInstanceId" makes the last part.
+std::string IdentityOfProgram(const Configuration& configuration) {
+    const auto& settings = configuration.program.settings;
+    const auto instance = settings.find("DscInstanceId");
+    return "DscKnxAppPrg::field::" + (instance == settings.end() ? "KNX" : instance->second);
+}
+
 class Comparison {
 public:
-    Comparison(const Configuration& configuration, const Project& project) : m_project(project) {
+    Comparison(const Configuration& configuration, const Project& project)
+        : m_project(project), m_identity(IdentityOfProgram(configuration)) {
         for (const auto& object : configuration.groupObjects)
             m_objects.emplace(object.definition.number, &object);
     }
 
     ProjectFindings Run() {
+        CheckOwner();
         for (const auto& point : m_project.dataPoints) {
             if (!point.knx || point.id == ProjectFile::FixedId::kClock)
                 continue; // the clock's COs are those of timeCos
@@ -42,6 +51,14 @@ public:
     }
 
 private:
+    void CheckOwner() {
+        if (m_project.knxOwner != m_identity)
+            m_findings.faults.push_back(
+                fmt::format("/knx/owner: is {}, but the application program registers as {}; its setting "
+                            "\"DscInstanceId\" and the owner must agree",
+                            m_project.knxOwner, m_identity));
+    }
+
     void Check(const std::string& user, std::uint16_t co) {
         if (co == 0)
             return;
@@ -89,6 +106,7 @@ private:
     }
 
     const Project& m_project;
+    const std::string m_identity;                               // of the application program
     std::map<std::uint16_t, const ConfiguredObject*> m_objects; // by number
     std::set<std::uint16_t> m_bound;
     ProjectFindings m_findings;

@@ -23,8 +23,9 @@ struct ProjectFindings {
     std::vector<std::string> notes;  ///< worth knowing, and possibly meant so
 };
 
-/// A fault: a CO of a data point or clock that is no group object, does not take part in communication, or
-/// has another size or another main type. A note: a group object that nothing is bound to.
+/// A fault: an owner of the KNX data points that is not the application program; a CO of a data point or
+/// clock that is no group object, does not take part in communication, or has another size or another main
+/// type. A note: a group object that nothing is bound to.
 ProjectFindings CompareWithProject(const Configuration& configuration, const ProjectFile::Project& project);
 
 } // namespace KnxStackHost

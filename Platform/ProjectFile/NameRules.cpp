@@ -10,17 +10,22 @@ namespace {
 
 constexpr std::size_t kMaxNameLength = 200; // in bytes
 
+constexpr std::size_t kMaxPartLength = 64;
+
 bool IsAsciiLetterOrDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+/// Letters, digits, '.', '_' and '-' alone.
+bool IsPlain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return IsAsciiLetterOrDigit(c) || c == '.' || c == '_' || c == '-'; });
 }
 
 } // namespace
 
 std::string DeviceFault(std::string_view device) {
-    const bool clean = std::all_of(device.begin(), device.end(), [](char c) {
-        return IsAsciiLetterOrDigit(c) || c == '.' || c == '_' || c == '-';
-    });
-    if (device.empty() || device.size() > kMaxNameLength || !clean) {
+    if (device.empty() || device.size() > kMaxNameLength || !IsPlain(device)) {
         return fmt::format("a device name has 1 to {} letters (a to z), digits, '.', '_' or '-'",
                            kMaxNameLength);
     }
@@ -45,11 +50,18 @@ std::string NameFault(std::string_view name) {
     return {};
 }
 
+std::string IdentityPartFault(std::string_view part) {
+    if (part.empty() || part.size() > kMaxPartLength || !IsPlain(part)) {
+        return fmt::format("must have 1 to {} letters (a to z), digits, '.', '_' or '-'", kMaxPartLength);
+    }
+    return {};
+}
+
 bool IsIdentity(std::string_view text) {
     int parts = 0;
     for (;;) {
         const std::size_t end = std::min(text.find("::"), text.size());
-        if (end == 0 || ++parts > 3) {
+        if (++parts > 3 || !IdentityPartFault(text.substr(0, end)).empty()) {
             return false;
         }
         if (end == text.size()) {

@@ -70,7 +70,9 @@ void Loader::ReadKnx(const json::object& object) {
     if (const auto owner = knx.Text("owner")) {
         m_project.knxOwner = *owner;
         if (!IsIdentity(*owner)) {
-            m_errors.Add(knx.PlaceOf("owner"), "must be an identity \"name::type::instance\"");
+            m_errors.Add(
+                knx.PlaceOf("owner"),
+                "must be an identity \"name::type::instance\" of letters (a to z), digits, '.', '_' and '-'");
         }
     }
     if (const json::array* timeCos = knx.Array("timeCos")) {

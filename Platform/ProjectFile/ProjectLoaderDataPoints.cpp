@@ -130,8 +130,8 @@ void Loader::ReadValueMembers(JsonMembers& members, DataPoint& point) {
 void Loader::ReadOwner(JsonMembers& members, DataPoint& point) {
     const auto owner = members.Text("owner");
     if (owner && !owner->empty() && !IsIdentity(*owner)) {
-        m_errors.Add(members.PlaceOf("owner"),
-                     "must be an identity \"name::type::instance\", or \"\" for nobody");
+        m_errors.Add(members.PlaceOf("owner"), "must be an identity \"name::type::instance\" of letters (a "
+                                               "to z), digits, '.', '_' and '-', or \"\" for nobody");
         return;
     }
     point.owner = owner ? *owner : point.knx && !point.knx->readInternal ? m_project.knxOwner : std::string();

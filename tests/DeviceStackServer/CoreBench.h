@@ -171,8 +171,8 @@ public:
         core.AnnounceProject(reloadCause.empty() ? "ok" : reloadCause, now);
         return reloadCause;
     }
-    std::string MakeUserDataPath(const std::string& type, const std::string& instance) override {
-        return "/state/" + type + "-" + instance;
+    std::string MakeUserDataPath(const Client& client) override {
+        return "/state/" + client.name + "+" + client.type + "+" + client.instance;
     }
 
     /// Values of the tests are numbers up to 255; the real check has tests of its own.

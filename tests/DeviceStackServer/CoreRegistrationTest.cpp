@@ -71,8 +71,8 @@ TEST_F(CoreRegistration, TheConfigurationIsTheAskersOwnView) {
         configuration(Register("p::field::KNX")),
         ElementsAre(
             R"(ok {"ipc":{"DeviceId":"device-id","DeviceStackConfigPath":"/etc/project",)"
-            R"("UserDataPath":"/state/field-KNX"},"device":"house","server":"run","version":"1.2.3"})"));
-    EXPECT_THAT(configuration(Register("p::field::2")), ElementsAre(HasSubstr("/state/field-2")));
+            R"("UserDataPath":"/state/p+field+KNX"},"device":"house","server":"run","version":"1.2.3"})"));
+    EXPECT_THAT(configuration(Register("p::field::2")), ElementsAre(HasSubstr("/state/p+field+2")));
     EXPECT_THAT(configuration(Connect()), ElementsAre(testing::Not(HasSubstr("UserDataPath"))));
     EXPECT_THAT(Ask(Connect(), "getConfiguration", R"({"scope":2})"), ElementsAre(HasSubstr("error -32602")));
 }

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -201,8 +202,20 @@ TEST_F(DaemonTest, TheConfigurationNamesDirectoriesThatExist) {
     EXPECT_EQ(Text(answer, "/result/ipc/DeviceId"), "generic");
     EXPECT_EQ(Text(answer, "/result/ipc/DeviceStackConfigPath"), daemon.directory.Path());
     const auto data = Text(answer, "/result/ipc/UserDataPath");
-    EXPECT_EQ(data, daemon.directory / "state/test-1");
+    EXPECT_EQ(data, daemon.directory / "state/app+test+1");
     EXPECT_TRUE(std::filesystem::is_directory(data));
+}
+
+TEST_F(DaemonTest, NoTwoIdentitiesShareADirectory) {
+    std::set<std::string> paths;
+    for (const auto* identity :
+         {R"("name":"A","type":"a-b","instance":"c")", R"("name":"B","type":"a-b","instance":"c")",
+          R"("name":"B","type":"a","instance":"b-c")", R"("name":"B-a","type":"b","instance":"c")"}) {
+        RawClient client(daemon.Socket());
+        client.Call("register", "{" + std::string(identity) + "}");
+        paths.insert(Text(client.Call("getConfiguration", R"({"scope":1})"), "/result/ipc/UserDataPath"));
+    }
+    EXPECT_EQ(paths.size(), 4u);
 }
 
 TEST_F(DaemonTest, TheSocketHasTheModeOfTheConfiguration) {

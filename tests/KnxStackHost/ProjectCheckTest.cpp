@@ -43,6 +43,21 @@ TEST(ProjectCheck, HasNothingAgainstFilesThatFit) {
     EXPECT_THAT(findings.notes, IsEmpty());
 }
 
+TEST(ProjectCheck, FindsAnOwnerThatIsNotTheApplicationProgram) {
+    auto configuration = Objects();
+    const auto timeCos = std::string(R"("timeCos": [{"co": 4, "dpt": "10.001"}])");
+    configuration.program.settings["DscInstanceId"] = "KNX2";
+    EXPECT_THAT(
+        FindingsOf(configuration, kFitting).faults,
+        ElementsAre("/knx/owner: is DscKnxAppPrg::field::KNX, but the application program registers as "
+                    "DscKnxAppPrg::field::KNX2; its setting \"DscInstanceId\" and the owner must agree"));
+    EXPECT_THAT(
+        FindingsOf(configuration, kFitting, timeCos + R"(, "owner": "DscKnxAppPrg::field::KNX2")").faults,
+        IsEmpty());
+    configuration.program.settings["DscInstanceId"] = "KNX";
+    EXPECT_THAT(FindingsOf(configuration, kFitting).faults, IsEmpty());
+}
+
 TEST(ProjectCheck, FindsAnUnknownCo) {
     EXPECT_THAT(
         FindingsOf(Objects(),

@@ -241,7 +241,20 @@ const Refusal kRefusals[] = {
     {"UnknownIdentification", ProjectText("", R"("identification": "urns")"),
      "/knx/identification: must be \"id\" or \"urn\""},
     {"OwnerIsNoIdentity", ProjectText(Point(1, "A", R"("owner": "a::b")")),
-     "/dataPoints/0/owner: must be an identity \"name::type::instance\", or \"\" for nobody"},
+     "/dataPoints/0/owner: must be an identity \"name::type::instance\" of letters (a to z), digits, '.', "
+     "'_' and '-', "
+     "or \"\" for nobody"},
+    {"OwnerWithAPartThatNobodyCanRegister", ProjectText(Point(1, "A", R"("owner": "my app::b::c")")),
+     "/dataPoints/0/owner: must be an identity \"name::type::instance\" of letters (a to z), digits, '.', "
+     "'_' and '-', or "
+     "\"\" for nobody"},
+    {"OwnerWithAnEmptyPart", ProjectText(Point(1, "A", R"("owner": "a::::c")")),
+     "/dataPoints/0/owner: must be an identity \"name::type::instance\" of letters (a to z), digits, '.', "
+     "'_' and '-', or "
+     "\"\" for nobody"},
+    {"KnxOwnerWithAPartThatNobodyCanRegister", ProjectText(Point(1, "A"), R"("owner": "a::b y::c")"),
+     "/knx/owner: must be an identity \"name::type::instance\" of letters (a to z), digits, '.', '_' and "
+     "'-'"},
     {"NumberInsteadOfText", ProjectText(Point(1, "A", R"("initial": 1)")),
      "/dataPoints/0/initial: must be a text in quotation marks: \"1\""},
     {"TextInsteadOfBoolean", ProjectText(Point(1, "A", R"("persistent": "yes")")),
