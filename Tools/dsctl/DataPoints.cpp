@@ -18,7 +18,7 @@ std::string Text(const boost::json::object& object, std::string_view name) {
     return text != nullptr ? std::string(*text) : std::string();
 }
 
-bool MatchesOne(const std::string& pattern, const std::string& name) {
+bool MatchesName(const std::string& pattern, const std::string& name) {
     if (pattern.find_first_of("*?[") != std::string::npos)
         return ::fnmatch(pattern.c_str(), name.c_str(), FNM_CASEFOLD) == 0;
     const auto same = [](char a, char b) { return ::strncasecmp(&a, &b, 1) == 0; };
@@ -46,6 +46,7 @@ std::optional<std::vector<DataPoint>> ReadProcessView(std::string_view json) {
         point.id = id->to_number<std::uint32_t>(error);
         if (error)
             return std::nullopt;
+        point.urn = Text(*object, "urn");
         point.name = Text(*object, "name");
         point.dpt = Text(*object, "dpt");
         point.unit = Text(*object, "unit");
@@ -75,10 +76,18 @@ std::string_view NameOfUrn(std::string_view urn) {
     return end == std::string_view::npos ? urn : urn.substr(end + 1);
 }
 
-bool Matches(const std::vector<std::string>& patterns, std::string_view name) {
-    const std::string text(name);
-    return patterns.empty() || std::any_of(patterns.begin(), patterns.end(),
-                                           [&](const auto& pattern) { return MatchesOne(pattern, text); });
+bool Matches(const std::vector<std::string>& patterns, std::uint32_t id, std::string_view urn,
+             std::string_view name) {
+    using By = DeviceStack::DataPointName::By;
+    const auto matches = [&, urnText = std::string(urn), nameText = std::string(name)](const auto& pattern) {
+        switch (const auto named = ParseName(pattern); named.by) {
+        case By::Id: return named.id == id;
+        case By::Urn: return pattern == urn || ::fnmatch(pattern.c_str(), urnText.c_str(), 0) == 0;
+        case By::Name: break;
+        }
+        return MatchesName(pattern, nameText);
+    };
+    return patterns.empty() || std::any_of(patterns.begin(), patterns.end(), matches);
 }
 
 } // namespace Dsctl

@@ -14,6 +14,7 @@ namespace Dsctl {
 /// One entry of the device stack's process view. `json` is the entry as it came.
 struct DataPoint {
     std::uint32_t id = 0;
+    std::string urn;
     std::string name;
     std::string dpt;
     std::string unit;
@@ -31,8 +32,10 @@ DeviceStack::DataPointName ParseName(const std::string& text);
 /// The part of the URN that names the data point within its device.
 std::string_view NameOfUrn(std::string_view urn);
 
-/// Upper and lower case count the same. With `*`, `?` or `[` the pattern covers the whole name, without it is
-/// found anywhere in it. No pattern matches everything.
-bool Matches(const std::vector<std::string>& patterns, std::string_view name);
+/// True when one of the patterns is the data point's: a number its ID, `urn:…` its URN, anything else its
+/// name, for which upper and lower case count the same. With `*`, `?` or `[` a pattern covers the whole URN
+/// or name, without it a name is found by any of its parts. No pattern matches everything.
+bool Matches(const std::vector<std::string>& patterns, std::uint32_t id, std::string_view urn,
+             std::string_view name);
 
 } // namespace Dsctl

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -41,6 +42,18 @@ std::string LocalTime(const std::string& utc) {
     std::array<char, 32> text{};
     std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
     return text.data() + fraction;
+}
+
+std::string UtcNow() {
+    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())
+                         .time_since_epoch()
+                         .count();
+    const std::time_t seconds = now / 1000;
+    std::tm fields{};
+    ::gmtime_r(&seconds, &fields);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &fields);
+    return fmt::format("{}.{:03}Z", text.data(), now % 1000);
 }
 
 void PrintTable(const std::vector<DataPoint>& points) {

@@ -16,6 +16,9 @@ std::string WithUnit(std::string_view value, std::string_view unit);
 /// as they are.
 std::string LocalTime(const std::string& utc);
 
+/// Now, as the protocol writes a time.
+std::string UtcNow();
+
 /// Prints a table with a header line.
 void PrintTable(const std::vector<DataPoint>& points);
 

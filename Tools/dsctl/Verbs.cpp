@@ -8,8 +8,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
+
+#include <unistd.h>
 
 namespace Dsctl {
 
@@ -54,11 +57,46 @@ void PrintChange(const Options& options, const DeviceStack::ValueChanged& change
                    WithUnit(change.value, unit), change.origin);
 }
 
-std::map<std::uint32_t, std::string> GetUnits(Connection& connection) {
-    std::map<std::uint32_t, std::string> units;
+void PrintEvent(const Options& options, const DeviceStack::ApplicationEvent& event) {
+    const auto time = UtcNow(); // the protocol gives events no time
+    if (!options.json) {
+        fmt::print("{}  event {}{}{}  ({})\n", LocalTime(time), event.eventType,
+                   event.message.empty() ? "" : "  ", event.message, event.sender);
+        return;
+    }
+    std::string json;
+    DeviceStack::JsonObject(json)
+        .Text("event", event.eventType)
+        .Text("message", event.message)
+        .Text("sender", event.sender)
+        .Text("time", time)
+        .End();
+    fmt::print("{}\n", json);
+}
+
+using DataPoints = std::map<std::uint32_t, DataPoint>;
+
+DataPoints GetDataPointsById(Connection& connection) {
+    DataPoints points;
     for (auto& point : GetDataPoints(connection))
-        units.emplace(point.id, std::move(point.unit));
-    return units;
+        points.emplace(point.id, std::move(point));
+    return points;
+}
+
+bool MatchesAny(const std::vector<std::string>& patterns, const DataPoints& points) {
+    return std::any_of(points.begin(), points.end(), [&](const auto& entry) {
+        return Matches(patterns, entry.first, entry.second.urn, entry.second.name);
+    });
+}
+
+/// Gives what follows an origin that people can tell apart. One that is refused writes as its connection.
+void Register(Connection& connection) {
+    DeviceStack::Register identity;
+    identity.name = "dsctl";
+    identity.type = "tool";
+    identity.instance = std::to_string(::getpid());
+    identity.startWindow = false;
+    connection.Ask(identity);
 }
 
 } // namespace
@@ -66,7 +104,8 @@ std::map<std::uint32_t, std::string> GetUnits(Connection& connection) {
 ExitCode List(const Options& options, const std::vector<std::string>& patterns) {
     Connection connection(options.socketPath);
     auto points = GetDataPoints(connection);
-    std::erase_if(points, [&](const DataPoint& point) { return !Matches(patterns, point.name); });
+    std::erase_if(
+        points, [&](const DataPoint& point) { return !Matches(patterns, point.id, point.urn, point.name); });
     if (points.empty())
         return Fail("", "no data point matches");
     if (!options.json) {
@@ -102,8 +141,12 @@ ExitCode Get(const Options& options, const std::vector<std::string>& dataPoints)
 
 ExitCode Set(const Options& options, const std::string& dataPoint, const std::string& value) {
     Connection connection(options.socketPath);
+    Register(connection);
     const auto reply =
         connection.Ask(DeviceStack::SetValue{ParseName(dataPoint), value, false, false}, kSetTimeout);
+    if (reply.error && value.empty() && reply.error->code == DeviceStack::kValueDoesNotFit)
+        return Fail(dataPoint,
+                    R"('' is no value, and only the owner may take a value away; '""' is the empty text)");
     if (reply.error)
         return Fail(dataPoint, reply.error->message);
     if (options.json)
@@ -111,20 +154,31 @@ ExitCode Set(const Options& options, const std::string& dataPoint, const std::st
     return kOk;
 }
 
-ExitCode Watch(const Options& options, const std::vector<std::string>& patterns, std::uint64_t count) {
+ExitCode Watch(const Options& options, const WatchSettings& settings) {
     Connection connection(options.socketPath);
     if (const auto reply = connection.Ask(DeviceStack::Subscribe{}); reply.error)
         return Fail("", reply.error->message);
-    auto units = GetUnits(connection);
+    auto points = GetDataPointsById(connection);
+    if (!MatchesAny(settings.patterns, points))
+        Fail("", "no data point matches; waiting for one");
     std::uint64_t printed = 0;
-    while (count == 0 || printed < count) {
+    while (settings.count == 0 || printed < settings.count) {
         const auto message = connection.Next();
         if (std::holds_alternative<DeviceStack::ConfigurationChanged>(message.message))
-            units = GetUnits(connection);
+            points = GetDataPointsById(connection);
+        const auto* event = std::get_if<DeviceStack::ApplicationEvent>(&message.message);
+        if (event != nullptr && settings.events) {
+            PrintEvent(options, *event);
+            ++printed;
+        }
         const auto* change = std::get_if<DeviceStack::ValueChanged>(&message.message);
-        if (change == nullptr || !Matches(patterns, NameOfUrn(change->urn)))
+        if (change == nullptr)
             continue;
-        PrintChange(options, *change, units[change->id]);
+        const auto& point = points[change->id];
+        if (!Matches(settings.patterns, change->id, change->urn,
+                     point.name.empty() ? NameOfUrn(change->urn) : point.name))
+            continue;
+        PrintChange(options, *change, point.unit);
         ++printed;
     }
     return kOk;

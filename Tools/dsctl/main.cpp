@@ -6,32 +6,54 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <iostream>
+#include <system_error>
 
 namespace {
 
 constexpr const char* kFooter = R"(Examples:
   dsctl list                          every data point with its value
-  dsctl list 'Kitchen.*'              those whose name matches
+  dsctl list 'Kitchen.*' 2001         those whose name matches, and one by ID
   dsctl get Kitchen.Light             by name,
   dsctl get 2001                      by ID
   dsctl get urn:oxn:dp:house:Kitchen.Light
   dsctl set Kitchen.Light 1
   dsctl set Kitchen.Setpoint -2.5
+  dsctl set Kitchen.Label '""'        the empty text
   dsctl watch                         every change as it happens
   dsctl watch 'Kitchen.*' --count 1   wait for one change and end
+  dsctl watch --events                what applications announce, too
   dsctl --json watch                  the same for programs: one JSON object per line
 
-A pattern with *, ? or [ covers the whole name, another one is found anywhere in it; case does not count.
+Patterns: digits are an ID, urn:... is a URN, anything else a name. One with *, ? or [ covers the whole name or URN,
+another name is found anywhere in a data point's name; in names case does not count.
 
 Exit status:
   0  done
   1  refused, not found or no value; the cause is one line on standard error
   2  the command line is wrong
   3  no device stack there, or it does not answer
+  4  standard output cannot be written
 
 Environment:
   DEVICESTACK_SOCKET  the socket, when --socket does not name it)";
+
+Dsctl::ExitCode ReportOutput(int error) {
+    fmt::print(stderr, "dsctl: standard output cannot be written: {}\n",
+               std::generic_category().message(error));
+    return Dsctl::kNoOutput;
+}
+
+/// False, with a word, when something that was printed is lost.
+bool FlushOutput() {
+    std::cout.flush();
+    if (std::cout.good() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return true;
+    ReportOutput(errno);
+    return false;
+}
 
 } // namespace
 
@@ -52,19 +74,21 @@ int main(int argc, char** argv) {
     std::vector<std::string> names;
     std::string dataPoint;
     std::string value;
-    std::uint64_t count = 0;
+    Dsctl::WatchSettings watched;
     constexpr const char* kDataPoint = "Name, ID or URN of a data point";
 
     auto* list = app.add_subcommand("list", "List data points");
-    list->add_option("PATTERN", names, "Names to list; all without it")->option_text(" ");
+    list->add_option("PATTERN", names, "Names, IDs or URNs to list; all without it")->option_text(" ");
     auto* get = app.add_subcommand("get", "Print values");
     get->add_option("DATAPOINT", names, kDataPoint)->required()->option_text(" ");
     auto* set = app.add_subcommand("set", "Set a value and wait for the result");
     set->add_option("DATAPOINT", dataPoint, kDataPoint)->required()->option_text(" ");
-    set->add_option("VALUE", value, "Value text; '' is no value")->required()->option_text(" ");
+    set->add_option("VALUE", value, "Value text; '\"\"' is the empty text")->required()->option_text(" ");
     auto* watch = app.add_subcommand("watch", "Print changes as they happen");
-    watch->add_option("PATTERN", names, "Names to watch; all without it")->option_text(" ");
-    watch->add_option("--count", count, "End after that many changes")
+    watch->add_option("PATTERN", watched.patterns, "Names, IDs or URNs to watch; all without it")
+        ->option_text(" ");
+    watch->add_flag("--events", watched.events, "Print what applications announce, too");
+    watch->add_option("--count", watched.count, "End after that many lines")
         ->check([](const std::string& text) {
             const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
             return isNumber && text.find_first_not_of('0') != std::string::npos
@@ -73,7 +97,7 @@ int main(int argc, char** argv) {
         })
         ->option_text("N");
 
-    try {
+    const auto run = [&] {
         app.parse(argc, argv);
         if (list->parsed())
             return Dsctl::List(options, names);
@@ -81,11 +105,18 @@ int main(int argc, char** argv) {
             return Dsctl::Get(options, names);
         if (set->parsed())
             return Dsctl::Set(options, dataPoint, value);
-        return Dsctl::Watch(options, names, count);
+        return Dsctl::Watch(options, watched);
+    };
+    try {
+        const auto code = run();
+        return FlushOutput() ? code : Dsctl::kNoOutput;
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? Dsctl::kOk : Dsctl::kUsage;
+        const bool done = app.exit(error) == 0; // help or version
+        return !done ? Dsctl::kUsage : FlushOutput() ? Dsctl::kOk : Dsctl::kNoOutput;
     } catch (const Dsctl::NotThere& error) {
         fmt::print(stderr, "dsctl: {}\n", error.what());
         return Dsctl::kNotThere;
+    } catch (const std::system_error& error) { // of fmt::print
+        return ReportOutput(error.code().value());
     }
 }

@@ -123,6 +123,13 @@ TEST_F(DsctlWithDeviceStack, ListAsJsonIsOneObjectPerLine) {
     EXPECT_EQ(object.at("unit").as_string(), "°C");
 }
 
+TEST_F(DsctlWithDeviceStack, ListTakesIdsAndUrns) {
+    const std::string table = "ID    NAME        TYPE   ACCESS  VALUE\n"
+                              "2004  Hall.Fixed  5.010  r       7 counter pulses\n";
+    ExpectDone({"list", "2004"}, table);
+    ExpectDone({"list", "urn:oxn:dp:house:Hall.Fixed"}, table);
+}
+
 TEST_F(DsctlWithDeviceStack, ListOfNothingSaysSo) {
     ExpectRefused({"list", "Cellar"}, "dsctl: no data point matches\n");
 }
@@ -142,7 +149,7 @@ TEST_F(DsctlWithDeviceStack, GetAsJsonHasOriginAndTime) {
     EXPECT_THAT(
         Run({"--json", "get", "2003"}).output,
         MatchesRegex(std::string(R"(\{"id":2003,"urn":"urn:oxn:dp:house:Hall.Größe","name":"Hall.Größe",)"
-                                 R"("value":"Straße","origin":"connection#[0-9]+","time":")") +
+                                 R"("value":"Straße","origin":"dsctl::tool::[0-9]+","time":")") +
                      kUtcTime + R"(","change":1\})" + "\n"));
 }
 
@@ -168,6 +175,15 @@ TEST_F(DsctlWithDeviceStack, SetOfABadValueNamesDataPointAndReason) {
     const auto tooLarge = Run({"set", "Hall.Owned", "256"});
     EXPECT_EQ(tooLarge.code, 1);
     EXPECT_THAT(tooLarge.error, MatchesRegex("dsctl: Hall.Owned: [^\n]*256[^\n]*\n"));
+}
+
+TEST_F(DsctlWithDeviceStack, SetOfNothingSaysHowTheEmptyTextIsWritten) {
+    ExpectRefused(
+        {"set", "Hall.Größe", ""},
+        "dsctl: Hall.Größe: '' is no value, and only the owner may take a value away; '\"\"' is the empty "
+        "text\n");
+    ExpectDone({"set", "Hall.Größe", "\"\""}, "");
+    ExpectDone({"get", "Hall.Größe"}, "\"\"\n");
 }
 
 TEST_F(DsctlWithDeviceStack, SetOfAReadOnlyDataPointIsRefused) {
@@ -212,10 +228,78 @@ TEST_F(DsctlWithDeviceStack, WatchPrintsEachChangeAsItHappens) {
         watch.GetOutput(),
         ContainsRegex(
             "^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  Kitchen\\.Setpoint  19 "
-            "°C  \\(connection#[0-9]+\\)\n"));
+            "°C  \\(dsctl::tool::[0-9]+\\)\n"));
     Run({"set", "Kitchen.Light", "1"});
     EXPECT_EQ(watch.Wait(), 0);
     EXPECT_THAT(watch.GetOutput(), Not(HasSubstr("Hall")));
+}
+
+TEST_F(DsctlWithDeviceStack, WatchTakesIdsAndUrns) {
+    Dsctl watch(Arguments({"watch", "2001", "urn:oxn:dp:house:Kitchen.Setpoint", "--count", "2"}));
+    EXPECT_TRUE(Eventually([&] {
+        Run({"set", "Hall.Größe", "not watched"});
+        Run({"set", "Kitchen.Light", "1"});
+        return !watch.GetOutput().empty();
+    }));
+    Run({"set", "Kitchen.Setpoint", "19"});
+    EXPECT_EQ(watch.Wait(), 0);
+    EXPECT_THAT(watch.GetOutput(), AllOf(HasSubstr("Kitchen.Light"), Not(HasSubstr("Hall"))));
+    EXPECT_EQ(watch.GetError(), "");
+}
+
+TEST_F(DsctlWithDeviceStack, WatchOfNothingSaysSoAndWaits) {
+    Dsctl watch(Arguments({"watch", "Cellar"}));
+    EXPECT_TRUE(Eventually(
+        [&] { return watch.GetError() == "dsctl: no data point matches; waiting for one\n"; }, 20s));
+    m_daemon.Stop(SIGKILL);
+    EXPECT_EQ(watch.Wait(), 3);
+}
+
+TEST_F(DsctlWithDeviceStack, WatchPrintsEventsWhenAsked) {
+    RawClient application(m_daemon.Socket());
+    application.Register("app");
+    const auto emit = [&] {
+        application.Call("command",
+                         R"({"command":{"command":"EmitEvent","eventType":"lunch","message":"is ready"}})");
+    };
+    Dsctl deaf(Arguments({"watch"}));
+    Dsctl watch(Arguments({"watch", "--events", "--count", "1"}));
+    EXPECT_TRUE(Eventually([&] {
+        emit();
+        return !watch.GetOutput().empty();
+    }));
+    EXPECT_EQ(watch.Wait(), 0);
+    EXPECT_THAT(watch.GetOutput(),
+                MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  "
+                             "event lunch  is ready  \\(app\\)\n"));
+    EXPECT_TRUE(Eventually([&] {
+        Run({"set", "Kitchen.Light", "1"});
+        return !deaf.GetOutput().empty();
+    }));
+    EXPECT_THAT(deaf.GetOutput(), Not(HasSubstr("lunch")));
+
+    Dsctl json(Arguments({"--json", "watch", "--events", "--count", "1"}));
+    EXPECT_TRUE(Eventually([&] {
+        emit();
+        return !json.GetOutput().empty();
+    }));
+    EXPECT_EQ(json.Wait(), 0);
+    EXPECT_THAT(json.GetOutput(),
+                MatchesRegex(R"(\{"event":"lunch","message":"is ready","sender":"app","time":")" +
+                             std::string(kUtcTime) + "\"\\}\n"));
+}
+
+TEST_F(DsctlWithDeviceStack, OutputThatCannotBeWrittenIsStatusFour) {
+    for (const auto* arguments : {"list", "get 2002", "--json set 2001 1", "--help", "--version"}) {
+        TemporaryDirectory directory;
+        const std::string command =
+            std::string(DSCTL) + " --socket " + m_daemon.Socket() + ' ' + arguments + " >/dev/full";
+        Process process({"/bin/sh", "-c", command}, directory / "err");
+        EXPECT_EQ(process.Wait(20s), 4) << arguments;
+        EXPECT_EQ(ReadText(directory / "err"),
+                  "dsctl: standard output cannot be written: No space left on device\n")
+            << arguments;
+    }
 }
 
 TEST_F(DsctlWithDeviceStack, WatchAsJsonIsOneObjectPerLine) {

@@ -7,24 +7,45 @@
 
 using namespace Dsctl;
 
+namespace {
+
+bool MatchesName(const std::vector<std::string>& patterns, const std::string& name) {
+    return Matches(patterns, 2001, "urn:oxn:dp:house:" + name, name);
+}
+
+} // namespace
+
 TEST(DsctlText, APatternWithWildcardsCoversTheWholeName) {
-    EXPECT_TRUE(Matches({"Kitchen.*"}, "Kitchen.Light"));
-    EXPECT_TRUE(Matches({"kitchen.l?ght"}, "Kitchen.Light"));
-    EXPECT_TRUE(Matches({"[kl]*"}, "Living"));
-    EXPECT_FALSE(Matches({"itchen.*"}, "Kitchen.Light"));
-    EXPECT_FALSE(Matches({"Kitchen.?"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({"Kitchen.*"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({"kitchen.l?ght"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({"[kl]*"}, "Living"));
+    EXPECT_FALSE(MatchesName({"itchen.*"}, "Kitchen.Light"));
+    EXPECT_FALSE(MatchesName({"Kitchen.?"}, "Kitchen.Light"));
 }
 
 TEST(DsctlText, APatternWithoutWildcardsIsFoundAnywhere) {
-    EXPECT_TRUE(Matches({"LIGHT"}, "Kitchen.Light"));
-    EXPECT_TRUE(Matches({""}, "Kitchen.Light"));
-    EXPECT_FALSE(Matches({"Kitchen.Lights"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({"LIGHT"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({""}, "Kitchen.Light"));
+    EXPECT_FALSE(MatchesName({"Kitchen.Lights"}, "Kitchen.Light"));
 }
 
 TEST(DsctlText, OneOfSeveralPatternsIsEnoughAndNoneMatchesAll) {
-    EXPECT_TRUE(Matches({}, "Kitchen.Light"));
-    EXPECT_TRUE(Matches({"Living", "Light"}, "Kitchen.Light"));
-    EXPECT_FALSE(Matches({"Living", "Door"}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({}, "Kitchen.Light"));
+    EXPECT_TRUE(MatchesName({"Living", "Light"}, "Kitchen.Light"));
+    EXPECT_FALSE(MatchesName({"Living", "Door"}, "Kitchen.Light"));
+}
+
+TEST(DsctlText, DigitsAsAPatternAreTheIdAlone) {
+    EXPECT_TRUE(Matches({"2001"}, 2001, "urn:oxn:dp:house:Kitchen.Light", "Kitchen.Light"));
+    EXPECT_FALSE(Matches({"200"}, 2001, "urn:oxn:dp:house:Room.200", "Room.200"));
+}
+
+TEST(DsctlText, AUrnAsAPatternIsTheWholeUrn) {
+    const std::string urn = "urn:oxn:dp:house:Kitchen.Light";
+    EXPECT_TRUE(Matches({urn}, 2001, urn, "Kitchen.Light"));
+    EXPECT_TRUE(Matches({"urn:oxn:dp:house:Kitchen.*"}, 2001, urn, "Kitchen.Light"));
+    EXPECT_FALSE(Matches({"urn:oxn:dp:house"}, 2001, urn, "Kitchen.Light"));
+    EXPECT_TRUE(Matches({"urn:oxn:dp:house"}, 1000, "urn:oxn:dp:house", "device"));
 }
 
 TEST(DsctlText, DigitsAreAnIdAndUrnsAreUrns) {
