@@ -14,11 +14,12 @@ bool HasSpellings(const KNXDPT& dpt) {
 
 } // namespace
 
-std::string CheckValue(const KNXDPT& dpt, std::string& text) {
+std::string CheckValue(const KNXDPT& dpt, ValueSource source, std::string& text) {
     TAVVALUE value;
     value.Deserialize(text);
     KnxStack::GroupValue onBus;
-    if (auto outcome = Datapoint::Encode(dpt, value, onBus); !outcome)
+    const auto encode = source == ValueSource::Device ? Datapoint::EncodeReceived : Datapoint::Encode;
+    if (auto outcome = encode(dpt, value, onBus); !outcome)
         return std::move(outcome.reason);
     if (HasSpellings(dpt) && Datapoint::Decode(dpt, onBus, value))
         value.Serialize(text, true);

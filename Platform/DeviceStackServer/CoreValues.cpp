@@ -36,8 +36,10 @@ bool Core::Serves(const Client& client, const ProjectFile::DataPoint& point) con
 
 std::string Core::CheckText(const DeviceStack::SetValue& message, const ProjectFile::DataPoint& point,
                             bool serves, std::string& text) const {
+    // What comes from the side that has the device is what the device sent, even when nobody may send it
+    // there.
     if (!text.empty())
-        return m_check(point.dpt, text);
+        return m_check(point.dpt, serves ? ValueSource::Device : ValueSource::Writer, text);
     if (serves || (message.readInternal && message.response))
         return {};
     return "null is only taken with both readInternal and response, to mark the value invalid";

@@ -26,16 +26,24 @@ DataPointStore::DataPointStore(ValueCheck check, std::size_t historyLimit)
     : m_check(std::move(check)), m_historyLimit(historyLimit),
       m_self(std::make_shared<const std::string>("devicestack")) {}
 
+/// In the type's own spelling, as a written value.
+std::string DataPointStore::InitialText(const ProjectFile::DataPoint& point) const {
+    auto text = point.initial.value_or("");
+    if (!text.empty())
+        m_check(point.dpt, ValueSource::Writer, text);
+    return text;
+}
+
 void DataPointStore::FillFromBefore(DataPointEntry& entry, DataPointEntry& before) {
     const auto* point = entry.point;
     std::string reason;
     if (!before.text.empty() && !point->IsFixed())
-        reason = m_check(point->dpt, before.text);
+        reason = m_check(point->dpt, ValueSource::Device, before.text);
     if (!reason.empty()) {
         LOG4CPLUS_WARN(log4cplus::Logger::getInstance("DeviceStack.Server"),
                        "The value of " << point->urn
                                        << " is dropped, it does not fit its new type: " << reason);
-        entry.text = point->initial.value_or("");
+        entry.text = InitialText(*point);
         return;
     }
     entry = std::move(before);
@@ -47,7 +55,7 @@ void DataPointStore::FillFromStored(DataPointEntry& entry, const StateImage& sto
     const auto found = stored.values.find(point.urn);
     if (point.persistent && found != stored.values.end()) {
         auto text = found->second.text;
-        const auto reason = text.empty() ? std::string() : m_check(point.dpt, text);
+        const auto reason = text.empty() ? std::string() : m_check(point.dpt, ValueSource::Device, text);
         if (reason.empty()) {
             entry.text = std::move(text);
             entry.origin = std::make_shared<const std::string>(found->second.origin);
@@ -57,8 +65,7 @@ void DataPointStore::FillFromStored(DataPointEntry& entry, const StateImage& sto
         LOG4CPLUS_WARN(log4cplus::Logger::getInstance("DeviceStack.Server"),
                        "The stored value of " << point.urn << " is dropped: " << reason);
     }
-    if (point.initial)
-        entry.text = *point.initial;
+    entry.text = InitialText(point);
 }
 
 void DataPointStore::SetProject(std::shared_ptr<const ProjectFile::Project> project, StateImage& stored,

@@ -52,9 +52,15 @@ struct DataPointEntry {
     DeviceStack::ValueChanged ToMessage() const;
 };
 
+/// Where a value comes from, and with that what it may be.
+enum class ValueSource {
+    Writer, ///< somebody's wish: a value of the type
+    Device, ///< what a device has sent: whatever its octets can hold, also values that the type reserves
+};
+
 /// Why a value text does not fit a datapoint type; "" when it does. May bring the text into the type's own
 /// spelling.
-using ValueCheck = std::function<std::string(const KNXDPT& dpt, std::string& text)>;
+using ValueCheck = std::function<std::string(const KNXDPT& dpt, ValueSource source, std::string& text)>;
 
 /// Holds the entries of one project at a time. Not synchronised.
 class DataPointStore {
@@ -98,6 +104,7 @@ public:
 private:
     void FillFromBefore(DataPointEntry& entry, DataPointEntry& before);
     void FillFromStored(DataPointEntry& entry, const StateImage& stored);
+    std::string InitialText(const ProjectFile::DataPoint& point) const;
 
     const ValueCheck m_check;
     const std::size_t m_historyLimit;

@@ -48,34 +48,50 @@ void PrintField(const Field& field, std::uint64_t bits, std::string& text) {
     text += DecimalText(field.form.ToUnits(raw), field.form.decimals).View();
 }
 
-Status ReadDigits(const Field& field, const JsonField& from, std::uint64_t& bits, Reason reason) {
+// What a field may hold.
+enum class Allowed {
+    OfTheType,
+    WhatTheBitsHold, ///< also what only a device would send
+};
+
+// 0 to 15; 16 for what is no digit.
+std::uint64_t Nibble(char c, Allowed allowed) {
+    if (c >= '0' && c <= '9') {
+        return static_cast<std::uint64_t>(c - '0');
+    }
+    return allowed == Allowed::WhatTheBitsHold && c >= 'a' && c <= 'f'
+               ? static_cast<std::uint64_t>(c - 'a' + 10)
+               : 16;
+}
+
+Status ReadDigits(const Field& field, const JsonField& from, Allowed allowed, std::uint64_t& bits,
+                  Reason reason) {
     const std::size_t digits = field.form.bits / 4;
     const bool allDigits =
-        std::all_of(from.text.begin(), from.text.end(), [](char c) { return c >= '0' && c <= '9'; });
+        std::all_of(from.text.begin(), from.text.end(), [&](char c) { return Nibble(c, allowed) < 16; });
     if (from.kind != JsonField::Kind::Text || from.text.size() != digits || !allDigits) {
         return Refuse(Status::Malformed, reason, "a text of {} digits is expected", digits);
     }
     for (const char c : from.text) {
-        bits = bits << 4 | static_cast<std::uint64_t>(c - '0');
+        bits = bits << 4 | Nibble(c, allowed);
     }
     return Status::Done;
 }
 
-Status ReadField(const Field& field, const JsonField& from, std::uint64_t& bits, Reason reason) {
+Status ReadField(const Field& field, const JsonField& from, Allowed allowed, std::uint64_t& bits,
+                 Reason reason) {
     if (field.kind == FieldKind::Digits) {
-        return ReadDigits(field, from, bits, reason);
+        return ReadDigits(field, from, allowed, bits, reason);
     }
     const bool isFlag = from.kind == JsonField::Kind::Boolean && field.form.bits == 1;
     if (from.kind != JsonField::Kind::Number && !isFlag) {
         return Refuse(Status::Malformed, reason, "a number is expected");
     }
-    Type limits{};
-    limits.minimum = field.form.Minimum();
-    limits.maximum = field.form.Maximum();
-    limits.decimals = static_cast<std::uint8_t>(field.form.decimals);
+    const Type limits = Limits(field.form.Minimum(), field.form.Maximum(), field.form.decimals);
     std::int64_t raw = 0;
     const Status status = ToRaw(field.form, limits, from.text, raw, reason);
-    if (status == Status::Done && !field.members.empty() && !IsMember(field.members, raw)) {
+    if (status == Status::Done && allowed == Allowed::OfTheType && !field.members.empty() &&
+        !IsMember(field.members, raw)) {
         return Refuse(Status::OutOfRange, reason, "{} is not one of {}", from.text, field.members);
     }
     bits = static_cast<std::uint64_t>(raw);
@@ -83,7 +99,8 @@ Status ReadField(const Field& field, const JsonField& from, std::uint64_t& bits,
 }
 
 // The field's bits from the object's member, which is taken out of `members`.
-Status TakeField(const Field& field, std::vector<JsonField>& members, std::uint64_t& bits, Reason reason) {
+Status TakeField(const Field& field, std::vector<JsonField>& members, Allowed allowed, std::uint64_t& bits,
+                 Reason reason) {
     bits = 0;
     if (field.kind == FieldKind::Reserved) {
         return Status::Done;
@@ -96,12 +113,33 @@ Status TakeField(const Field& field, std::vector<JsonField>& members, std::uint6
                    ? Status::Done
                    : Refuse(Status::Malformed, reason, "\"{}\" is left out", field.name);
     }
-    const Status status = ReadField(field, *member, bits, reason);
+    const Status status = ReadField(field, *member, allowed, bits, reason);
     if (status != Status::Done && reason != nullptr) {
         *reason = fmt::format("\"{}\": {}", field.name, *reason);
     }
     members.erase(member);
     return status;
+}
+
+Status EncodeFields(const Type& type, std::string_view text, Allowed allowed, Octets& octets, Reason reason) {
+    const auto& layout = static_cast<const CompositeLayout&>(*type.layout);
+    std::vector<JsonField> members;
+    std::string error;
+    if (!ReadJsonFields(text, members, error)) {
+        return Refuse(Status::Malformed, reason, "'{}' is not a JSON object of single values ({})",
+                      Excerpt(text), error);
+    }
+    BitCursor cursor(layout.sizeInBits);
+    for (const Field& field : layout.fields) {
+        std::uint64_t bits = 0;
+        if (const Status status = TakeField(field, members, allowed, bits, reason); status != Status::Done) {
+            return status;
+        }
+        cursor.Write(bits, field.form.bits, octets.Data());
+    }
+    // A member that is left is unknown, or was given twice.
+    return members.empty() ? Status::Done
+                           : Refuse(Status::Malformed, reason, "\"{}\" is too many", members.front().name);
 }
 
 constexpr Field s_control[] = {UnsignedField("c", 1), UnsignedField("v", 1)};
@@ -149,24 +187,11 @@ Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, T
 }
 
 Status EncodeComposite(const Type& type, std::string_view text, Octets& octets, Reason reason) {
-    const auto& layout = static_cast<const CompositeLayout&>(*type.layout);
-    std::vector<JsonField> members;
-    std::string error;
-    if (!ReadJsonFields(text, members, error)) {
-        return Refuse(Status::Malformed, reason, "'{}' is not a JSON object of single values ({})",
-                      Excerpt(text), error);
-    }
-    BitCursor cursor(layout.sizeInBits);
-    for (const Field& field : layout.fields) {
-        std::uint64_t bits = 0;
-        if (const Status status = TakeField(field, members, bits, reason); status != Status::Done) {
-            return status;
-        }
-        cursor.Write(bits, field.form.bits, octets.Data());
-    }
-    // A member that is left is unknown, or was given twice.
-    return members.empty() ? Status::Done
-                           : Refuse(Status::Malformed, reason, "\"{}\" is too many", members.front().name);
+    return EncodeFields(type, text, Allowed::OfTheType, octets, reason);
+}
+
+Status EncodeReceivedComposite(const Type& type, std::string_view text, Octets& octets, Reason reason) {
+    return EncodeFields(type, text, Allowed::WhatTheBitsHold, octets, reason);
 }
 
 } // namespace Datapoint

@@ -51,6 +51,7 @@ struct CompositeLayout : Layout {
 Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, TAVVALUE& value,
                        Reason reason);
 Status EncodeComposite(const Type& type, std::string_view text, Octets& octets, Reason reason);
+Status EncodeReceivedComposite(const Type& type, std::string_view text, Octets& octets, Reason reason);
 
 /// A layout of the fields, whose sizes make up its own.
 constexpr CompositeLayout MakeComposite(std::span<const Field> fields) {
@@ -58,7 +59,7 @@ constexpr CompositeLayout MakeComposite(std::span<const Field> fields) {
     for (const Field& field : fields) {
         bits += field.form.bits;
     }
-    return {{bits, DecodeComposite, EncodeComposite}, fields};
+    return {{bits, DecodeComposite, EncodeComposite, false, EncodeReceivedComposite}, fields};
 }
 
 } // namespace Datapoint

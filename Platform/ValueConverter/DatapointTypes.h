@@ -103,4 +103,9 @@ struct Outcome {
 TAV_EXPORT Outcome Encode(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue);
 TAV_EXPORT Outcome Decode(const KNXDPT& dpt, const KnxStack::GroupValue& groupValue, TAVVALUE& value);
 
+/// As Encode, but takes every text that Decode gives: also reserved values of an enumeration, numbers beyond
+/// the type's range that its octets hold, and characters that the type does not have. For whoever keeps what
+/// a device has sent; never for what is sent to one.
+TAV_EXPORT Outcome EncodeReceived(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue);
+
 } // namespace Datapoint

@@ -64,8 +64,13 @@ Status Encode(const Type& type, std::string_view text, Octets& octets, Reason re
     return Status::Done;
 }
 
+Status EncodeReceived(const Type&, std::string_view text, Octets& octets, Reason reason) {
+    constexpr Type kLimits = Limits(kFloat16Minimum, kFloat16Maximum, 2);
+    return Encode(kLimits, text, octets, reason);
+}
+
 } // namespace
 
-constinit const Layout kFloat16{16, Decode, Encode};
+constinit const Layout kFloat16{16, Decode, Encode, false, EncodeReceived};
 
 } // namespace Datapoint

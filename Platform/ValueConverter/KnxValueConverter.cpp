@@ -64,7 +64,11 @@ Status FromBus(const KNXDPT& dpt, const KnxStack::GroupValue& groupValue, TAVVAL
     return status == Status::Done ? status : Name(status, dpt, reason);
 }
 
+// Which texts a type takes.
+enum class Texts { OfTheType, Received };
+
 // `sizeInBits` 0: as many octets as there are.
+template <Texts Which>
 Status ValueToOctets(const KNXDPT& dpt, const TAVVALUE& value, Octets& octets, unsigned& sizeInBits,
                      Reason reason) {
     std::string buffer;
@@ -83,14 +87,17 @@ Status ValueToOctets(const KNXDPT& dpt, const TAVVALUE& value, Octets& octets, u
     const Layout& layout = *type->layout;
     sizeInBits = layout.sizeInBits;
     octets.Resize((sizeInBits + 7) / 8);
-    return layout.encode(*type, layout.keepsBlanks ? text : Trim(text), octets, reason);
+    const bool received = Which == Texts::Received && layout.encodeReceived != nullptr;
+    const auto encode = received ? layout.encodeReceived : layout.encode;
+    return encode(*type, layout.keepsBlanks ? text : Trim(text), octets, reason);
 }
 
+template <Texts Which>
 Status ToBus(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue, Reason reason) {
     Octets octets;
     unsigned sizeInBits = 0;
     const Status status = value.IsNull() ? Refuse(Status::Malformed, reason, "null has no form on the bus")
-                                         : ValueToOctets(dpt, value, octets, sizeInBits, reason);
+                                         : ValueToOctets<Which>(dpt, value, octets, sizeInBits, reason);
     if (status != Status::Done) {
         return Name(status, dpt, reason);
     }
@@ -106,7 +113,13 @@ Status ToBus(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& gro
 
 Outcome Encode(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue) {
     Outcome outcome;
-    outcome.status = ToBus(dpt, value, groupValue, &outcome.reason);
+    outcome.status = ToBus<Texts::OfTheType>(dpt, value, groupValue, &outcome.reason);
+    return outcome;
+}
+
+Outcome EncodeReceived(const KNXDPT& dpt, const TAVVALUE& value, KnxStack::GroupValue& groupValue) {
+    Outcome outcome;
+    outcome.status = ToBus<Texts::Received>(dpt, value, groupValue, &outcome.reason);
     return outcome;
 }
 
@@ -122,7 +135,8 @@ namespace Vesk {
 
 bool KnxValueConverter::ToKnxValue(KNXDPT& dpt, const TAVVALUE& value,
                                    KnxStack::GroupValue& groupValue) const {
-    return Datapoint::ToBus(dpt, value, groupValue, nullptr) == Datapoint::Status::Done;
+    return Datapoint::ToBus<Datapoint::Texts::OfTheType>(dpt, value, groupValue, nullptr) ==
+           Datapoint::Status::Done;
 }
 
 bool KnxValueConverter::FromKnxValue(KNXDPT& dpt, const KnxStack::GroupValue& groupValue,

@@ -62,6 +62,8 @@ struct Layout {
     DecodeFunction decode;
     EncodeFunction encode;
     bool keepsBlanks = false; ///< the text is the value letter for letter
+    /// As `encode`, but takes every text that `decode` gives; null: `encode` does.
+    EncodeFunction encodeReceived = nullptr;
 };
 
 /// At most the first 40 octets of a text, for messages; never half a character.

@@ -49,6 +49,15 @@ struct NumberForm {
     }
 };
 
+/// A row that only limits a number, in units of 10^-decimals.
+constexpr Type Limits(std::int64_t minimum, std::int64_t maximum, unsigned decimals) {
+    Type limits{};
+    limits.minimum = minimum;
+    limits.maximum = maximum;
+    limits.decimals = static_cast<std::uint8_t>(decimals);
+    return limits;
+}
+
 /// The raw number in the octets, whose size is the form's.
 inline std::int64_t ReadRaw(const NumberForm& form, const std::uint8_t* octets) {
     std::uint64_t raw = 0;

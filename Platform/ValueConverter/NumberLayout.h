@@ -36,6 +36,13 @@ Status EncodeNumber(const Type& type, std::string_view text, Octets& octets, Rea
     return Status::Done;
 }
 
+/// Within what the octets hold, whatever the type allows of it.
+template <NumberForm Form>
+Status EncodeReceivedNumber(const Type&, std::string_view text, Octets& octets, Reason reason) {
+    constexpr Type kLimits = Limits(Form.Minimum(), Form.Maximum(), Form.decimals);
+    return EncodeNumber<Form>(kLimits, text, octets, reason);
+}
+
 /// A layout with the form that it was made for. The form is a constant of the two functions, which makes them
 /// fast.
 struct NumberLayout : Layout {
@@ -44,7 +51,7 @@ struct NumberLayout : Layout {
 
 template <NumberForm Form>
 constexpr NumberLayout MakeNumber() {
-    return {{Form.bits, DecodeNumber<Form>, EncodeNumber<Form>}, Form};
+    return {{Form.bits, DecodeNumber<Form>, EncodeNumber<Form>, false, EncodeReceivedNumber<Form>}, Form};
 }
 
 inline constexpr NumberLayout kU8 = MakeNumber<NumberForm{8}>();

@@ -81,9 +81,9 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
 
 } // namespace
 
-constinit const Layout kCharacterAscii{8, Decode, Encode<kHighestAscii>, true};
+constinit const Layout kCharacterAscii{8, Decode, Encode<kHighestAscii>, true, Encode<kHighestLatin1>};
 constinit const Layout kCharacterLatin1{8, Decode, Encode<kHighestLatin1>, true};
-constinit const Layout kStringAscii{112, Decode, Encode<kHighestAscii>, true};
+constinit const Layout kStringAscii{112, Decode, Encode<kHighestAscii>, true, Encode<kHighestLatin1>};
 constinit const Layout kStringLatin1{112, Decode, Encode<kHighestLatin1>, true};
 
 } // namespace Datapoint

@@ -176,11 +176,16 @@ public:
     }
 
     /// Values of the tests are numbers up to 255; the real check has tests of its own.
-    static std::string CheckNumber(const KNXDPT& dpt, std::string& text) {
+    /// A device may send up to 999. Zeros before a number go.
+    static std::string CheckNumber(const KNXDPT& dpt, ValueSource source, std::string& text) {
         if (dpt.main != 5)
             return {};
         const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        return number && std::stoul(text) <= 255 ? std::string() : "\"" + text + "\" is no number up to 255";
+        const auto limit = source == ValueSource::Device ? 999u : 255u;
+        if (!number || std::stoul(text) > limit)
+            return "\"" + text + "\" is no number up to " + std::to_string(limit);
+        text = std::to_string(std::stoul(text));
+        return {};
     }
 
     Instant now{kStart, kUtc};

@@ -99,10 +99,31 @@ TEST_F(CoreProject, RestoredValuesAreNoChanges) {
 
 TEST_F(CoreProject, AStoredValueThatNoLongerFitsIsDropped) {
     StateImage image;
-    image.values["urn:oxn:dp:house:A"] = {"300", "x", Milliseconds(1000)};
+    image.values["urn:oxn:dp:house:A"] = {"1000", "x", Milliseconds(1000)};
     core.Restore(image);
     Begin(Project(kA));
     EXPECT_THAT(Ask(Connect(), "getValue", R"({"id":3001})"), ElementsAre(HasSubstr("error 3")));
+}
+
+TEST_F(CoreProject, WhatADeviceSentSurvivesARestartAndANewProject) {
+    StateImage image;
+    image.values["urn:oxn:dp:house:A"] = {"300", "DscKnxAppPrg::field::KNX", Milliseconds(1000)};
+    core.Restore(image);
+    Begin(Project(kA));
+    EXPECT_THAT(Ask(Connect(), "getValue", R"({"id":3001})"), ElementsAre("value 300"));
+    EXPECT_EQ(Take(Project(std::string(kA) + "," + kB)), "");
+    EXPECT_THAT(Ask(Connect(), "getValue", R"({"id":3001})"), ElementsAre("value 300"));
+}
+
+TEST_F(CoreProject, AnInitialValueIsSpeltAsAWrittenOne) {
+    Begin(Project(std::string(R"({"id":3001,"name":"A","dpt":"5.010","initial":"007"},)") + kB));
+    const auto client = Connect();
+    EXPECT_THAT(Ask(client, "getValue", R"({"id":3001})"), ElementsAre("value 7"));
+    // Also where it takes the place of a value that does not fit a new type.
+    EXPECT_EQ(Take(Project(R"({"id":3003,"name":"C","dpt":"16.001"})")), "");
+    Set(client, 3003, "words");
+    EXPECT_EQ(Take(Project(R"({"id":3003,"name":"C","dpt":"5.010","initial":"008"})")), "");
+    EXPECT_THAT(Ask(client, "getValue", R"({"id":3003})"), ElementsAre("value 8"));
 }
 
 TEST_F(CoreProject, AnInitialValueIsNotStored) {

@@ -6,6 +6,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class CoreValues : public testing::Test, public CoreBench {
 protected:
@@ -145,7 +146,29 @@ TEST_F(CoreValues, NullWithBothFlagsMarksTheValueInvalid) {
 TEST_F(CoreValues, TheOwnerMaySendNullWithoutFlags) {
     const auto program = StartProgram();
     Set(program, 2002, "1");
+    const auto listener = Register("listen::x::1");
     EXPECT_THAT(Ask(program, "setValue", R"({"id":2002,"value":""})"), ElementsAre(HasSubstr("ok")));
+    EXPECT_THAT(Take(listener), ElementsAre("changed 2002= by DscKnxAppPrg::field::KNX"));
+    EXPECT_THAT(Ask(listener, "getValue", R"({"id":2002,"readInternal":true})"),
+                ElementsAre("error 3: urn:oxn:dp:house:Light has no value"));
+    const auto history = Command(listener, R"({"command":"GetHistory","id":2002})");
+    EXPECT_THAT(history, ElementsAre(HasSubstr(R"([{"value":"1","origin":"DscKnxAppPrg::field::KNX")")));
+    EXPECT_THAT(history, ElementsAre(Not(HasSubstr(R"("value":"")"))));
+}
+
+TEST_F(CoreValues, WhoServesADataPointMayTellWhateverTheDeviceSent) {
+    const auto program = StartProgram();
+    const auto client = Connect();
+    EXPECT_THAT(Ask(program, "setValue", R"({"id":2003,"value":"256"})"), ElementsAre(HasSubstr("ok")));
+    EXPECT_THAT(Ask(client, "getValue", R"({"id":2003})"), ElementsAre("value 256"));
+    EXPECT_THAT(Ask(program, "setValue", R"({"id":2004,"value":"300","readInternal":true})"),
+                ElementsAre(HasSubstr("ok"))); // not its owner, but bound to the bus
+    EXPECT_THAT(Ask(client, "getValue", R"({"id":2004})"), ElementsAre("value 300"));
+    EXPECT_THAT(Ask(program, "setValue", R"({"id":2003,"value":"1000"})"),
+                ElementsAre(HasSubstr("error 4"))); // no device can send it
+    EXPECT_THAT(Ask(program, "setValue", R"({"id":2001,"value":"256"})"),
+                ElementsAre(HasSubstr("error 4"))); // not its business
+    EXPECT_THAT(Ask(client, "setValue", R"({"id":2005,"value":"256"})"), ElementsAre(HasSubstr("error 4")));
 }
 
 TEST_F(CoreValues, TheHistoryIsBoundedAndOldestFirst) {
