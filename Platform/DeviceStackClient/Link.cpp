@@ -177,9 +177,12 @@ bool Link::Write() {
 void Link::WriteLocked() {
     std::size_t sent = 0;
     while (!m_writeBroken) {
-        if (m_output.size() - sent < kChunk)
+        if (m_output.size() - sent < kChunk) {
+            m_output.erase(0, sent); // what is sent must not take the room of what comes next
+            sent = 0;
             m_user.TakeOutput(m_output);
-        if (sent == m_output.size())
+        }
+        if (m_output.empty())
             break;
         const auto count =
             ::send(m_socket, m_output.data() + sent, m_output.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
