@@ -56,6 +56,9 @@ public:
         return displaced;
     }
 
+    /// The oldest entry, which stays. The queue must not be empty.
+    const Item& Front() const { return m_front.empty() ? m_beyond.front().second : m_front.front(); }
+
     /// The oldest entry. The queue must not be empty.
     Item Pop() {
         if (!m_front.empty()) {

@@ -17,6 +17,10 @@ std::uint64_t KeyOf(std::uint32_t dataPoint) {
     return std::uint64_t{dataPoint} + 1;
 }
 
+/// Answers have keys of their own, so that the queue takes every one: there are no more of them than
+/// questions.
+constexpr std::uint64_t kAnswerKeys = std::uint64_t{1} << 63;
+
 std::string Identity(const DeviceStack::Register& identity) {
     return identity.name + "::" + identity.type + "::" + identity.instance;
 }
@@ -126,11 +130,14 @@ Session::CallPointer Session::AskLine(std::uint64_t id, std::string line, Announ
 
 Session::CallPointer Session::AskCommand(const DeviceStack::CommandText& message, std::string_view event,
                                          DeviceStack::Error& error) {
-    if (event == "configurationChangeBegin")
+    auto announces = Announces::Nothing;
+    if (event == "configurationChangeBegin") {
+        announces = Announces::ChangeBegin;
         m_loaded.clear();
-    const auto announces = event == "configurationLoaded" ? Announces::Loaded : Announces::Nothing;
-    if (announces == Announces::Loaded)
+    } else if (event == "configurationLoaded") {
+        announces = Announces::Loaded;
         m_loaded = message.json;
+    }
     const auto id = ++m_lastId;
     return AskLine(id, ToLine(std::to_string(id), message), announces, error);
 }
@@ -198,6 +205,11 @@ bool Session::Enqueue(Request request, Queue::Key key, DeviceStack::Error& error
 void Session::SendNow(Kind kind, std::uint64_t id, std::string line) {
     m_first += line;
     m_unanswered.emplace(id, Request(id, kind, {}));
+}
+
+void Session::SendAnswer(std::string line) {
+    [[maybe_unused]] const auto none =
+        m_queue.Push(kAnswerKeys | ++m_lastAnswer, Request(0, Kind::Answer, std::move(line)));
 }
 
 void Session::SendRegistration() {
@@ -309,20 +321,33 @@ void Session::Drop(Request& request, const DeviceStack::Error& error, Events& ev
         break;
     case Kind::Registration:
     case Kind::Repeat: break; // made anew on the next connection
+    case Kind::Answer: break; // nobody waits for it there
     }
+}
+
+/// True for a call that nobody waits for any more. An announcement is made all the same, but not that of a
+/// configuration which is about to change.
+bool Session::IsObsolete(const Request& request) const {
+    if (!request.call || !request.call->isAbandoned)
+        return false;
+    return request.announces == Announces::Nothing ||
+           (request.announces == Announces::Loaded && m_loaded.empty());
 }
 
 void Session::TakeOutput(std::string& bytes, std::size_t chunk) {
     bytes += m_first;
     m_first.clear();
-    while (m_state == State::Ready && bytes.size() < chunk && m_unanswered.size() < kMaxUnanswered &&
-           !m_queue.IsEmpty()) {
+    while (m_state == State::Ready && bytes.size() < chunk && !m_queue.IsEmpty()) {
+        if (m_queue.Front().kind != Kind::Answer && m_unanswered.size() >= kMaxUnanswered)
+            break;
         auto request = m_queue.Pop();
         if (request.announces == Announces::Loaded)
             --m_queuedAnnouncements;
-        else if (request.call && request.call->isAbandoned)
+        if (IsObsolete(request))
             continue;
         bytes += request.line;
+        if (request.kind == Kind::Answer)
+            continue;
         if (request.kind != Kind::Set)
             request.line.clear();
         m_unanswered.emplace(request.id, std::move(request));

@@ -38,7 +38,8 @@ struct Call {
 /// On each connection it says first who it is, then, once that is accepted, in this order: the value format,
 /// the last "Ntp" setting, the last "configurationLoaded" unless a change of the configuration has begun
 /// since, the values that were sent and not answered (the last of each data point), and what waits in its
-/// queue. A value whose place a newer one has taken is not answered.
+/// queue. A value whose place a newer one has taken is not answered. What the application is asked is
+/// answered in the order of its calls: behind the values that it set before.
 class Session {
 public:
     using Events = std::vector<Event>;
@@ -100,8 +101,16 @@ private:
         Registering, ///< connected, not yet known to the device stack
         Ready,
     };
-    enum class Kind { Call, Set, Value, SetConfiguration, Registration, Repeat };
-    enum class Announces { Nothing, Ntp, Loaded };
+    enum class Kind {
+        Call,
+        Set,
+        Value,
+        SetConfiguration,
+        Registration,
+        Repeat,
+        Answer, ///< to a question of the device stack, which answers nothing to it
+    };
+    enum class Announces { Nothing, Ntp, ChangeBegin, Loaded };
 
     /// One request, from the call that makes it until its answer.
     struct Request {
@@ -122,6 +131,7 @@ private:
     CallPointer AskLine(std::uint64_t id, std::string line, Announces announces, DeviceStack::Error& error);
     bool Enqueue(Request request, Queue::Key key, DeviceStack::Error& error);
     void SendNow(Kind kind, std::uint64_t id, std::string line);
+    void SendAnswer(std::string line);
     void SendRegistration();
     void BecomeReady();
 
@@ -134,6 +144,7 @@ private:
     void Drop(Request& request, const DeviceStack::Error& error, Events& events);
     void KeepUnsent(const DeviceStack::Error& error, Events& events);
     void SendUnansweredAgain();
+    bool IsObsolete(const Request& request) const;
 
     State m_state = State::Trying;
     DeviceStack::Error m_down; ///< why calls fail at once in State::Down
@@ -153,13 +164,14 @@ private:
     std::string m_loaded; ///< the "configurationLoaded" command
 
     // On its way.
-    std::string m_first; ///< lines that go before the queue
+    std::string m_first; ///< what a new connection says first, and questions about the connection itself
     Queue m_queue{kQueueBound};
     std::map<std::uint64_t, Request> m_unanswered; ///< in the order in which they were sent
     std::vector<Request> m_again; ///< values that were sent and not answered when the connection was lost
     std::unordered_map<std::string, std::pair<std::uint64_t, std::uint32_t>>
         m_awaitedValues;                ///< requestValue's text to our request and data point
     unsigned m_queuedAnnouncements = 0; ///< of "configurationLoaded" in m_queue
+    std::uint64_t m_lastAnswer = 0;     ///< counts answers
     bool m_isOverflowing = false;
 
     // What was seen, so that a reconnect brings nothing twice.

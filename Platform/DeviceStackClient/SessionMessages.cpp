@@ -44,7 +44,7 @@ bool Session::OnMessage(DeviceStack::FromDeviceStack message, Events& events) {
     else if (const auto* error = std::get_if<DeviceStack::Error>(&message.message)) {
         LOG4CPLUS_DEBUG(Logger(), "OnMessage(): passed over a message: " << error->message);
         if (!message.id.empty())
-            m_first += DeviceStack::ErrorLine(message.id, *error);
+            SendAnswer(DeviceStack::ErrorLine(message.id, *error));
     }
     return true;
 }
@@ -72,6 +72,7 @@ bool Session::OnReply(std::string_view id, DeviceStack::Reply reply, Events& eve
             LOG4CPLUS_WARN(Logger(), "SetConfiguration(): refused: " << reply.error->message);
         events.push_back(SetConfigurationAnswer{std::to_string(number), ErrorOf(reply)});
         break;
+    case Kind::Answer: break; // never kept
     case Kind::Repeat:
         if (reply.error)
             LOG4CPLUS_WARN(Logger(), "OnReply(): the device stack refused what it was told before: "
@@ -161,7 +162,7 @@ void Session::OnValueChanged(DeviceStack::ValueChanged change, Events& events) {
 
 void Session::Answer(const FieldRequest& request, bool handled) {
     if (request.connection == m_connection && m_state == State::Ready)
-        m_first += DeviceStack::ReplyLine(request.id, DeviceStack::HandledResult{handled});
+        SendAnswer(DeviceStack::ReplyLine(request.id, DeviceStack::HandledResult{handled}));
 }
 
 } // namespace DeviceStackClient
