@@ -31,7 +31,9 @@ void ReadId(const json::value& value, Envelope& envelope) {
 }
 
 void ReadReply(const json::object& message, Envelope& envelope) {
-    if (const auto* error = message.if_contains("error")) {
+    // Some write the error of a success as null.
+    const auto* result = message.if_contains("result");
+    if (const auto* error = message.if_contains("error"); error && !(result && error->is_null())) {
         Error& found = envelope.reply.error.emplace();
         if (const auto* object = error->if_object()) {
             if (const auto* code = object->if_contains("code"); code && code->is_int64())
@@ -43,7 +45,7 @@ void ReadReply(const json::object& message, Envelope& envelope) {
             found = {kInvalidRequest, "the error of a reply must have a code"};
         return;
     }
-    envelope.reply.result = json::serialize(message.at("result"));
+    envelope.reply.result = json::serialize(*result);
 }
 
 Envelope ReadEnvelope(const json::value& value) {

@@ -176,6 +176,16 @@ TEST(Messages, ErrorsTravelWhole) {
               "{\"jsonrpc\":\"2.0\",\"id\":null,\"error\":{\"code\":-32700,\"message\":\"x\"}}\n");
 }
 
+TEST(Messages, ANullErrorBesideAResultIsNone) {
+    const auto reply =
+        FromApp<Reply>("{\"jsonrpc\":\"2.0\",\"id\":5,\"result\":{\"handled\":true},\"error\":null}\n", "5");
+    EXPECT_FALSE(reply.error);
+    EXPECT_EQ(reply.result, R"({"handled":true})");
+    EXPECT_TRUE(FromApp<Reply>("{\"jsonrpc\":\"2.0\",\"id\":5,\"error\":null}\n", "5").error);
+    EXPECT_TRUE(
+        FromApp<Reply>("{\"jsonrpc\":\"2.0\",\"id\":5,\"result\":{},\"error\":{\"code\":1}}\n", "5").error);
+}
+
 TEST(Messages, TheGetValueOfTheDocumentationIsRead) {
     const auto read =
         FromApp<GetValue>(R"({"jsonrpc":"2.0","id":1,"method":"getValue","params":{"name":"Kitchen.Light"}})"
