@@ -67,7 +67,10 @@ std::string Server::Impl::Start() {
         return loaded.Error();
     if (auto error = m_state.Open(); !error.empty())
         return error;
-    m_core.Restore(m_state.Read(Now().utc));
+    StateImage state;
+    if (auto error = m_state.Read(Now().utc, state); !error.empty())
+        return error;
+    m_core.Restore(std::move(state));
     if (auto error = TakeProject(std::move(loaded)); !error.empty())
         return error;
     if (auto error = m_listener.Open(m_configuration.socket, m_configuration.socketMode); !error.empty())

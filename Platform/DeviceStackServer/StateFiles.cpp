@@ -50,22 +50,23 @@ std::string StateFiles::Open() {
     return {};
 }
 
-StateImage StateFiles::Read(Milliseconds utc) {
-    StateImage image;
-    ReadOne(kIds, ReadIds, image, utc);
-    ReadOne(kValues, ReadValues, image, utc);
-    return image;
+std::string StateFiles::Read(Milliseconds utc, StateImage& image) {
+    const auto read = [&](const char* name, std::string (*take)(std::string_view, StateImage&)) {
+        std::string error;
+        const auto content = ReadFile(PathOf(name), error);
+        return content ? take(*content, image) : error;
+    };
+    if (const auto error = read(kIds, ReadIds); !error.empty())
+        return fmt::format("{} cannot be read ({}); bring back a copy of it, or delete it when no id of a "
+                           "former project has to be kept from other data points",
+                           PathOf(kIds), error);
+    if (const auto error = read(kValues, ReadValues); !error.empty())
+        SetValuesAside(error, utc);
+    return {};
 }
 
-void StateFiles::ReadOne(const std::string& name, std::string (*read)(std::string_view, StateImage&),
-                         StateImage& image, Milliseconds utc) {
-    const auto path = m_directory + '/' + name;
-    std::string error;
-    const auto content = ReadFile(path, error);
-    if (content)
-        error = read(*content, image);
-    if (error.empty())
-        return;
+void StateFiles::SetValuesAside(const std::string& error, Milliseconds utc) const {
+    const auto path = PathOf(kValues);
     auto mark = "unreadable-" + UtcText(utc);
     std::replace(mark.begin(), mark.end(), ':', '-');
     const auto aside = SetAside(path, mark);
@@ -75,21 +76,35 @@ void StateFiles::ReadOne(const std::string& name, std::string (*read)(std::strin
 }
 
 void StateFiles::SaveIds(const StateImage& image) {
-    Save(kIds, WriteIds(image));
+    Save(PathOf(kIds), WriteIds(image));
 }
 
 void StateFiles::SaveValues(const StateImage& image) {
-    Save(kValues, WriteValues(image));
+    Save(PathOf(kValues), WriteValues(image));
 }
 
-void StateFiles::Save(const std::string& name, std::string content) {
-    boost::asio::post(m_writer, [this, path = m_directory + '/' + name, content = std::move(content)] {
-        const auto error = WriteFileAtomically(path, content);
-        if (error.empty())
+void StateFiles::Save(const std::string& path, std::string content) {
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto [pending, isNew] = m_pending.try_emplace(path);
+        pending->second = std::move(content);
+        if (!isNew)
             return;
-        m_onFailed();
-        LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
-    });
+    }
+    boost::asio::post(m_writer, [this, path] { WritePending(path); });
+}
+
+void StateFiles::WritePending(const std::string& path) {
+    std::string content;
+    {
+        const std::lock_guard lock(m_mutex);
+        content = std::move(m_pending.extract(path).mapped());
+    }
+    const auto error = WriteFileAtomically(path, content);
+    if (error.empty())
+        return;
+    m_onFailed();
+    LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
 }
 
 std::string IdConflictOnDisk(const std::string& directory, const ProjectFile::Project& project) {

@@ -6,6 +6,8 @@
 #include <boost/asio/thread_pool.hpp>
 
 #include <functional>
+#include <map>
+#include <mutex>
 #include <string>
 
 namespace DeviceStackServer {
@@ -24,9 +26,11 @@ public:
     /// Creates the directory if need be and claims it. "" or one sentence.
     std::string Open();
 
-    /// Reads both files. One that cannot be read is set aside under another name, with a line in the log.
-    StateImage Read(Milliseconds utc);
+    /// Reads both files. Values that cannot be read are set aside under another name, with a line in the log.
+    /// Ids that cannot be read would become free for other URNs: "" or one sentence why not to start.
+    std::string Read(Milliseconds utc, StateImage& image);
 
+    /// Content that waits for the disk is replaced by newer content of the same file.
     void SaveIds(const StateImage& image);
     void SaveValues(const StateImage& image);
 
@@ -36,13 +40,18 @@ public:
     const std::string& Directory() const { return m_directory; }
 
 private:
-    void ReadOne(const std::string& name, std::string (*read)(std::string_view, StateImage&),
-                 StateImage& image, Milliseconds utc);
-    void Save(const std::string& name, std::string content);
+    std::string PathOf(const char* name) const { return m_directory + '/' + name; }
+    void SetValuesAside(const std::string& error, Milliseconds utc) const;
+    void Save(const std::string& path, std::string content);
+    void WritePending(const std::string& path);
 
     const std::string m_directory;
     const std::function<void()> m_onFailed;
     int m_lock = -1;
+
+    std::mutex m_mutex;
+    std::map<std::string, std::string> m_pending; ///< by path; under m_mutex
+
     boost::asio::thread_pool m_writer{1};
 };
 

@@ -86,6 +86,28 @@ TEST(DaemonLife, AnUnreadableStateFileIsSetAsideWithAWord) {
     EXPECT_EQ(kept, 1);
 }
 
+TEST(DaemonLife, UnreadableIdsAreStatus2AndStayWhereTheyAre) {
+    Daemon daemon(kDaemonProject);
+    std::filesystem::create_directories(daemon.directory / "state");
+    const auto path = daemon.directory / "state/ids.json";
+    const std::pair<std::string, std::string> contents[] = {
+        {R"({"version":1,"ids":{"urn:oxn:dp:house:Old":20)", "not JSON: incomplete JSON"},
+        {R"({"version":2,"ids":{}})", "version 2 is not known here"},
+    };
+    for (const auto& [content, cause] : contents) {
+        WriteText(path, content);
+        const auto ended = RunToEnd({"--config", daemon.directory / "devicestackd.json"});
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_EQ(ended.output, "devicestackd: " + path + " cannot be read (" + cause +
+                                    "); bring back a copy of it, or delete it when no id of a former project "
+                                    "has to be kept from other data points\n");
+        EXPECT_EQ(ReadText(path), content);
+    }
+    EXPECT_FALSE(std::filesystem::exists(daemon.Socket()));
+    std::filesystem::remove(path);
+    EXPECT_TRUE(daemon.Start()) << daemon.Log();
+}
+
 TEST(DaemonLife, AStateThatCannotBeWrittenIsReportedAndServedAllTheSame) {
     Daemon daemon(kDaemonProject);
     std::filesystem::create_directories(daemon.directory / "state/values.json.new");
