@@ -30,6 +30,9 @@ struct Client {
     StartWindow window;           ///< always open unless `startWindow`
     std::set<std::uint32_t> held; ///< data points that changed while the window was closed
 
+    std::size_t openQuestions = 0; ///< its requests that owners were asked for and have not answered
+    bool paused = false;           ///< too many of them: no more of its messages are taken
+
     /// What other applications are told as the sender of its events.
     const std::string& SenderName() const { return registered ? name : *origin; }
 };

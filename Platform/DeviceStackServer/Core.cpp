@@ -90,10 +90,9 @@ const StateImage& Core::CurrentState() {
     return m_stored;
 }
 
-void Core::Send(Connection connection, std::string line) {
+void Core::Send(Connection connection, std::string line, IEnvironment::Kind kind) {
     if (m_clients.Find(connection))
-        m_environment.Send(connection, std::make_shared<const std::string>(std::move(line)),
-                           IEnvironment::Kind::Event);
+        m_environment.Send(connection, std::make_shared<const std::string>(std::move(line)), kind);
 }
 
 void Core::SendToListeners(const std::string& line, Connection except) {

@@ -31,11 +31,15 @@ public:
     };
 
     /// How long things are waited for.
-    static constexpr Milliseconds kGetValueWait{1000};  ///< by the caller of getValue
-    static constexpr Milliseconds kOwnerWait{2000};     ///< for an owner's answer
-    static constexpr Milliseconds kStartWait{10000};    ///< by a write, for the owner's start
-    static constexpr Milliseconds kRestartPause{10000}; ///< between two restarts
-    static constexpr std::size_t kMaxWaitingWrites = 10000;
+    static constexpr Milliseconds kGetValueWait{1000};      ///< by the caller of getValue
+    static constexpr Milliseconds kOwnerWait{2000};         ///< for an owner's answer
+    static constexpr Milliseconds kStartWait{10000};        ///< by a write, for the owner's start
+    static constexpr Milliseconds kRestartPause{10000};     ///< between two restarts
+    static constexpr std::size_t kMaxWaitingWrites = 10000; ///< for the start of one owner
+
+    /// With more open questions to owners, no further messages are taken from a connection, until half of
+    /// them are answered: a fast writer never fills the queue of a slow owner.
+    static constexpr std::size_t kMaxOpenQuestions = 256;
 
     Core(Settings settings, IEnvironment& environment, ValueCheck check, DeviceClock::ZoneOffset zoneOffset);
 
@@ -75,7 +79,8 @@ private:
         std::string urn;
     };
 
-    /// A write on its way to the owner.
+    /// A write on its way to the owner. One that the owner did not answer in time is kept without its asker:
+    /// the owner may have done it all the same, and says so later.
     struct WriteJob {
         Asker asker;
         SharedText origin; // who wrote
@@ -102,7 +107,7 @@ private:
     // Core.cpp
     void Answer(const Asker& asker, std::string line);
     void Fail(const Asker& asker, int code, std::string message);
-    void Send(Connection connection, std::string line);
+    void Send(Connection connection, std::string line, IEnvironment::Kind kind = IEnvironment::Kind::Event);
     void SendToListeners(const std::string& line, Connection except);
     void Handle(Client& client, const std::string& id, const DeviceStack::Error& error);
     void Handle(Client& client, const std::string& id, const DeviceStack::Reply& reply);
@@ -130,12 +135,14 @@ private:
                           bool serves, std::string& text) const;
     void Record(DataPointEntry& entry, std::string text, SharedText origin, const std::string& knownTo = {});
     void Publish(DataPointEntry& entry);
-    void SendChange(Client& client, DataPointEntry& entry, Line& line);
+    void SendChange(Client& client, DataPointEntry& entry, Line& line, IEnvironment::Kind kind);
 
     // CoreOwners.cpp
     void AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry, std::string text);
     void AskToRead(const Asker& asker, DataPointEntry& entry);
-    void SendWrite(std::uint64_t number, WriteJob& job, Connection owner);
+    void SendWrite(std::uint64_t number, WriteJob& job, Connection owner, IEnvironment::Kind kind);
+    void OnWriteLate(std::uint64_t number);
+    void DropLateWrite(std::uint32_t dataPoint, std::uint64_t before);
     void SendWaitingWrites(const Client& owner);
     void SendRead(ReadJob& job, const DataPointEntry& entry);
     void OnReadJobEnds(std::uint32_t dataPoint);
@@ -146,6 +153,8 @@ private:
     WriteJob TakeWrite(std::map<std::uint64_t, WriteJob>::iterator job);
     ReadJob TakeRead(std::map<std::uint32_t, ReadJob>::iterator job);
     void DropOwner(Connection owner);
+    void OpenQuestion(Connection asker);
+    void CloseQuestion(Connection asker);
     void OpenWindow(Client& client);
     Client* FindOwner(const std::string& identity);
     Client* FindOwnerOrFail(const Asker& asker, const std::string& identity);
@@ -174,11 +183,13 @@ private:
     StateImage m_stored;
     ClientTable m_clients;
     DeadlineQueue m_deadlines;
-    std::map<std::uint64_t, WriteJob> m_writes;        // by the number of the request to the owner
-    std::size_t m_waitingWrites = 0;                   // those in m_writes whose owner was not yet asked
-    std::map<std::uint32_t, ReadJob> m_reads;          // by data point
-    std::map<std::uint64_t, std::uint32_t> m_readAsks; // number of the request -> data point
-    std::uint64_t m_lastNumber = 0;                    // of requests, waiters and requestValue texts
+    std::map<std::uint64_t, WriteJob> m_writes; // by the number of the request to the owner
+    std::map<std::string, std::size_t>
+        m_waitingWrites; // by owner, those in m_writes that it was not yet asked
+    std::map<std::uint32_t, std::uint64_t> m_lateWrites; // by data point, those in m_writes without an asker
+    std::map<std::uint32_t, ReadJob> m_reads;            // by data point
+    std::map<std::uint64_t, std::uint32_t> m_readAsks;   // number of the request -> data point
+    std::uint64_t m_lastNumber = 0;                      // of requests, waiters and requestValue texts
     std::optional<Milliseconds> m_lastRestart;
     DeadlineQueue::Token m_clockReport;
     Instant m_now; // of the operation that runs

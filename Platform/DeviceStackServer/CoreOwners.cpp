@@ -26,15 +26,16 @@ void Core::AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry,
     const auto& identity = entry.point->owner;
     const auto* owner = FindOwner(identity);
     const bool ready = owner && owner->window.IsOpen();
-    if (!ready && m_waitingWrites >= kMaxWaitingWrites)
+    const auto waiting = m_waitingWrites.find(identity);
+    if (!ready && waiting != m_waitingWrites.end() && waiting->second >= kMaxWaitingWrites)
         return Fail(asker, DeviceStack::kNotReady,
                     fmt::format("too many writes wait for the start of {}", identity));
     const auto number = ++m_lastNumber;
     auto& job = m_writes[number];
     job = {asker, client.origin, entry.Id(), entry.point->urn, std::move(text), identity, 0, {}};
-    ++m_waitingWrites;
     if (ready)
-        return SendWrite(number, job, owner->connection);
+        return SendWrite(number, job, owner->connection, IEnvironment::Kind::Event);
+    ++m_waitingWrites[identity];
     job.deadline = m_deadlines.Add(m_now.monotonic + kStartWait, [this, number, identity] {
         FailWrite(number, DeviceStack::kNotReady,
                   FindOwner(identity) ? "its owner has not finished its start"
@@ -42,23 +43,63 @@ void Core::AskToWrite(Client& client, const Asker& asker, DataPointEntry& entry,
     });
 }
 
-void Core::SendWrite(std::uint64_t number, WriteJob& job, Connection owner) {
-    --m_waitingWrites;
+void Core::SendWrite(std::uint64_t number, WriteJob& job, Connection owner, IEnvironment::Kind kind) {
     job.asked = owner;
     m_deadlines.Cancel(job.deadline);
-    job.deadline = m_deadlines.Add(m_now.monotonic + kOwnerWait, [this, number] {
-        FailWrite(number, DeviceStack::kNoAnswer, "its owner gave no answer in time");
-    });
-    Send(owner, ToLine(std::to_string(number), DeviceStack::WriteValue{job.dataPoint, job.urn, job.text}));
+    job.deadline = m_deadlines.Add(m_now.monotonic + kOwnerWait, [this, number] { OnWriteLate(number); });
+    OpenQuestion(job.asker.connection);
+    Send(owner, ToLine(std::to_string(number), DeviceStack::WriteValue{job.dataPoint, job.urn, job.text}),
+         kind);
+}
+
+/// The asker waits no longer. Of each data point the newest such write is kept until its owner answers or
+/// leaves, so that there are no more than data points.
+void Core::OnWriteLate(std::uint64_t number) {
+    auto& job = m_writes.at(number);
+    Fail(job.asker, DeviceStack::kNoAnswer, "its owner gave no answer in time");
+    CloseQuestion(job.asker.connection);
+    job.asker = {};
+    DropLateWrite(job.dataPoint, number);
+    m_lateWrites.emplace(job.dataPoint, number);
+}
+
+/// Forgets the late write to the data point if it is older than the write with the number `before`.
+void Core::DropLateWrite(std::uint32_t dataPoint, std::uint64_t before) {
+    const auto late = m_lateWrites.find(dataPoint);
+    if (late != m_lateWrites.end() && late->second < before)
+        TakeWrite(m_writes.find(late->second));
 }
 
 Core::WriteJob Core::TakeWrite(std::map<std::uint64_t, WriteJob>::iterator found) {
+    const auto number = found->first;
     auto job = std::move(found->second);
     m_writes.erase(found);
     m_deadlines.Cancel(job.deadline);
-    if (job.asked == 0)
-        --m_waitingWrites;
+    if (job.asked != 0)
+        CloseQuestion(job.asker.connection);
+    else if (const auto waiting = m_waitingWrites.find(job.owner); --waiting->second == 0)
+        m_waitingWrites.erase(waiting);
+    if (const auto late = m_lateWrites.find(job.dataPoint);
+        late != m_lateWrites.end() && late->second == number)
+        m_lateWrites.erase(late);
     return job;
+}
+
+/// One more of the connection's requests depends on an owner.
+void Core::OpenQuestion(Connection asker) {
+    auto* client = m_clients.Find(asker);
+    if (!client || ++client->openQuestions <= kMaxOpenQuestions || client->paused)
+        return;
+    client->paused = true;
+    m_environment.SetPaused(asker, true);
+}
+
+void Core::CloseQuestion(Connection asker) {
+    auto* client = m_clients.Find(asker);
+    if (!client || --client->openQuestions > kMaxOpenQuestions / 2 || !client->paused)
+        return;
+    client->paused = false;
+    m_environment.SetPaused(asker, false);
 }
 
 void Core::FailWrite(std::uint64_t number, int code, std::string message) {
@@ -76,6 +117,7 @@ void Core::OnWriteAnswer(std::uint64_t number, bool handled) {
     auto* entry = m_store.FindById(job.dataPoint);
     if (!entry || entry->point->urn != job.urn)
         return Fail(job.asker, DeviceStack::kNoSuchDataPoint, job.urn + " is no longer in the project");
+    DropLateWrite(job.dataPoint, number); // an older value must not replace this one later
     const auto* owner = m_clients.Find(job.asked);
     Record(*entry, job.text, job.origin, owner ? *owner->origin : std::string());
     Answer(job.asker, ReplyLine(job.asker.id, DeviceStack::SetValueResult{entry->change}));
@@ -94,9 +136,11 @@ void Core::AskToRead(const Asker& asker, DataPointEntry& entry) {
     job.waiters[number] = {asker, m_deadlines.Add(m_now.monotonic + wait, [this, dataPoint, number] {
                                auto& waiters = m_reads.at(dataPoint).waiters;
                                const auto waiter = waiters.extract(number);
+                               CloseQuestion(waiter.mapped().asker.connection);
                                Fail(waiter.mapped().asker, DeviceStack::kNoAnswer,
                                     "its owner gave no answer in time");
                            })};
+    OpenQuestion(asker.connection);
     // While a question is open, everybody waits for the same answer.
     if (job.ask == 0) {
         job.owner = owner->connection;
@@ -132,8 +176,10 @@ Core::ReadJob Core::TakeRead(std::map<std::uint32_t, ReadJob>::iterator found) {
     m_reads.erase(found);
     m_readAsks.erase(job.ask);
     m_deadlines.Cancel(job.deadline);
-    for (auto& [number, waiter] : job.waiters)
+    for (auto& [number, waiter] : job.waiters) {
         m_deadlines.Cancel(waiter.deadline);
+        CloseQuestion(waiter.asker.connection);
+    }
     return job;
 }
 
@@ -178,7 +224,8 @@ void Core::DropOwner(Connection owner) {
         FailReads(dataPoint, DeviceStack::kNotReady, "its owner has left");
 }
 
-/// The application has finished its start: it hears what changed meanwhile, then what was written to it.
+/// The application has finished its start: it hears what changed meanwhile, then what was written to it. Both
+/// follow from its own announcement and are bounded, so they do not count as events.
 void Core::OpenWindow(Client& client) {
     std::vector<DataPointEntry*> entries;
     for (const auto id : client.held) {
@@ -190,7 +237,7 @@ void Core::OpenWindow(Client& client) {
               [](const auto* a, const auto* b) { return a->change < b->change; });
     for (auto* entry : entries) {
         Line line;
-        SendChange(client, *entry, line);
+        SendChange(client, *entry, line, IEnvironment::Kind::Answer);
     }
     SendWaitingWrites(client);
 }
@@ -198,8 +245,9 @@ void Core::OpenWindow(Client& client) {
 void Core::SendWaitingWrites(const Client& owner) {
     for (auto& [number, job] : m_writes) {
         if (job.asked == 0 && job.owner == *owner.origin)
-            SendWrite(number, job, owner.connection);
+            SendWrite(number, job, owner.connection, IEnvironment::Kind::Answer);
     }
+    m_waitingWrites.erase(*owner.origin);
 }
 
 } // namespace DeviceStackServer

@@ -69,6 +69,8 @@ void Core::Handle(Client& client, const std::string& id, const DeviceStack::Subs
     Resume(client, message.lastChange, message.server);
 }
 
+/// However many there are, at most one for each data point: they count as part of the answer, so that a peer
+/// that reads is not cut off for what it asked.
 void Core::Resume(Client& client, const std::optional<std::uint64_t>& lastChange, const std::string& server) {
     if (!client.events || server.empty())
         return;
@@ -77,7 +79,7 @@ void Core::Resume(Client& client, const std::optional<std::uint64_t>& lastChange
         return;
     for (auto* entry : m_store.ChangedSince(sameRun ? *lastChange : 0)) {
         Line line;
-        SendChange(client, *entry, line);
+        SendChange(client, *entry, line, IEnvironment::Kind::Answer);
     }
 }
 

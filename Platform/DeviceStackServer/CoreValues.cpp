@@ -88,12 +88,12 @@ void Core::Record(DataPointEntry& entry, std::string text, SharedText origin, co
 void Core::Publish(DataPointEntry& entry) {
     Line line;
     for (auto& [connection, client] : m_clients.All())
-        SendChange(client, entry, line);
+        SendChange(client, entry, line, IEnvironment::Kind::Event);
 }
 
 /// Tells one client of the entry's value, or keeps it for the end of its start. `line` is the message, made
 /// when the first client needs it.
-void Core::SendChange(Client& client, DataPointEntry& entry, Line& line) {
+void Core::SendChange(Client& client, DataPointEntry& entry, Line& line, IEnvironment::Kind kind) {
     if (!client.events)
         return;
     if (!client.window.IsOpen()) {
@@ -106,7 +106,7 @@ void Core::SendChange(Client& client, DataPointEntry& entry, Line& line) {
         RefreshClock(entry);
         line = std::make_shared<const std::string>(ToLine(entry.ToMessage()));
     }
-    m_environment.Send(client.connection, line, IEnvironment::Kind::Event);
+    m_environment.Send(client.connection, line, kind);
 }
 
 void Core::Handle(Client& client, const std::string& id, const DeviceStack::GetValue& message) {

@@ -17,13 +17,16 @@ class IEnvironment {
 public:
     /// How a message counts when its receiver does not read.
     enum class Kind {
-        Answer, ///< the receiver asked for it: no more is taken from it until it reads
+        Answer, ///< follows from what the receiver said: no more is taken from it until it reads
         Event,  ///< it comes unasked: a receiver with too many of them is cut off
     };
 
     virtual ~IEnvironment() = default;
 
     virtual void Send(Connection connection, Line line, Kind kind) = 0;
+
+    /// Stops taking messages from the connection, or goes on. What goes on comes later, not from inside.
+    virtual void SetPaused(Connection connection, bool paused) = 0;
 
     /// When the peer of the connection no longer exists: takes its last messages, reports it with
     /// Core::OnDisconnected() and returns true.

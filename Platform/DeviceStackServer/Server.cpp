@@ -165,6 +165,11 @@ void Server::Impl::Send(Connection connection, Line line, Kind kind) {
         found->second->Send(std::move(line), kind);
 }
 
+void Server::Impl::SetPaused(Connection connection, bool paused) {
+    if (const auto found = m_sessions.find(connection); found != m_sessions.end())
+        found->second->SetPaused(paused);
+}
+
 bool Server::Impl::ReleaseIfDead(Connection connection) {
     const auto found = m_sessions.find(connection);
     if (found == m_sessions.end())

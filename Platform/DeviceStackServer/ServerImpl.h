@@ -31,6 +31,7 @@ public:
 private:
     // IEnvironment
     void Send(Connection connection, Line line, Kind kind) override;
+    void SetPaused(Connection connection, bool paused) override;
     bool ReleaseIfDead(Connection connection) override;
     void ValuesChanged() override;
     void IdsChanged() override;

@@ -40,10 +40,15 @@ void Session::WaitToRead() {
 }
 
 void Session::OnReadable() {
+    if (IsCongested()) // since the wait began; GoOn() waits again
+        return;
     std::array<char, 65536> buffer;
     const auto count = ::recv(m_socket.native_handle(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (count == 0)
-        return OnEndOfInput();
+    if (count == 0) {
+        if (TakeLines()) // which may have been left when sending broke
+            OnEndOfInput();
+        return;
+    }
     if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
         return End("the peer is gone");
     if (count > 0) {
@@ -199,11 +204,22 @@ void Session::WaitToWrite() {
         if (error || self->m_closed)
             return;
         self->Flush();
-        if (!self->TakeLines())
-            return;
-        self->EndIfFinished();
-        self->WaitToRead();
+        self->GoOn();
     });
+}
+
+void Session::SetPaused(bool paused) {
+    m_paused = paused;
+    if (!paused)
+        asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->GoOn(); });
+}
+
+/// Takes what was left while it was congested, if it no longer is.
+void Session::GoOn() {
+    if (m_closed || !TakeLines())
+        return;
+    EndIfFinished();
+    WaitToRead();
 }
 
 /// Ends the session outside of the operation that found the reason.

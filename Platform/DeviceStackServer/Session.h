@@ -51,6 +51,9 @@ public:
 
     void Send(Line line, IEnvironment::Kind kind);
 
+    /// Takes no more lines from the peer, or goes on soon.
+    void SetPaused(bool paused);
+
     /// Closes the socket without a word to the owner. What the socket has taken still reaches the peer.
     void Close();
 
@@ -72,7 +75,8 @@ private:
     void EndIfFinished();
     bool TakeLines();
     bool PeerIsGone() const;
-    bool IsCongested() const { return m_answerBytes > kMaxAnswerBytes && !m_broken; }
+    bool IsCongested() const { return (m_answerBytes > kMaxAnswerBytes || m_paused) && !m_broken; }
+    void GoOn();
     void Flush();
     void Drop(std::size_t sent);
     void Count(const Item& item, bool added);
@@ -91,6 +95,7 @@ private:
     std::size_t m_answerBytes = 0;
     bool m_inputEnded = false; // the peer sends no more
     bool m_reading = false;    // a wait for input is running
+    bool m_paused = false;     // SetPaused()
     bool m_writing = false;
     bool m_broken = false; // nothing more reaches the peer; what it sent before still counts
     bool m_ending = false; // EndSoon() was called

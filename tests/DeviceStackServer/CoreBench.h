@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace DeviceStackServer {
@@ -136,18 +138,29 @@ public:
         return lines;
     }
 
+    /// How what it was sent since the last call counts.
+    std::vector<Kind> TakeKinds(Connection connection) { return std::exchange(m_kinds[connection], {}); }
+
     /// The same as raw lines.
     std::vector<std::string> TakeRaw(Connection connection) { return std::move(m_sent[connection]); }
+
+    /// Number of the newest writeValue or readValue that the connection was sent.
+    std::string LastAsked(Connection connection) { return m_lastAsked[connection]; }
 
     // IEnvironment
     void Send(Connection connection, DeviceStackServer::Line line, Kind kind) override {
         m_sent[connection].push_back(*line);
+        m_kinds[connection].push_back(kind);
         lastKind = kind;
         const auto read =
             DeviceStack::ReadDeviceStackLine(std::string_view(*line).substr(0, line->size() - 1));
         if (std::holds_alternative<DeviceStack::WriteValue>(read.message) ||
             std::holds_alternative<DeviceStack::ReadValue>(read.message))
             m_lastAsked[connection] = read.id;
+    }
+    void SetPaused(Connection connection, bool isPaused) override {
+        EXPECT_NE(paused.contains(connection), isPaused);
+        isPaused ? void(paused.insert(connection)) : void(paused.erase(connection));
     }
     bool ReleaseIfDead(Connection connection) override {
         if (!dead.contains(connection))
@@ -191,12 +204,13 @@ public:
     Instant now{kStart, kUtc};
     std::function<Seconds(Seconds)> zone = [](Seconds) { return Seconds(7200); };
     std::set<Connection> dead;
+    std::set<Connection> paused;
+    Kind lastKind = Kind::Answer;
     std::vector<std::string> calls;
     std::string reloadCause;
     bool systemClockAllowed = false;
     int valuesChanged = 0;
     int idsChanged = 0;
-    Kind lastKind = Kind::Answer;
     Core core;
 
 private:
@@ -240,6 +254,7 @@ private:
     }
 
     std::map<Connection, std::vector<std::string>> m_sent;
+    std::map<Connection, std::vector<Kind>> m_kinds;
     std::map<Connection, std::string> m_lastAsked;
     Connection m_lastConnection = 0;
     int m_lastId = 0;

@@ -64,8 +64,113 @@ TEST_F(CoreOwners, AnErrorAsAnswerIsARefusal) {
     EXPECT_THAT(Take(writer), IsEmpty());
     Advance(Milliseconds(1));
     EXPECT_THAT(Take(writer), ElementsAre("error 7: its owner gave no answer in time"));
-    Handled(program, true); // too late
+}
+
+TEST_F(CoreOwners, AWriteThatTheOwnerDidLateCountsAndIsToldToEverybodyElse) {
+    Set(writer, 2002, "1");
+    Advance(Milliseconds(2000));
+    EXPECT_THAT(Take(writer), ElementsAre("error 7: its owner gave no answer in time"));
+    EXPECT_TRUE(core.IsWaiting(other) && !core.IsWaiting(Connect()));
+    Advance(Milliseconds(60000));
+    Handled(program, true);
+    EXPECT_THAT(Take(writer), IsEmpty()); // it was answered, and what it wrote itself is not told
+    EXPECT_THAT(Take(other), ElementsAre("changed 2002=1 by web::page::1"));
+    EXPECT_THAT(Take(program), ElementsAre("write 2002=1"));
+    EXPECT_THAT(Ask(other, "getValue", R"({"id":2002})"), ElementsAre("value 1"));
+    Handled(program, true); // once is enough
     EXPECT_THAT(Take(other), IsEmpty());
+}
+
+TEST_F(CoreOwners, AWriteThatTheOwnerRefusesLateChangesNothing) {
+    Set(writer, 2002, "1");
+    Advance(Milliseconds(2000));
+    Take(writer);
+    Handled(program, false);
+    EXPECT_THAT(Take(writer), IsEmpty());
+    EXPECT_THAT(Take(other), IsEmpty());
+}
+
+TEST_F(CoreOwners, ALateWriteDoesNotReplaceANewerOne) {
+    Set(writer, 2002, "1");
+    const auto older = LastAsked(program);
+    Advance(Milliseconds(2000));
+    Set(writer, 2002, "0");
+    Handled(program, true);
+    EXPECT_THAT(Take(other), ElementsAre("changed 2002=0 by web::page::1"));
+    HandledId(program, older, true);
+    EXPECT_THAT(Take(other), IsEmpty());
+    EXPECT_THAT(Ask(other, "getValue", R"({"id":2002})"), ElementsAre("value 0"));
+}
+
+TEST_F(CoreOwners, OfSeveralLateWritesTheNewestIsKept) {
+    Set(writer, 2002, "1");
+    const auto older = LastAsked(program);
+    Set(writer, 2002, "0");
+    const auto newer = LastAsked(program);
+    Set(writer, 2003, "4", R"("readInternal":false)"); // refused: may not be written
+    Advance(Milliseconds(2000));
+    HandledId(program, older, true);
+    EXPECT_THAT(Take(other), IsEmpty());
+    HandledId(program, newer, true);
+    EXPECT_THAT(Take(other), ElementsAre("changed 2002=0 by web::page::1"));
+}
+
+TEST_F(CoreOwners, ALateWriteIsForgottenWhenItsOwnerLeaves) {
+    Set(writer, 2002, "1");
+    const auto asked = LastAsked(program);
+    Advance(Milliseconds(2000));
+    Take(writer);
+    core.OnDisconnected(program, now);
+    EXPECT_THAT(Take(writer), ElementsAre("changed 1002=0 by devicestack", "changed 1003=0 by devicestack"));
+    const auto again = StartProgram();
+    Take(other);
+    HandledId(again, asked, true);
+    EXPECT_THAT(Take(other), IsEmpty());
+}
+
+TEST_F(CoreOwners, AConnectionWithTooManyOpenQuestionsIsPausedUntilHalfAreAnswered) {
+    std::vector<std::string> asked;
+    for (std::size_t i = 0; i <= Core::kMaxOpenQuestions; ++i) {
+        EXPECT_THAT(paused, IsEmpty());
+        i % 2 == 0 ? Set(writer, 2002, "1") : void(Call(writer, "getValue", R"({"id":2003})"));
+        asked.push_back(LastAsked(program));
+    }
+    EXPECT_THAT(paused, ElementsAre(writer));
+    std::size_t i = 0;
+    for (; i < Core::kMaxOpenQuestions / 2; i += 2) {
+        EXPECT_THAT(paused, ElementsAre(writer));
+        HandledId(program, asked[i], true);
+    }
+    EXPECT_THAT(paused, ElementsAre(writer)); // 64 of 257 were answered
+    Set(program, 2003, "5");                  // answers the other half, all at once
+    EXPECT_THAT(paused, IsEmpty());
+}
+
+TEST_F(CoreOwners, WhatIsNotAnsweredInTimePausesNobodyAnyLonger) {
+    for (std::size_t i = 0; i <= Core::kMaxOpenQuestions; ++i)
+        Set(writer, 2002, "1");
+    for (std::size_t i = 0; i <= Core::kMaxOpenQuestions; ++i)
+        Call(other, "getValue", R"({"id":2003})");
+    EXPECT_THAT(paused, ElementsAre(writer, other));
+    Advance(Milliseconds(1000));
+    EXPECT_THAT(paused, ElementsAre(writer));
+    Advance(Milliseconds(1000));
+    EXPECT_THAT(paused, IsEmpty());
+}
+
+TEST_F(CoreOwners, WritesThatWaitForTheirOwnersStartPauseNobody) {
+    const std::size_t count = Core::kMaxOpenQuestions + 100;
+    for (std::size_t i = 0; i < count; ++i)
+        Set(writer, 2006, "1");
+    EXPECT_THAT(paused, IsEmpty());
+    const auto heating = Connect();
+    Call(heating, "register", RegisterParams("heat::ctl::1", R"("field":true,"startWindow":false)"));
+    EXPECT_EQ(Take(heating).size(), 1 + count);
+    // They follow from the registration, so the owner is not cut off however many they are.
+    EXPECT_THAT(TakeKinds(heating), testing::Each(Kind::Answer));
+    EXPECT_THAT(paused, ElementsAre(writer));
+    Set(other, 2006, "2");
+    EXPECT_THAT(TakeKinds(heating), ElementsAre(Kind::Event));
 }
 
 TEST_F(CoreOwners, NobodyButTheOwnerCanAnswerForIt) {

@@ -207,6 +207,17 @@ TEST_F(CoreValues, ResumingTellsTheNewestValueOfWhatChangedSince) {
                 ElementsAre(HasSubstr("ok")));
 }
 
+TEST_F(CoreValues, WhatIsResumedBelongsToTheAnswer) {
+    const auto writer = Connect();
+    Set(writer, 2001, "1");
+    Set(writer, 2007, "2");
+    const auto listener = Connect();
+    Call(listener, "subscribe", R"({"lastChange":0,"server":"run"})");
+    EXPECT_THAT(TakeKinds(listener), ElementsAre(Kind::Answer, Kind::Answer, Kind::Answer));
+    Set(writer, 2001, "3");
+    EXPECT_THAT(TakeKinds(listener), ElementsAre(Kind::Event));
+}
+
 TEST_F(CoreValues, AfterARestartOfTheDeviceStackEverythingWrittenInThisRunIsTold) {
     const auto writer = Connect();
     Set(writer, 2001, "1");

@@ -95,6 +95,32 @@ TEST_F(CoreWindow, WritesThatWaitAreBounded) {
     EXPECT_THAT(Take(tool), IsEmpty());
 }
 
+TEST_F(CoreWindow, WritesThatWaitForOneOwnerLeaveRoomForThoseOfAnother) {
+    const auto tool = Connect();
+    for (std::size_t i = 0; i < Core::kMaxWaitingWrites; ++i)
+        Set(tool, 2002, "1");
+    EXPECT_THAT(Ask(tool, "setValue", R"({"id":2006,"value":"9"})"), IsEmpty());
+    EXPECT_THAT(Ask(tool, "setValue", R"({"id":2002,"value":"1"})"),
+                ElementsAre("error 6: too many writes wait for the start of DscKnxAppPrg::field::KNX"));
+    const auto heating = Connect();
+    EXPECT_THAT(
+        Ask(heating, "register", RegisterParams("heat::ctl::1", R"("field":true,"startWindow":false)")),
+        ElementsAre(HasSubstr("ok"), "write 2006=9"));
+}
+
+TEST_F(CoreWindow, WhatTheEndOfTheStartBringsDoesNotCountAsEvents) {
+    Set(writer, 2001, "1");
+    Set(writer, 2002, "1");
+    EmitEvent(program, "configurationLoaded");
+    TakeKinds(program);
+    Take(program);
+    Advance(Milliseconds(1500));
+    EXPECT_THAT(Take(program), testing::IsSupersetOf({"changed 2001=1 by web::page::1", "write 2002=1"}));
+    EXPECT_THAT(TakeKinds(program), testing::Each(Kind::Answer));
+    Set(writer, 2001, "2");
+    EXPECT_THAT(TakeKinds(program), ElementsAre(Kind::Event));
+}
+
 TEST_F(CoreWindow, AnnouncingAChangeClosesTheWindowAgain) {
     EmitEvent(program, "configurationLoaded");
     Advance(Milliseconds(1500));
