@@ -92,6 +92,7 @@ void Server::Impl::Run() {
             m_context.run();
         } catch (const std::exception& error) {
             LOG4CPLUS_ERROR(Log(), "A message was not carried out: " << error.what() << '.');
+            ArmTimer(); // which may not have been set again
         }
     }
     DaemonSupport::NotifyServiceManager("STOPPING=1");
@@ -108,8 +109,9 @@ void Server::Impl::WaitForSignals() {
         if (error)
             return;
         if (signal == SIGHUP) {
+            WaitForSignals();
             ReloadProject();
-            return WaitForSignals();
+            return;
         }
         LOG4CPLUS_INFO(Log(), "Ends on signal " << signal << '.');
         m_stopped = true;
@@ -118,20 +120,29 @@ void Server::Impl::WaitForSignals() {
 }
 
 void Server::Impl::Accept() {
+    // The listener goes on whatever happens to one connection.
     m_listener.Accept([this](Session::Socket socket) {
-        if (m_sessions.size() >= kMaxConnections) {
-            LOG4CPLUS_WARN(Log(), "A connection is refused: there are " << kMaxConnections << " already.");
-            return;
+        try {
+            OnConnection(std::move(socket));
+        } catch (const std::exception& error) {
+            LOG4CPLUS_ERROR(Log(), "A connection is not served: " << error.what() << '.');
         }
-        const auto connection = ++m_lastConnection;
-        auto session =
-            std::make_shared<Session>(std::move(socket), connection, static_cast<ISessionOwner&>(*this));
-        m_sessions.emplace(connection, session);
-        const auto pid = session->PeerPid();
-        LOG4CPLUS_DEBUG(Log(), "Connection " << connection << " of process " << pid << '.');
-        m_core.OnConnected(connection, pid);
-        session->Start();
     });
+}
+
+void Server::Impl::OnConnection(Session::Socket socket) {
+    if (m_sessions.size() >= kMaxConnections) {
+        LOG4CPLUS_WARN(Log(), "A connection is refused: there are " << kMaxConnections << " already.");
+        return;
+    }
+    const auto connection = ++m_lastConnection;
+    auto session =
+        std::make_shared<Session>(std::move(socket), connection, static_cast<ISessionOwner&>(*this));
+    m_sessions.emplace(connection, session);
+    const auto pid = session->PeerPid();
+    LOG4CPLUS_DEBUG(Log(), "Connection " << connection << " of process " << pid << '.');
+    m_core.OnConnected(connection, pid);
+    session->Start();
 }
 
 void Server::Impl::OnLine(Session& session, std::string_view line) {
@@ -198,12 +209,12 @@ void Server::Impl::ArmTimer() {
 
 void Server::Impl::OnClockWake() {
     const auto now = Now();
-    m_core.OnTimer(now);
-    ArmTimer();
     const auto utc = std::chrono::floor<Seconds>(now.utc);
     const auto next = m_core.Clock().NextZoneChange(utc).value_or(utc + std::chrono::hours(24 * 365));
     if (const auto error = m_clockWatch.WaitFor(next); !error.empty())
         LOG4CPLUS_WARN(Log(), "Changes of the system clock are not seen at once: " << error << '.');
+    m_core.OnTimer(now);
+    ArmTimer();
 }
 
 std::string Server::Impl::TakeProject(ProjectFile::LoadResult loaded) {

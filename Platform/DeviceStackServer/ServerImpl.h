@@ -50,6 +50,7 @@ private:
     std::string TakeProject(ProjectFile::LoadResult loaded);
     void WaitForSignals();
     void Accept();
+    void OnConnection(Session::Socket socket);
     void ArmTimer();
     void OnClockWake();
     void SaveLater(Seconds delay);

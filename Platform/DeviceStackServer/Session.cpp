@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -65,7 +66,13 @@ bool Session::TakeLines() {
         const auto line = m_input.Next();
         if (!line)
             break;
-        m_owner.OnLine(*this, *line);
+        try {
+            m_owner.OnLine(*this, *line);
+        } catch (const std::exception& error) {
+            // Half done, perhaps: the peer is better off with a new connection than without an answer.
+            m_cutOff = true;
+            End(std::string("a message of it was not carried out: ") + error.what());
+        }
     }
     if (!m_closed && m_input.IsTooLong()) {
         m_owner.OnLineTooLong(*this);

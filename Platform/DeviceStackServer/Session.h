@@ -43,7 +43,7 @@ public:
     /// Process id of the peer as it was when it connected; 0 = not known.
     long PeerPid() const;
 
-    /// True when the session ends because the peer did not read.
+    /// True when the session ends because the peer did not read, or because one of its messages failed.
     bool WasCutOff() const { return m_cutOff; }
 
     /// Begins to read.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -62,6 +63,21 @@ protected:
     std::vector<std::string> heard;
     std::vector<std::string> closed;
 };
+
+TEST_F(SessionTest, AMessageThatFailsEndsItsConnectionAndNothingElse) {
+    onLine = [](const std::string& line) {
+        if (line == "b")
+            throw std::runtime_error("out of something");
+    };
+    Say("a\nb\nc\n");
+    Run();
+    EXPECT_THAT(heard, ElementsAre("a", "b"));
+    EXPECT_THAT(closed, ElementsAre("a message of it was not carried out: out of something"));
+    EXPECT_TRUE(session->WasCutOff());
+    char byte = 0;
+    EXPECT_LE(::recv(peer, &byte, 1, MSG_DONTWAIT), 0); // the peer sees it at once
+    EXPECT_EQ(::send(peer, "d\n", 2, MSG_NOSIGNAL), -1);
+}
 
 TEST_F(SessionTest, APausedConnectionIsHeardWhereItWasLeft) {
     onLine = [this](const std::string& line) {
