@@ -90,9 +90,6 @@ public:
         return object.sendingConnection == 0 ? GroupAddress() : m_addresses[object.sendingConnection - 1u];
     }
 
-    /// The group address table: ascending, each address once.
-    std::span<const GroupAddress> Addresses() const { return m_addresses; }
-
     /// Number of existing objects.
     std::size_t Count() const { return m_count; }
 

@@ -25,7 +25,9 @@ struct Reception {
 };
 
 /// The objects that take the service at the group address: a write needs flags C and W, a response C and U, a
-/// read C and R, and the length of the value must be that of the object. `sender` is the object of this
+/// read C and R, and the length of the value must be that of the object. A read is for each such object, so
+/// that an address with several of them is answered several times, as by every KNX device: who wants one
+/// answer sets one flag R. `sender` is the object of this
 /// device that sent the telegram, 0 when it came from outside; it does not receive its own telegram, nor do
 /// objects that take none of this device's.
 Reception Receive(const GroupObjectTable& table, GroupAddress destination, const GroupService& service,
@@ -45,10 +47,10 @@ const char* ToString(SendOutcome outcome);
 /// priority, from 0.0.0. A write needs flags C and T, a response C and one of R and T. A response goes to the
 /// sending address also when the read came to another address of the object: the association table has one
 /// sending address per object. `telegram` is untouched unless Composed.
-SendOutcome ComposeValue(const GroupObjectTable& table, std::uint16_t object, GroupServiceKind kind,
+SendOutcome ComposeValue(const GroupObjectTable& table, std::uint16_t number, GroupServiceKind kind,
                          const KnxStack::GroupValue& value, KnxFrames::LData& telegram);
 
 /// The read request to the object's sending address; needs flags C and T.
-SendOutcome ComposeRead(const GroupObjectTable& table, std::uint16_t object, KnxFrames::LData& telegram);
+SendOutcome ComposeRead(const GroupObjectTable& table, std::uint16_t number, KnxFrames::LData& telegram);
 
 } // namespace KnxDevice

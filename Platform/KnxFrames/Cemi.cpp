@@ -131,10 +131,6 @@ void LData::SetConfirmError(bool error) {
     control1 = static_cast<std::uint8_t>(error ? control1 | kConfirmError : control1 & ~kConfirmError);
 }
 
-void LData::SetHopCount(std::uint8_t hops) {
-    control2 = static_cast<std::uint8_t>((control2 & ~0x70) | (hops & 0x07) << 4);
-}
-
 LData MakeGroupTelegram(IndividualAddress source, GroupAddress destination, const Tpdu& tpdu,
                         Priority priority) {
     LData frame;

@@ -53,9 +53,9 @@ struct LData {
     static constexpr std::uint8_t kStandardFrame = 0x80;
     static constexpr std::uint8_t kDoNotRepeat = 0x20;
     static constexpr std::uint8_t kBroadcast = 0x10;
-    static constexpr std::uint8_t kAckRequested = 0x02;
     static constexpr std::uint8_t kConfirmError = 0x01;
-    /// Control field 2: bit 7 group address, bits 6 to 4 hop count, bits 3 to 0 extended frame format.
+    /// Control field 2: bit 7 group address, bits 6 to 4 hop count (7 is never counted down), bits 3 to 0
+    /// extended frame format.
     static constexpr std::uint8_t kToGroup = 0x80;
 
     MessageCode code = MessageCode::LDataInd; ///< one of LDataReq, LDataCon, LDataInd
@@ -65,21 +65,14 @@ struct LData {
     std::uint16_t destination = 0; ///< a group or an individual address, see IsToGroup()
     Tpdu tpdu;
 
-    bool IsStandardFrame() const { return (control1 & kStandardFrame) != 0; }
-    bool MayRepeat() const { return (control1 & kDoNotRepeat) == 0; }
-    bool IsSystemBroadcast() const { return (control1 & kBroadcast) == 0; }
     Priority GetPriority() const { return static_cast<Priority>(control1 >> 2 & 0x03); }
-    bool IsAckRequested() const { return (control1 & kAckRequested) != 0; }
     bool HasConfirmError() const { return (control1 & kConfirmError) != 0; }
     bool IsToGroup() const { return (control2 & kToGroup) != 0; }
-    std::uint8_t HopCount() const { return control2 >> 4 & 0x07; }
     GroupAddress GroupDestination() const { return GroupAddress(destination); }
     IndividualAddress IndividualDestination() const { return IndividualAddress(destination); }
 
     void SetPriority(Priority priority);
     void SetConfirmError(bool error);
-    /// 0 to 7; 7 is never counted down by couplers.
-    void SetHopCount(std::uint8_t hops);
 
     TpduKind Kind() const { return ClassifyTpdu(tpdu, IsToGroup(), destination); }
 

@@ -22,7 +22,7 @@ public:
     static constexpr std::size_t kCapacity = Capacity;
 
     // Octets beyond m_size are never read, so they stay uninitialised on purpose.
-    FixedOctets() {} // NOLINT(modernize-use-equals-default)
+    FixedOctets() {}
     FixedOctets(std::initializer_list<std::uint8_t> octets) { Append(Octets{octets.begin(), octets.size()}); }
     explicit FixedOctets(Octets octets) { Append(octets); }
     FixedOctets(const FixedOctets& other) { Append(other.View()); }

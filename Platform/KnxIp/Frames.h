@@ -68,7 +68,6 @@ struct Hpai {
 /// The device information block of a description.
 struct DeviceInformation {
     static constexpr std::uint8_t kMediumTp1 = 0x02;
-    static constexpr std::uint8_t kMediumIp = 0x20;
 
     std::uint8_t medium = kMediumTp1;
     bool programmingMode = false;
@@ -86,9 +85,7 @@ struct DeviceInformation {
 /// A service family and its version in the block of supported services.
 struct ServiceFamily {
     static constexpr std::uint8_t kCore = 0x02;
-    static constexpr std::uint8_t kDeviceManagement = 0x03;
     static constexpr std::uint8_t kTunnelling = 0x04;
-    static constexpr std::uint8_t kRouting = 0x05;
 
     std::uint8_t family = 0;
     std::uint8_t version = 1;
@@ -126,11 +123,8 @@ struct DescriptionResponse {
 };
 
 struct ConnectRequest {
-    static constexpr std::uint8_t kDeviceManagementConnection = 0x03;
     static constexpr std::uint8_t kTunnelConnection = 0x04;
     static constexpr std::uint8_t kLinkLayer = 0x02;
-    static constexpr std::uint8_t kRawLayer = 0x04;
-    static constexpr std::uint8_t kBusmonitorLayer = 0x80;
 
     Hpai control;
     Hpai data;

@@ -29,8 +29,9 @@ TEST(GroupObjectTable, WithoutDefinitionsHasNoObjects) {
 
 TEST(GroupObjectTable, KeepsGroupAddressesSortedAndOnce) {
     const auto table = TableOf({Define(1, 1, "CWT", {0x0903, 0x0901}), Define(2, 8, "CW", {0x0902, 0x0901})});
-    EXPECT_THAT(table.Addresses(),
-                ElementsAre(GroupAddress(0x0901), GroupAddress(0x0902), GroupAddress(0x0903)));
+    EXPECT_EQ(3u, table.Object(1).sendingConnection) << "of 0903h, behind 0901h and 0902h";
+    EXPECT_EQ(2u, table.Object(2).sendingConnection);
+    EXPECT_THAT(table.ObjectsAt(GroupAddress(0x0901)), ElementsAre(1, 2));
     EXPECT_EQ(2u, table.Count());
 }
 
@@ -69,7 +70,8 @@ TEST(GroupObjectTable, TakesEveryPossibleNumberAndAddress) {
                                      {static_cast<std::uint16_t>(65535 - number), 65535}));
     const auto table = TableOf(definitions);
     EXPECT_EQ(65534u, table.Count());
-    EXPECT_EQ(65535u, table.Addresses().size());
+    EXPECT_EQ(65534u, table.Object(1).sendingConnection);
+    EXPECT_EQ(1u, table.Object(65534).sendingConnection);
     EXPECT_THAT(table.ObjectsAt(GroupAddress(1)), ElementsAre(65534));
     EXPECT_THAT(table.ObjectsAt(GroupAddress(65534)), ElementsAre(1));
     EXPECT_EQ(65534u, table.ObjectsAt(GroupAddress(65535)).size());

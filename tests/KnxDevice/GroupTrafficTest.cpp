@@ -44,7 +44,7 @@ TEST(Receive, GoesByTheFlagsOfEachObject) {
     EXPECT_THAT(written.objects, ElementsAre(1, 5));
     EXPECT_EQ(4u, written.refusedByFlags);
     EXPECT_THAT(Receive(table, kAddress, kResponseOne).objects, ElementsAre(2, 5));
-    EXPECT_THAT(Receive(table, kAddress, kRead).objects, ElementsAre(3, 5));
+    EXPECT_THAT(Receive(table, kAddress, kRead).objects, ElementsAre(3, 5)) << "each object answers";
 }
 
 TEST(Receive, TellsAnUnknownAddressFromARefusal) {

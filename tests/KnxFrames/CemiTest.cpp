@@ -54,14 +54,11 @@ LData Parsed(const Bytes& octets) {
 TEST(Cemi, ReadsAGroupWrite) {
     const LData frame = Parsed(kSwitchOn);
     EXPECT_EQ(frame.code, MessageCode::LDataInd);
-    EXPECT_TRUE(frame.IsStandardFrame());
-    EXPECT_FALSE(frame.MayRepeat());
-    EXPECT_FALSE(frame.IsSystemBroadcast());
-    EXPECT_FALSE(frame.IsAckRequested());
+    EXPECT_EQ(frame.control1, 0xBC);
+    EXPECT_EQ(frame.control2, 0xE0);
     EXPECT_FALSE(frame.HasConfirmError());
     EXPECT_EQ(frame.GetPriority(), Priority::Low);
     EXPECT_TRUE(frame.IsToGroup());
-    EXPECT_EQ(frame.HopCount(), 6);
     EXPECT_EQ(frame.source.ToString(), "1.1.4");
     EXPECT_EQ(frame.GroupDestination().ToString(), "1/2/3");
     EXPECT_EQ(frame.tpdu, (Tpdu{0x00, 0x81}));
@@ -73,17 +70,16 @@ TEST(Cemi, ReadsTheControlFields) {
     EXPECT_EQ(confirmation.code, MessageCode::LDataCon);
     EXPECT_TRUE(confirmation.HasConfirmError());
     EXPECT_EQ(confirmation.GetPriority(), Priority::Urgent);
-    EXPECT_EQ(confirmation.HopCount(), 7);
+    EXPECT_EQ(confirmation.control2, 0xF0);
     EXPECT_EQ(confirmation.GroupDestination().ToString(), "31/7/255");
 
     const LData repeated = Parsed(kRepeatedRead);
-    EXPECT_TRUE(repeated.MayRepeat());
-    EXPECT_TRUE(repeated.IsAckRequested());
+    EXPECT_EQ(repeated.control1, 0x96);
     EXPECT_EQ(repeated.GetPriority(), Priority::Normal);
-    EXPECT_EQ(repeated.HopCount(), 5);
+    EXPECT_EQ(repeated.control2, 0xD0);
 
     const LData broadcast = Parsed(kSystemBroadcast);
-    EXPECT_TRUE(broadcast.IsSystemBroadcast());
+    EXPECT_EQ(broadcast.control1 & LData::kBroadcast, 0);
     EXPECT_EQ(broadcast.Kind(), TpduKind::DataBroadcast);
     EXPECT_FALSE(broadcast.IsGroupData());
 }
@@ -210,10 +206,7 @@ TEST(Cemi, SettersChangeOnlyTheirBits) {
     EXPECT_EQ(frame.control1, 0x9F);
     frame.SetConfirmError(false);
     EXPECT_EQ(frame.control1, 0x9E);
-    frame.SetHopCount(0);
-    EXPECT_EQ(frame.control2, 0x80);
-    frame.SetHopCount(7);
-    EXPECT_EQ(frame.control2, 0xF0);
+    EXPECT_EQ(frame.control2, 0xD0);
 }
 
 TEST(Cemi, OtherServicesAreRecognised) {
