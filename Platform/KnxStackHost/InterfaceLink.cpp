@@ -32,13 +32,12 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
     : m_context(context), m_settings(std::move(settings)), m_received(std::move(received)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) {
-                   if (!m_client)
-                       return;
-                   m_client->OnDatagram(Now(), from, datagram);
-                   m_deadline.Set(m_client->NextTime());
+                   m_client.OnDatagram(Now(), from, datagram);
+                   m_deadline.Set(m_client.NextTime());
                    AfterWork();
                }),
-      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }) {
+      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
+      m_client(ClientConfig(), *this) {
     try {
         m_socket.Open(EndpointOf(m_settings.localAddress, 0));
     } catch (const boost::system::system_error& error) {
@@ -50,8 +49,9 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
 void InterfaceLink::Start() {
     m_socket.Start();
     LOG4CPLUS_INFO(Log(), fmt::format("connecting to the KNX/IP interface {}", Name()));
+    m_client.Start(Now());
     if (IsIpv4Address(m_settings.host))
-        Connect(EndpointOf(m_settings.host, m_settings.port));
+        SetServer(EndpointOf(m_settings.host, m_settings.port));
     else
         LookUp();
 }
@@ -60,18 +60,13 @@ void InterfaceLink::Stop() {
     m_stopped = true;
     m_nameLookUp.Cancel();
     m_lookUpAgain.cancel();
-    if (m_client)
-        m_client->Stop();
+    m_client.Stop();
     ReportCounts();
 }
 
 void InterfaceLink::Send(const KnxFrames::LData& telegram) {
-    if (!m_client) {
-        ++m_unsent;
-        return;
-    }
-    m_client->Send(Now(), telegram);
-    m_deadline.Set(m_client->NextTime());
+    m_client.Send(Now(), telegram);
+    m_deadline.Set(m_client.NextTime());
 }
 
 void InterfaceLink::LookUp() {
@@ -80,14 +75,13 @@ void InterfaceLink::LookUp() {
 
 void InterfaceLink::OnLookedUp(const LookedUp& result) {
     if (result.address != 0) {
-        Connect({result.address, m_settings.port});
+        SetServer({result.address, m_settings.port});
         return;
     }
     if (!std::exchange(m_failureReported, true))
-        LOG4CPLUS_WARN(Log(),
-                       fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it are lost, "
-                                   "and it is looked up again every {} s",
-                                   Name(), result.cause, kLookUpPause.count()));
+        LOG4CPLUS_WARN(Log(), fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it wait, "
+                                          "and it is looked up again every {} s",
+                                          Name(), result.cause, kLookUpPause.count()));
     m_lookUpAgain.expires_after(kLookUpPause);
     m_lookUpAgain.async_wait([this](const boost::system::error_code& cancelled) {
         if (!cancelled)
@@ -95,43 +89,46 @@ void InterfaceLink::OnLookedUp(const LookedUp& result) {
     });
 }
 
-void InterfaceLink::Connect(const Endpoint& server) {
-    m_server = server;
+KnxIp::TunnelClientConfig InterfaceLink::ClientConfig() {
     KnxIp::TunnelClientConfig config;
-    config.server = server;
     config.nat = m_settings.nat;
     config.jitter = [this] { return std::uniform_real_distribution<double>()(m_random); };
-    m_client.emplace(std::move(config), static_cast<KnxIp::TunnelClientListener&>(*this));
-    m_client->Start(Now());
-    m_deadline.Set(m_client->NextTime());
+    return config;
+}
+
+void InterfaceLink::SetServer(const Endpoint& server) {
+    m_server = server;
+    m_client.SetServer(Now(), server);
+    m_deadline.Set(m_client.NextTime());
 }
 
 std::optional<TimePoint> InterfaceLink::OnTime() {
-    m_client->OnTime(Now());
+    m_client.OnTime(Now());
     AfterWork();
-    return m_client->NextTime();
+    return m_client.NextTime();
 }
 
 void InterfaceLink::AfterWork() {
-    if (!m_overflowing || m_client->Waiting() != 0)
+    if (!m_overflowing || m_client.Waiting() != 0)
         return;
     m_overflowing = false;
-    const auto dropped = m_client->Counters().dropped;
+    const auto dropped = m_client.Counters().dropped;
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the KNX/IP interface {} has caught up; {} telegrams to it were dropped",
                                Name(), dropped - std::exchange(m_reportedDrops, dropped)));
 }
 
 void InterfaceLink::ReportCounts() {
-    const auto counters = m_client ? m_client->Counters() : KnxIp::TunnelClientCounters();
+    const auto& counters = m_client.Counters();
     LOG4CPLUS_INFO(
         Log(),
-        fmt::format("KNX/IP interface {}: {} connections so far; {} telegrams sent and {} received, {} "
-                    "dropped, {} not acknowledged, {} not confirmed, {} refused on the bus; {} datagrams "
-                    "refused",
-                    Name(), counters.connections, counters.sent, counters.received,
-                    counters.dropped + m_unsent, counters.noAck, counters.noConfirmation,
-                    counters.negativeConfirm, m_refused.Total()));
+        fmt::format(
+            "KNX/IP interface {}: {} connections so far; {} telegrams sent and {} received, {} "
+            "dropped, {} waiting, {} not acknowledged, {} not confirmed, {} refused on the bus; {} datagrams "
+            "refused",
+            Name(), counters.connections, counters.sent, counters.received, counters.dropped,
+            m_client.Waiting(), counters.noAck, counters.noConfirmation, counters.negativeConfirm,
+            m_refused.Total()));
 }
 
 std::string InterfaceLink::Name() const {
@@ -151,7 +148,7 @@ void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
     m_failureReported = false;
     LOG4CPLUS_INFO(Log(),
                    fmt::format("connected to the KNX/IP interface {} as {}", Name(), address.ToString()));
-    if (m_client->Counters().connections > 1)
+    if (m_client.Counters().connections > 1)
         ReportCounts();
 }
 

@@ -16,7 +16,8 @@
 namespace KnxStackHost {
 
 /// Feeds a TunnelClient with datagrams and time. An interface that is given by name is looked up until there
-/// is an answer; telegrams to it before that are lost. All calls on the thread of the io_context.
+/// is an answer; telegrams to it wait meanwhile, as while there is no connection. All calls on the thread of
+/// the io_context.
 class InterfaceLink final : private KnxIp::TunnelClientListener {
 public:
     using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
@@ -42,7 +43,8 @@ private:
 
     void LookUp();
     void OnLookedUp(const LookedUp& result);
-    void Connect(const KnxIp::Endpoint& server);
+    KnxIp::TunnelClientConfig ClientConfig();
+    void SetServer(const KnxIp::Endpoint& server);
     std::optional<TimePoint> OnTime();
     void AfterWork();
     void ReportCounts();
@@ -59,12 +61,11 @@ private:
     Notices m_sendFailures;
     bool m_overflowing = false;
     std::uint64_t m_reportedDrops = 0;
-    std::uint64_t m_unsent = 0;     // telegrams before the interface was looked up
     bool m_failureReported = false; // since the last connection
     bool m_stopped = false;
     std::minstd_rand m_random{std::random_device{}()};
     KnxIp::Endpoint m_server;
-    std::optional<KnxIp::TunnelClient> m_client; // once the address is known
+    KnxIp::TunnelClient m_client;
 };
 
 } // namespace KnxStackHost

@@ -107,7 +107,7 @@ TEST_F(WithInterface, CountsWhatPassedWhenItEnds) {
     m_inner->Signal(SIGTERM);
     ASSERT_EQ(0, m_inner->WaitForEnd(seconds(6)));
     EXPECT_THAT(m_inner->Log(),
-                HasSubstr(": 1 connections so far; 1 telegrams sent and 3 received, 0 dropped, 0 "
+                HasSubstr(": 1 connections so far; 1 telegrams sent and 3 received, 0 dropped, 0 waiting, 0 "
                           "not acknowledged, 0 not confirmed, 0 refused on the bus; 0 datagrams "
                           "refused"));
     EXPECT_THAT(m_inner->Log(), HasSubstr("4 telegrams had a group address that no group object has"));
@@ -128,13 +128,18 @@ TEST(Interface, IsLookedUpByName) {
     EXPECT_TRUE(inner.WaitForLog("connected to the KNX/IP interface localhost:"));
 }
 
-TEST(Interface, AnUnknownNameIsReportedOnceAndTheServerRuns) {
+TEST(Interface, AnUnknownNameIsReportedOnceAndItsTelegramsWaitWhileTheServerRuns) {
     const TemporaryDirectory directory;
     const std::string name(70, 'x'); // longer than a label may be, so that nobody is asked on the network
-    const DaemonProcess daemon(directory, InterfaceAt(name, 3671));
+    DaemonProcess daemon(directory, InterfaceAt(name, 3671));
     EXPECT_TRUE(daemon.WaitForLog("the KNX/IP interface " + name + ":3671 is not known"));
     RawTunnel tunnel(daemon.Port());
     EXPECT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {0x42})));
+    EXPECT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {0x43})));
+    daemon.Signal(SIGTERM);
+    ASSERT_EQ(0, daemon.WaitForEnd(seconds(6)));
+    EXPECT_THAT(daemon.Log(), HasSubstr(": 0 connections so far; 0 telegrams sent and 0 received, 0 dropped, "
+                                        "2 waiting, "));
 }
 
 TEST(Search, IsAnsweredInTheConfiguredGroup) {
