@@ -192,6 +192,68 @@ TEST_F(ClientLinkTest, EveryOtherCallback_DoesNothing) {
     ExpectRecord("client", "");
 }
 
+/// Data point 800 and the status 1002 have a CO for writing only, 900 has none in either direction.
+class WritingCoTest : public ClientLinkTest {
+protected:
+    WritingCoTest() {
+        auto& bindings = plugins["A"].bindings;
+        bindings[3].reading = false;
+        bindings.push_back({.co = 8, .id = 800, .dpt = {1, 0, 1, 1}, .reading = false, .eventing = true});
+        bindings.push_back(
+            {.co = 9, .id = 900, .dpt = {1, 0, 1, 1}, .reading = false, .writing = false, .eventing = true});
+        service.objects[8] = TestSupport::FakeGroupObject(1);
+        service.objects[9] = TestSupport::FakeGroupObject(1);
+    }
+};
+
+TEST_F(WritingCoTest, ValueChange_WithoutAReadingCo_IsWrittenToTheWritingOne) {
+    Start();
+    EXPECT_TRUE(stack.ValueChanged(800, "", "1").get());
+    ExpectRecord("client", R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Checking if eventing for ID 800 or URN ''
+        plugin A IsKnxEventDataPoint(800)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | IsKnxEventDataPoint(): Returning eventing state true
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 800 Urn  for reading
+        plugin A GetCOFromID(800, reading)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 800 Urn  for writing
+        plugin A GetCOFromID(800, writing)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 8 and DPT 1.1
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetGroupValueFromValue(1, 8, 01) - ToKnxValue(1:1.1, 1, 01) succeeded (2).
+        service SendGroupValue(8, 01/1, 0) -> true
+    )");
+}
+
+TEST_F(WritingCoTest, StatusAnswer_WithoutAReadingCo_IsWrittenToTheWritingOne) {
+    Start();
+    EXPECT_TRUE(stack.AnswerGetValue(1002, "", "1").get());
+    ExpectRecord("client", R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 1002 Urn  for reading
+        plugin A GetCOFromID(1002, reading)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 1002 Urn  for writing
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 12 and DPT 1.1
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetGroupValueFromValue(1, 12, 01) - ToKnxValue(1:1.1, 1, 01) succeeded (2).
+        service SendGroupValue(12, 01/1, 0) -> true
+    )");
+}
+
+TEST_F(WritingCoTest, ValueChange_WithoutAnyCo_IsNotSent) {
+    Start();
+    EXPECT_FALSE(stack.ValueChanged(900, "", "1").get());
+    EXPECT_THAT(
+        recorder.LinesWith("GetCOFromID(900"),
+        testing::ElementsAre("plugin A GetCOFromID(900, reading)", "plugin A GetCOFromID(900, writing)"));
+    EXPECT_THAT(recorder.LinesWith("service "), testing::IsEmpty());
+}
+
+TEST_F(WritingCoTest, WriteOfADataPoint_LooksForNoReadingCo) {
+    CreateAndInit();
+    EXPECT_FALSE(stack.WriteValue(900, "1", "").get());
+    EXPECT_THAT(recorder.LinesWith("GetCOFromID(900"),
+                testing::ElementsAre("plugin A GetCOFromID(900, writing)"));
+}
+
 /// Date and time, data point 1005, goes to every CO that the plug-in lists.
 class TimeCoTest : public ClientLinkTest {
 protected:
