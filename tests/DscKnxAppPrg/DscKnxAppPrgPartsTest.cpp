@@ -53,6 +53,73 @@ TEST_F(PartsTest, FinalState_WithoutHub_IsReportedToNobody) {
     ExpectRecord("host", "");
 }
 
+TEST_F(PartsTest, State_FollowsTheLife) {
+    const auto& state = program.*Reach(PrivateMembers::CurrentState());
+    EXPECT_EQ(state, StartupState::Failed);
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    EXPECT_EQ(state, StartupState::InProgress);
+    ASSERT_TRUE(program.WaitForWorkers(30000));
+    EXPECT_EQ(state, StartupState::Running);
+    ASSERT_EQ(program.OnDeviceRestart(), StartupState::InProgress);
+    EXPECT_EQ(state, StartupState::InProgress);
+    ASSERT_TRUE(program.WaitForWorkers(30000));
+    EXPECT_EQ(state, StartupState::Running);
+    EXPECT_TRUE(program.Exit());
+    EXPECT_EQ(state, StartupState::Failed);
+}
+
+TEST_F(PartsTest, Init_AfterAStartThatHasEnded_StillFindsItsThread) {
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    ASSERT_TRUE(program.WaitForWorkers(30000));
+    recorder.Clear();
+    EXPECT_EQ(program.Init(hub), StartupState::Failed);
+    EXPECT_THAT(
+        recorder.LinesWith("ERROR"),
+        testing::ElementsAre("ERROR KnxStack.DscKnxAppPrg | Cannot create Thread. Thread already running.",
+                             "ERROR KnxStack.DscKnxAppPrg | Init(): StartInitThread() failed.",
+                             "ERROR KnxStack.DscKnxAppPrg | Init(): got error."));
+    program.Exit();
+}
+
+TEST_F(PartsTest, FinalState_WithADeviceRestartToCome_IsInProgressInside) {
+    hub.restartPending = true;
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    ASSERT_TRUE(program.WaitForWorkers(30000));
+    auto& state = program.*Reach(PrivateMembers::CurrentState());
+    EXPECT_EQ(state, StartupState::InProgress);
+    state = StartupState::Running;
+    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Running);
+    EXPECT_EQ(state, StartupState::InProgress);
+    program.Exit();
+}
+
+TEST_F(PartsTest, RefusedStatusRequests_DoNotFailTheWhole) {
+    plugins["A"].bindings = {{.co = 12, .id = 1002, .dpt = {1, 0, 1, 1}},
+                             {.co = 13, .id = 1003, .dpt = {8, 0, 5, 10}}};
+    service.objects[12] = TestSupport::FakeGroupObject(1);
+    service.objects[13] = TestSupport::FakeGroupObject(8);
+    SetUpWith({"A"});
+    stack.faults.Refuse("GetValueRequest");
+    EXPECT_TRUE((program.*Reach(PrivateMembers::WriteState()))());
+    EXPECT_THAT(recorder.LinesWith("GetValueRequest"), testing::SizeIs(2));
+    EXPECT_THAT(recorder.LinesWith("ERROR"), testing::SizeIs(2));
+    service.objects.clear();
+    EXPECT_TRUE((program.*Reach(PrivateMembers::WriteState()))());
+}
+
+TEST_F(PartsTest, CallbacksBeforeConnect_SetNoNull) {
+    EXPECT_FALSE((program.*Reach(PrivateMembers::OnReadValue()))(nullptr, 77, "lamp"));
+    EXPECT_FALSE((program.*Reach(PrivateMembers::OnWriteValue()))(nullptr, 77, "1", "lamp"));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 77 Urn lamp for reading
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        ERROR KnxStack.DscKnxAppPrg | OnReadValue(): m_knxHandler.ReadValue failed, so set NULL value. Object ID = 77
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID 77 Urn lamp for writing
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
+        ERROR KnxStack.DscKnxAppPrg | OnWriteValue(): m_knxHandler.WriteValue failed, so set NULL value. Object ID = 77 Urn = lamp
+    )");
+}
+
 TEST_F(PartsTest, Event_CarriesNoBlanks) {
     SetUpWith({});
     (program.*Reach(PrivateMembers::SendEmitEvent()))("etsConfigChanged");
@@ -96,6 +163,48 @@ TEST_F(PartsTest, DeviceConfiguration_SetsTheDeviceType) {
     stack.configuration = Configuration("unknown");
     (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
     EXPECT_EQ(deviceType(), 0u);
+}
+
+TEST_F(PartsTest, DeviceConfiguration_KeepsWhatALaterOneDoesNotSay) {
+    const auto read = [this](const char* configuration) {
+        stack.configuration = configuration;
+        (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
+    };
+    const auto expect = [this](std::uint32_t type, const std::string& first, const std::string& second) {
+        EXPECT_EQ(program.*Reach(PrivateMembers::DeviceTypeNumber()), type);
+        EXPECT_EQ(program.*Reach(PrivateMembers::StackConfigPath()), first);
+        EXPECT_EQ(program.*Reach(PrivateMembers::UserDataPath()), second);
+    };
+    const std::string first = files.Path("stack");
+    const std::string second = files.Path("user");
+    expect(0, "", "");
+    SetUpWith({});
+    expect(1, first, second);
+    read(R"({"ipc":{}})");
+    expect(1, first, second);
+    read(R"({"ipc":{"DeviceStackConfigPath":7,"UserDataPath":null}})"); // other kinds count as absent
+    expect(1, first, second);
+    read(R"({"ipc":{"UserDataPath":"/other"}})");
+    expect(1, first, "/other");
+    read("{");
+    expect(1, first, "/other");
+    read(R"({"other":{"DeviceId":"VELDNV03","UserDataPath":"/nowhere"}})");
+    expect(1, first, "/other");
+    stack.faults.Refuse("GetConfiguration");
+    read(R"({"ipc":{"DeviceId":"VELDNV03","UserDataPath":"/nowhere"}})");
+    expect(1, first, "/other");
+}
+
+TEST_F(PartsTest, DeviceConfiguration_IsKeptAfterALoadingError) {
+    plugins["A"].faults.Refuse("Initialize");
+    stack.configuration = Configuration("VELDNV03");
+    RegisterPlugins({"A"});
+    (program.*Reach(PrivateMembers::Connect()))();
+    (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
+    ASSERT_THAT(recorder.LinesWith("Error while loading"), testing::SizeIs(1));
+    EXPECT_EQ(program.*Reach(PrivateMembers::DeviceTypeNumber()), 5u);
+    EXPECT_EQ(program.*Reach(PrivateMembers::StackConfigPath()), files.Path("stack"));
+    EXPECT_EQ(program.*Reach(PrivateMembers::UserDataPath()), files.Path("user"));
 }
 
 TEST_F(PartsTest, InitCaller_WithoutControl_EndsAtOnce) {
@@ -201,6 +310,30 @@ TEST_F(ResponseQueueTest, Event_EndsTheThread) {
     (program.*Reach(PrivateMembers::Event())).Set();
     EXPECT_TRUE(program.WaitForWorkers(5000));
     EXPECT_TRUE(StopQueue(5000));
+}
+
+TEST_F(ResponseQueueTest, Event_StaysSignalledUntilItIsReset) {
+    // Each thread that starts meanwhile ends by it.
+    (program.*Reach(PrivateMembers::Event())).Set();
+    for (int round = 0; round != 2; ++round) {
+        EXPECT_TRUE(StartQueue());
+        EXPECT_TRUE(program.WaitForWorkers(30000));
+        EXPECT_TRUE(StopQueue(5000));
+    }
+    EXPECT_EQ(recorder.Count("DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread finished."),
+              2u);
+}
+
+TEST_F(ResponseQueueTest, StartAgain_StartsAnotherThreadWithoutAsking) {
+    EXPECT_TRUE(StartQueue());
+    EXPECT_TRUE(StartQueue());
+    EXPECT_TRUE(
+        recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started.", 2));
+    EXPECT_TRUE(StopQueue(5000));
+    EXPECT_FALSE(program.WaitForWorkers(0)); // the first one has nobody left who stops it
+    (program.*Reach(PrivateMembers::Event())).Set();
+    EXPECT_TRUE(program.WaitForWorkers(30000));
+    EXPECT_THAT(recorder.LinesWith("ERROR"), testing::IsEmpty());
 }
 
 TEST_F(ResponseQueueTest, Stop_WithoutPatience_InterruptsTheThread) {

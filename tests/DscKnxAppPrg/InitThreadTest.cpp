@@ -1,6 +1,7 @@
 // What the init thread does between its start and the final state.
 #include "ProgramTest.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -112,6 +113,30 @@ TEST_F(StatusRequestTest, RefusedRequests_AreLoggedWithTheClientsWords) {
                     "= refused by the test",
                     "ERROR KnxStack.DscKnxAppPrg | WriteState(): Get state data point value failed. Error "
                     "= refused by the test"));
+}
+
+TEST_F(InitThreadTest, Pauses_LastOneSecondEach) {
+    // Never less, and not much more, which a busy machine may need another try to show.
+    RegisterPlugins({"A"});
+    bool soon = false;
+    for (int round = 0; round != 10 && !soon; ++round) {
+        recorder.Clear();
+        Create();
+        ASSERT_EQ(Init(), StartupState::InProgress);
+        ASSERT_TRUE(InitThreadFinished());
+        const auto first =
+            recorder.Between("DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.",
+                             "hub GetApplicationProgramSettings()");
+        const auto second =
+            recorder.Between(R"(client Command({"command":"EmitEvent","eventType":"configurationLoaded"}))",
+                             "plugin A GetCOFromID(1002, writing)");
+        EXPECT_GE(first, std::chrono::seconds(1));
+        EXPECT_GE(second, std::chrono::seconds(1));
+        soon = std::max(first, second) < std::chrono::milliseconds(1500);
+        EXPECT_TRUE(Exit());
+        Delete();
+    }
+    EXPECT_TRUE(soon);
 }
 
 void IgnoreSignal(int) {}

@@ -26,6 +26,10 @@ using ClientPointer = std::unique_ptr<Vesk::IDeviceStackClient>;
 KNX_PRIVATE_MEMBER(KnxHandler, DscKnxAppPrg::KnxHandler DscKnxAppPrg::*, m_knxHandler);
 KNX_PRIVATE_MEMBER(Client, ClientPointer DscKnxAppPrg::*, m_client);
 KNX_PRIVATE_MEMBER(ClientMutex, std::mutex DscKnxAppPrg::*, m_clientMutex);
+KNX_PRIVATE_MEMBER(InitThread, std::shared_ptr<DscKnxAppPrg::ThreadControl> DscKnxAppPrg::*, m_initThread);
+KNX_PRIVATE_MEMBER(CurrentState, std::atomic<StartupState> DscKnxAppPrg::*, m_startupState);
+KNX_PRIVATE_MEMBER(StackConfigPath, std::string DscKnxAppPrg::*, m_deviceStackConfigPath);
+KNX_PRIVATE_MEMBER(UserDataPath, std::string DscKnxAppPrg::*, m_userDataPath);
 KNX_PRIVATE_MEMBER(DeviceTypeNumber, std::uint32_t DscKnxAppPrg::*, m_deviceType);
 KNX_PRIVATE_MEMBER(Events, TavEvents DscKnxAppPrg::*, m_events);
 KNX_PRIVATE_MEMBER(Event, TavEvent DscKnxAppPrg::*, m_event);
@@ -39,6 +43,11 @@ KNX_PRIVATE_MEMBER(RestartDevice, void (*)(ClientPointer&), RestartDevice);
 KNX_PRIVATE_MEMBER(SetNtpState, void (*)(ClientPointer&, bool), SetNtpState);
 KNX_PRIVATE_MEMBER(DoFinalStartupState, void (DscKnxAppPrg::*)(StartupState), DoFinalStartupState);
 KNX_PRIVATE_MEMBER(WriteState, bool (DscKnxAppPrg::*)(), WriteState);
+KNX_PRIVATE_MEMBER(OnReadValue, bool (DscKnxAppPrg::*)(void*, std::uint32_t, const std::string&),
+                   OnReadValue);
+KNX_PRIVATE_MEMBER(OnWriteValue,
+                   bool (DscKnxAppPrg::*)(void*, std::uint32_t, const std::string&, const std::string&),
+                   OnWriteValue);
 KNX_PRIVATE_MEMBER(IsCommunicationEnabled, bool (DscKnxAppPrg::*)(std::uint32_t, OpMode),
                    IsCommunicationEnabled);
 KNX_PRIVATE_MEMBER(StopInitThread, bool (DscKnxAppPrg::*)(unsigned), StopInitThread);

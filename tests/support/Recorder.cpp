@@ -1,6 +1,7 @@
 #include "Recorder.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace TestSupport {
 
@@ -36,7 +37,7 @@ void Recorder::Add(std::string_view line) {
     const unsigned thread = ThisThread();
     if (m_threads.find(thread) == m_threads.end())
         m_threads[thread] = "worker " + std::to_string(++m_workers);
-    m_entries.push_back({thread, std::move(text)});
+    m_entries.push_back({thread, std::move(text), std::chrono::steady_clock::now()});
     m_added.notify_all();
 }
 
@@ -84,6 +85,18 @@ bool Recorder::InOrder(std::string_view earlier, std::string_view later) const {
     const auto first = std::find(lines.begin(), lines.end(), earlier);
     const auto second = std::find(lines.begin(), lines.end(), later);
     return second != lines.end() && first < second;
+}
+
+std::chrono::steady_clock::duration Recorder::Between(std::string_view earlier,
+                                                      std::string_view later) const {
+    const std::lock_guard lock(m_mutex);
+    const auto first = std::find_if(m_entries.begin(), m_entries.end(),
+                                    [&](const Entry& entry) { return entry.line == earlier; });
+    const auto second =
+        std::find_if(first, m_entries.end(), [&](const Entry& entry) { return entry.line == later; });
+    if (second == m_entries.end())
+        throw std::logic_error("there is no time between lines that are not there");
+    return second->time - first->time;
 }
 
 bool Recorder::WaitFor(std::string_view line, std::size_t count) const {

@@ -39,6 +39,9 @@ public:
     /// True when both lines are there and the first `earlier` stands before the first `later`.
     bool InOrder(std::string_view earlier, std::string_view later) const;
 
+    /// The time from the first `earlier` to the first `later` after it. Both have to be there.
+    std::chrono::steady_clock::duration Between(std::string_view earlier, std::string_view later) const;
+
     /// Waits until `line` was recorded at least `count` times. False when that takes longer than kPatience.
     bool WaitFor(std::string_view line, std::size_t count = 1) const;
 
@@ -53,6 +56,7 @@ private:
     struct Entry {
         unsigned thread;
         std::string line;
+        std::chrono::steady_clock::time_point time;
     };
 
     static unsigned ThisThread();
