@@ -24,6 +24,12 @@ log4cplus::Logger Log() {
     return log4cplus::Logger::getInstance("DeviceStack.Server.State");
 }
 
+std::string UnreadableIds(const std::string& path, const std::string& cause) {
+    return fmt::format("{} cannot be read ({}); bring back a copy of it, or delete it when no id of a "
+                       "former project has to be kept from other data points",
+                       path, cause);
+}
+
 } // namespace
 
 StateFiles::StateFiles(std::string directory, std::function<void()> onFailed)
@@ -57,9 +63,7 @@ std::string StateFiles::Read(Milliseconds utc, StateImage& image) {
         return content ? take(*content, image) : error;
     };
     if (const auto error = read(kIds, ReadIds); !error.empty())
-        return fmt::format("{} cannot be read ({}); bring back a copy of it, or delete it when no id of a "
-                           "former project has to be kept from other data points",
-                           PathOf(kIds), error);
+        return UnreadableIds(PathOf(kIds), error);
     if (const auto error = read(kValues, ReadValues); !error.empty())
         SetValuesAside(error, utc);
     return {};
@@ -107,12 +111,16 @@ void StateFiles::WritePending(const std::string& path) {
     LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
 }
 
-std::string IdConflictOnDisk(const std::string& directory, const ProjectFile::Project& project) {
+std::string IdFaultOnDisk(const std::string& directory, const std::string& projectPath,
+                          const ProjectFile::Project& project) {
+    const auto path = directory + '/' + kIds;
     std::string error;
     StateImage image;
-    if (const auto content = ReadFile(directory + '/' + kIds, error))
-        ReadIds(*content, image);
-    return IdConflict(image, project);
+    if (const auto content = ReadFile(path, error))
+        if (const auto cause = ReadIds(*content, image); !cause.empty())
+            return UnreadableIds(path, cause);
+    const auto conflict = IdConflict(image, project);
+    return conflict.empty() ? conflict : projectPath + ": " + conflict;
 }
 
 void StateFiles::Finish() {

@@ -55,8 +55,9 @@ private:
     boost::asio::thread_pool m_writer{1};
 };
 
-/// IdConflict() with the ids of the directory, for checks before a start. "" also without a file of ids that
-/// can be read: a start would go on without it.
-std::string IdConflictOnDisk(const std::string& directory, const ProjectFile::Project& project);
+/// Why the project of that path cannot be served with the ids of the directory, for checks before a start:
+/// one sentence, or "". "" also when there is no file of ids, or one that the checking user may not read.
+std::string IdFaultOnDisk(const std::string& directory, const std::string& projectPath,
+                          const ProjectFile::Project& project);
 
 } // namespace DeviceStackServer

@@ -96,9 +96,9 @@ int Refuse(const std::string& error) {
 std::vector<std::string> FaultsOf(const Configuration& configuration, const ProjectFile::LoadResult& loaded) {
     if (!loaded)
         return loaded.errors;
-    const auto conflict = DeviceStackServer::IdConflictOnDisk(configuration.stateDirectory, *loaded.project);
-    return conflict.empty() ? std::vector<std::string>()
-                            : std::vector<std::string>{configuration.project + ": " + conflict};
+    auto fault = DeviceStackServer::IdFaultOnDisk(configuration.stateDirectory, configuration.project,
+                                                  *loaded.project);
+    return fault.empty() ? std::vector<std::string>() : std::vector<std::string>{std::move(fault)};
 }
 
 /// `devicestackd check`: all that is wrong with the project.

@@ -102,6 +102,11 @@ TEST(DaemonLife, UnreadableIdsAreStatus2AndStayWhereTheyAre) {
                                     "); bring back a copy of it, or delete it when no id of a former project "
                                     "has to be kept from other data points\n");
         EXPECT_EQ(ReadText(path), content);
+        for (const auto* check : {"check", "--check-config"}) {
+            const auto checked = RunToEnd({check, "--config", daemon.directory / "devicestackd.json"});
+            EXPECT_EQ(checked.status, 2) << check;
+            EXPECT_THAT(checked.output, HasSubstr(path + " cannot be read (" + cause + "); ")) << check;
+        }
     }
     EXPECT_FALSE(std::filesystem::exists(daemon.Socket()));
     std::filesystem::remove(path);
