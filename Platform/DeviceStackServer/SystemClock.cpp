@@ -16,6 +16,8 @@ Instant Now() {
 }
 
 Seconds LocalOffset(Seconds utc) {
+    // A change of the system's time zone counts from now on; localtime_r alone would never look again.
+    ::tzset();
     const std::time_t time = utc.count();
     std::tm local{};
     return ::localtime_r(&time, &local) ? Seconds(local.tm_gmtoff) : Seconds(0);
