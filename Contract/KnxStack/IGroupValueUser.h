@@ -9,6 +9,10 @@ class GroupValue;
 /// All callbacks come on one thread of the host, one at a time, in the order of the bus. No lock of the host
 /// is held, so every operation of IGroupValueService may be called from inside. Of `co` only the low 16 bits
 /// count. The value is borrowed for the call.
+///
+/// A callback may take its time: a program asks the device stack, which waits, and its plug-ins. And it may
+/// throw: what a plug-in throws comes out of the callback. The host catches everything, drops that telegram
+/// (a read has no response) and goes on.
 class IGroupValueUser {
 public:
     virtual ~IGroupValueUser() = default;

@@ -17,7 +17,10 @@ public:
     virtual ~IInterfaceObject() = default;
 
     /// A property with one element. `dataType` is the property data type (PDT). `persistent` 1: the value
-    /// survives a restart. `writeEnabled` 1: the bus may write it. Null when it cannot be created.
+    /// survives a restart. `writeEnabled` 1: the bus may write it. Null when it cannot be created. A property
+    /// that the object has already is given back as it is, value included, when data type and number of
+    /// elements are the same, for a program that is made anew asks again; else the result is null and the
+    /// property stays.
     virtual IInterfaceObjectProperty* CreateProperty(PropertyId id, std::uint8_t dataType, int persistent,
                                                      int writeEnabled) = 0;
 

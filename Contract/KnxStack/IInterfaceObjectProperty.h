@@ -16,7 +16,8 @@ public:
     /// All elements one after the other, as on the bus; empty when nothing was written yet.
     virtual BinaryData GetValue() const = 0;
 
-    /// Replaces all elements.
+    /// Replaces all elements. A value of another size than data type and number of elements give changes
+    /// nothing.
     virtual void SetValue(const BinaryData& value) = 0;
 };
 

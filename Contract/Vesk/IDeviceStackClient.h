@@ -50,41 +50,63 @@ public:
         /// cause).
         virtual bool OnConfigurationChanged(void* ctx, TAVOBJECTID id, const std::string& key,
                                             const std::string& value) = 0;
+        /// The device stack found a device, known by data point `id` under `name`; `value` says what it is.
+        /// For device stacks that look for devices; ours does not, and its client never calls it.
         virtual bool OnDeviceDiscovery(void* ctx, TAVOBJECTID id, const std::string& name,
                                        const std::string& value) = 0;
+        /// The connection to the device stack ended, after the application had been registered. Nothing is to
+        /// be done: the client restores it, and what changed meanwhile is told then.
         virtual void OnConnectionLost() = 0;
 
         /// Another application sent an event with a message; `sender` is that application's name. Events
         /// without a message, such as "configurationLoaded", are for the device stack and not told here.
         virtual bool OnApplicationEvent(void* ctx, const std::string& sender, const std::string& message) = 0;
 
+        /// The device stack's own state changed, it is about to restart, its clock was set. For device stacks
+        /// that announce these apart; ours tells them as changes of data points 1003 and 1005 and as a lost
+        /// connection, and its client never calls these.
         virtual void OnStateChanged(void*, int) {}
         virtual void OnRestart(void*) {}
         virtual void OnTimeChanged(void*) {}
     };
 
-    /// Told of answers to requests that do not wait. `request` is the text that the request returned.
+    /// Told of the answers to requests that do not wait; `ctx` is what was given to InstallResponseHandler(),
+    /// `request` the text that the request returned. A request has one answer, also when the connection is
+    /// lost before, but none when a newer value of the same data point took its place in a full queue or when
+    /// the client is destroyed first. On the same thread and under the same rules as IEventHandler.
     class IResponseHandler {
     public:
         virtual ~IResponseHandler() = default;
+        /// To a command that did not wait, and to a request for the configuration that did not wait. This
+        /// interface has neither: never called by our client.
         virtual void OnResponse(void* ctx, const std::string& request, const std::string& response,
                                 const IError& error) = 0;
+        /// To a registration that RegisterApplication() had given up waiting for, and to each one that is
+        /// repeated after a lost connection. `request` is the client's own.
         virtual void OnRegisterApplication(void* ctx, const std::string& request, const IError& error) = 0;
         virtual void OnGetConfiguration(void* ctx, const std::string& request, const std::string& json,
                                         const IError& error) = 0;
+        /// To SetConfiguration(), which returns no text: `request` is the client's own.
         virtual void OnSetConfiguration(void* ctx, const std::string& request, const IError& error) = 0;
+        /// To GetValueRequest(). With an error there is no value: `value` is "", and `urn` may be.
         virtual void OnGetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
                                 const std::string& value, const IError& error) = 0;
+        /// To SetValue(). `value` is the text that was to be set, also with an error, which then says why it
+        /// was not; `urn` is "" where the client does not know it.
         virtual void OnSetValue(void* ctx, const std::string& request, TAVOBJECTID id, const std::string& urn,
                                 const std::string& value, const IError& error) = 0;
     };
 
-    /// Asked as the owner of data points. True = the request was taken; for a read the answer follows as a
-    /// SetValue() within 2 s.
+    /// Asked as the owner of data points; `ctx` is what was given to InstallFieldHandler(). On the same
+    /// thread and under the same rules as IEventHandler; an exception counts as false.
     class IFieldHandlerWithUrn {
     public:
         virtual ~IFieldHandlerWithUrn() = default;
+        /// Somebody wants the value. True: it follows as a SetValue() within 2 s. False: who asked is told at
+        /// once that there is no value.
         virtual bool OnReadValue(void* ctx, TAVOBJECTID id, const std::string& urn) = 0;
+        /// Somebody writes the value. True: taken; it becomes the data point's value, and its change is told
+        /// to everybody else. False: the write fails, and the value stays what it was.
         /// Note the order: the value stands before the URN here, behind it in OnValueChanged().
         virtual bool OnWriteValue(void* ctx, TAVOBJECTID id, const std::string& value,
                                   const std::string& urn) = 0;

@@ -18,12 +18,28 @@ namespace Vesk {
 ///     extern "C" bool DeleteHandler(Vesk::IKnxAppPrgHandler*& handler);
 ///
 /// and is listed in "knxappprghandlers.xml". Several plug-ins may be loaded: they are asked in the order of
-/// the registry, and the first answer that is not the operation's no-answer value counts. A `KNXDPT&` may
-/// come in with a size that the caller knows (sizeInBits, main 0) and is filled by the plug-in that answers.
+/// the registry, and the first answer that is not the operation's no-answer value counts.
 ///
-/// Threads: Initialize comes on the host's thread, before anything else. Every other operation may be called
-/// from several threads at the same time, also Reload beside queries. An operation must not call back into
-/// the application program, and should answer at once: a telegram waits for it.
+/// A `KNXDPT&` is filled by the plug-in that answers; without an answer it is left alone. It comes in with a
+/// size that the caller knows (sizeInBits, main 0), or zeroed, or with a type: what an earlier plug-in
+/// without an answer left in it, or what was remembered of another question for the same data point. So
+/// whoever answers sets `main` and `sub` and does not rely on what they were.
+///
+/// Life: CreateHandler and Initialize come on the host's thread, before anything else. `configFile` is the
+/// registry's text; the reference is valid until DeleteHandler has returned, and a change of the text is kept
+/// but not looked at. DeleteHandler comes once for each library that was loaded and whose CreateHandler did
+/// not decline, then the library is unloaded; after a CreateHandler that threw, its argument is null. It
+/// comes on the host's thread while nobody asks; else on the thread of the last question that was still
+/// running (the bus's, the device stack client's, the program's start-up thread), which may hold locks of the
+/// program: it must not wait for another thread that asks the program or a plug-in.
+///
+/// Threads: every other operation may be called from several threads at the same time, also Reload beside
+/// queries. An operation must not call back into the application program, and should answer at once: a
+/// telegram waits for it.
+///
+/// Exceptions: to be avoided. Out of CreateHandler or Initialize one makes the loading of all plug-ins fail;
+/// out of an operation it drops the telegram or the callback that asked; out of DeleteHandler it is
+/// swallowed.
 class IKnxAppPrgHandler {
 public:
     static constexpr std::uint16_t kNoCo = 0xFFFF;
