@@ -285,6 +285,25 @@ TEST_F(TimeCoTest, ValueChange_GoesToEveryTimeCoInItsOwnType) {
     )");
 }
 
+TEST_F(TimeCoTest, EachIsAskedForWithAnEmptyType) {
+    plugins["A"].recordsGivenDpt = true;
+    CreateAndInit();
+    EXPECT_TRUE(stack.WriteValue(1005, "18", "").get());
+    EXPECT_THAT(recorder.LinesWith("plugin A"),
+                testing::ElementsAre("plugin A GetCOFromID(1005, writing)", "plugin A is given 0:0.0",
+                                     "plugin A GetTimeCoByIndex(1, writing)", "plugin A is given 0:0.0",
+                                     "plugin A GetTimeCoByIndex(2, writing)", "plugin A is given 0:0.0",
+                                     "plugin A GetTimeCoByIndex(3, writing)", "plugin A is given 0:0.0"));
+}
+
+TEST_F(TimeCoTest, WithoutGroupCommunication_IsAFailure) {
+    hub.groupValueService = nullptr;
+    CreateAndInit();
+    EXPECT_FALSE(stack.WriteValue(1005, "18", "").get());
+    EXPECT_THAT(recorder.LinesWith("GetTimeCoByIndex"), testing::IsEmpty());
+    EXPECT_EQ(recorder.Count("client SetValue(1005, '', 1, 1)"), 1u);
+}
+
 TEST_F(TimeCoTest, DateAndTime_InTheTypesOfTheStandard) {
     plugins["A"].timeCos = {{20, {24, 0, 10, 1}}, {21, {24, 0, 11, 1}}, {22, {64, 0, 19, 1}}};
     CreateAndInit();

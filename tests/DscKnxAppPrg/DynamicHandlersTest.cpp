@@ -94,7 +94,13 @@ INSTANTIATE_TEST_SUITE_P(
                     "<KnxApplicationPrograms><KnxApplicationProgram "
                     "Name='wanted'/></KnxApplicationPrograms>",
                     "<KnxApplicationPrograms><KnxApplicationProgram Name='wanted'>"
-                    "<DynamicHandler Library='x'/></KnxApplicationProgram></KnxApplicationPrograms>"));
+                    "<DynamicHandler Library='x'/></KnxApplicationProgram></KnxApplicationPrograms>",
+                    // The parser hands out what stood before the error: a whole program, and half of one.
+                    "<KnxApplicationPrograms><KnxApplicationProgram Name='wanted'><DynamicHandlers>"
+                    "<DynamicHandler Library='x'/></DynamicHandlers></KnxApplicationProgram>"
+                    "</KnxApplicationPrograms><garbage",
+                    "<KnxApplicationPrograms><KnxApplicationProgram Name='wanted'><DynamicHandlers>"
+                    "<DynamicHandler Library='x'/>"));
 
 TEST_F(RegistryTest, DirectoryOrFileThatIsMissing_ListsNothing) {
     EXPECT_THAT(ReadHandlerRegistry(files.Path("user"), ""), IsEmpty());
@@ -260,6 +266,34 @@ TEST_F(LoaderTest, DeleteHandlerThatThrows_StopsNobody) {
         plugin B DeleteHandler()
         library B unloaded
     )");
+}
+
+TEST_F(LoaderTest, CreateHandlerThatThrows_IsFollowedByDeleteHandlerWithoutAHandler) {
+    plugins["B"].faults.Throw("CreateHandler", "no");
+    RegisterPlugins({"A", "B"});
+    EXPECT_THROW(Init(), std::exception);
+    ASSERT_THAT(set->Libraries(), testing::SizeIs(2));
+    EXPECT_EQ(set->Libraries().back().handler, nullptr);
+    recorder.Clear();
+    set.reset();
+    ExpectRecord("host", R"(
+        plugin A DeleteHandler()
+        library A unloaded
+        plugin B DeleteHandler()
+        library B unloaded
+    )");
+}
+
+TEST_F(LoaderTest, DirectoryWhoseStatusIsUnknown_ThrowsAndNothingIsLoaded) {
+    RegisterPlugins({"A"});
+    std::filesystem::create_symlink(files.Path("loop"), files.Path("loop"));
+    EXPECT_THROW(set->Init(files.Path("stack"), files.Path("loop"), "dscknxappprg"),
+                 boost::filesystem::filesystem_error);
+    ASSERT_THAT(set->Libraries(), testing::SizeIs(1)); // what was read before stays listed
+    EXPECT_EQ(set->Libraries().front().libraryPath, TestSupport::FakePlugins::Library("A"));
+    EXPECT_EQ(set->Libraries().front().handle, nullptr);
+    EXPECT_EQ(set->Libraries().front().handler, nullptr);
+    EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
 TEST_F(LoaderTest, Loader_WritesNoLog) {

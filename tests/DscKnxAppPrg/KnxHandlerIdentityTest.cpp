@@ -1,6 +1,8 @@
 // COs and data points: who belongs to whom, and what is remembered of it.
 #include "KnxHandlerTest.h"
 
+#include <future>
+
 namespace {
 
 using testing::ElementsAre;
@@ -54,11 +56,10 @@ TEST_F(CoOfId, UnknownId_IsRememberedAsHavingNone) {
     SetUpWith({"A"});
     EXPECT_EQ(handler.GetCOFromID(77, "", dpt, OpMode::Reading), 0xFFFF);
     EXPECT_EQ(handler.GetCOFromID(78, "", dpt, OpMode::Reading), 0xFFFF);
-    recorder.Clear();
     EXPECT_EQ(handler.GetCOFromID(77, "", dpt, OpMode::Reading), 0xFFFF);
-    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
     EXPECT_EQ(handler.GetIDFromCO(0xFFFF, dpt, OpMode::Reading), 77u); // the first of them stands for "no CO"
-    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
+    EXPECT_THAT(recorder.LinesWith("plugin"),
+                ElementsAre("plugin A GetCOFromID(77, reading)", "plugin A GetCOFromID(78, reading)"));
 }
 
 TEST_F(CoOfId, CoZero_IsAskedForEveryTime) {
@@ -85,6 +86,63 @@ TEST_F(CoOfId, AnswerToTheSecondQuestion_Counts) {
     service.objects[5] = TestSupport::FakeGroupObject(8);
     SetUpWith({"A"});
     EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 0xFFFF);
+}
+
+TEST_F(CoOfId, InUrnMode_TypeOfAnotherSize_IsAskedAgainByUrn) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {16, 0, 9, 1}, .urn = "lamp"}};
+    plugins["A"].recordsGivenDpt = true;
+    service.objects[5] = TestSupport::FakeGroupObject(8);
+    SetUpWithUrns({"A"});
+    EXPECT_EQ(handler.GetCOFromID(500, "urn:oxn:dp:house:lamp", dpt, OpMode::Reading), 5);
+    EXPECT_THAT(recorder.LinesWith("plugin"),
+                ElementsAre("plugin A GetCOFromUrn('lamp', reading)", "plugin A is given 0:0.0",
+                            "plugin A GetCOFromUrn('lamp', reading)", "plugin A is given 8:0.0"));
+}
+
+TEST_F(CoOfId, WithoutAnObject_IsAskedAgainWithoutSize) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {16, 0, 9, 1}}};
+    plugins["A"].recordsGivenDpt = true;
+    SetUpWith({"A"});
+    dpt = {1, 0, 1, 1};
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 5);
+    EXPECT_THAT(recorder.LinesWith("is given"),
+                ElementsAre("plugin A is given 1:1.1", "plugin A is given 0:0.0"));
+    EXPECT_EQ(dpt, (KNXDPT{16, 0, 9, 1})); // the second answer counts
+}
+
+TEST_F(CoOfId, WithoutGroupCommunication_IsAskedAgainWithoutSize) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {16, 0, 9, 1}}};
+    plugins["A"].recordsGivenDpt = true;
+    service.objects[5] = TestSupport::FakeGroupObject(16); // which nobody hands out
+    hub.groupValueService = nullptr;
+    SetUpWith({"A"});
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 5);
+    EXPECT_THAT(recorder.LinesWith("is given"),
+                ElementsAre("plugin A is given 0:0.0", "plugin A is given 0:0.0"));
+}
+
+TEST_F(CoOfId, AskedByTwoThreads_IsAskedOnce) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}}};
+    service.objects[5] = TestSupport::FakeGroupObject(1);
+    SetUpWith({"A"});
+    const auto ask = [this] {
+        KNXDPT own;
+        return handler.GetCOFromID(500, "", own, OpMode::Writing);
+    };
+    const auto gate = plugins["A"].faults.Block("GetCOFromID");
+    auto first = std::async(std::launch::async, ask);
+    ASSERT_TRUE(gate->WaitForArrival());
+    auto second = std::async(std::launch::async, ask);
+    ASSERT_TRUE(recorder.WaitFor("DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Getting CO for ID "
+                                 "500 Urn  for writing",
+                                 2));
+    // It would ask right away, so it has some time to do so.
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_EQ(recorder.Count("plugin A GetCOFromID(500, writing)"), 1u);
+    gate->Open();
+    EXPECT_EQ(first.get(), 5);
+    EXPECT_EQ(second.get(), 5);
+    EXPECT_EQ(recorder.Count("plugin A GetCOFromID(500, writing)"), 1u);
 }
 
 TEST_F(CoOfId, TypeWithoutSize_IsTakenAsItIs) {
@@ -172,6 +230,18 @@ TEST_F(IdOfCo, Unknown_IsAskedForEveryTime) {
         2u);
 }
 
+TEST_F(IdOfCo, ZeroThatIsRemembered_IsNoError) {
+    plugins["A"].bindings = {{.co = 5, .id = 0, .dpt = {}}};
+    SetUpWith({"A"});
+    EXPECT_EQ(handler.GetCOFromID(0, "", dpt, OpMode::Writing), 5);
+    recorder.Clear();
+    EXPECT_EQ(handler.GetIDFromCO(5, dpt, kTelegram), 0u);
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetIDFromCO(): Getting ID for CO 5 for unknown
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetIDFromCO(): Returning ID 0 and DPT 0.0
+    )");
+}
+
 TEST_F(IdOfCo, InUrnMode_ComesFromTheUrn) {
     plugins["A"].bindings = {{.co = 5, .id = 0, .dpt = {1, 0, 1, 1}, .urn = "lamp"},
                              {.co = 6, .id = 0, .dpt = {}, .urn = "gone"}};
@@ -237,6 +307,21 @@ TEST_F(DataPointStates, InUrnMode_AreAskedByName) {
                             "plugin A IsKnxEventDataPoint('')", "plugin A IsOxnReadInternalDataPoint('lamp')",
                             "plugin A IsOxnReadInternalDataPoint('')"));
     EXPECT_THAT(recorder.LinesWith("client"), ElementsAre("client GetUrn(500, 0)", "client GetUrn(501, 0)"));
+}
+
+TEST_F(DataPointStates, Exit_ForgetsNothing) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {}, .eventing = true, .readInternal = true}};
+    SetUpWith({"A"});
+    handler.GetCOFromID(500, "", dpt, OpMode::Reading);
+    handler.IsKnxEventDataPoint(500, "");
+    handler.IsOxnReadInternalDataPoint(500);
+    EXPECT_TRUE(handler.Exit());
+    recorder.Clear();
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 5);
+    EXPECT_EQ(handler.GetIDFromCO(5, dpt, kTelegram), 500u);
+    EXPECT_TRUE(handler.IsKnxEventDataPoint(500, ""));
+    EXPECT_TRUE(handler.IsOxnReadInternalDataPoint(500));
+    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
 }
 
 TEST_F(DataPointStates, ClearCoAndIdMap_ForgetsEverythingOfThePlugins) {

@@ -77,7 +77,6 @@ TEST_F(LockTest, ClientMutex_IsNotWantedByAValueChangeThatAsksForAUrn) {
 }
 
 TEST_F(LockTest, TelegramsOfTheBus_TakeTurnsAtTheClient) {
-    stack.values[500] = "1";
     CreateAndInit();
     std::future<void> bus;
     {

@@ -212,6 +212,61 @@ TEST_F(TrafficTest, Scene_Learnt_SetsTheNextDataPoint) {
     EXPECT_EQ(recorder.Count("plugin A IsOxnReadInternalDataPoint(801)"), 1u);
 }
 
+TEST_F(TrafficTest, NegativeValueOfAnotherType_StaysOnItsDataPoint) {
+    Bind(10, 610, {8, 0, 6, 10});
+    CreateAndInit();
+    service.Write(10, Octets({0xFB}));
+    service.Response(10, Octets({0xFB}));
+    EXPECT_THAT(Client(),
+                testing::ElementsAre("client SetValue(610, '-5', 0, 0)", "client SetValue(610, '-5', 1, 1)"));
+}
+
+TEST_F(TrafficTest, SceneOfAnotherSubType_StaysOnItsDataPoint) {
+    Bind(10, 810, {8, 0, 18, 2});
+    CreateAndInit();
+    service.Write(10, Octets({0x84}));
+    service.Response(10, Octets({0x84}));
+    EXPECT_THAT(Client(),
+                testing::ElementsAre("client SetValue(810, '-5', 0, 0)", "client SetValue(810, '-5', 1, 1)"));
+}
+
+TEST_F(TrafficTest, WriteAndResponse_AskThePluginsWithTheSizeOfTheTelegram) {
+    plugins["A"].recordsGivenDpt = true;
+    CreateAndInit();
+    service.Write(5, Octets({0, 1})); // the objects have 1 and 16 bits
+    service.Response(6, Bits(4, 1));
+    EXPECT_THAT(recorder.LinesWith("is given"),
+                testing::ElementsAre("plugin A is given 16:0.0", "plugin A is given 4:0.0"));
+}
+
+TEST_F(TrafficTest, WriteAndResponse_WhoseTypeThePluginsLeaveOpen_AreDropped) {
+    plugins["A"].keepsGivenSize = true;
+    CreateAndInit();
+    service.Write(5, Bits(1, 1));
+    service.Response(6, Octets({0x0C, 0x33}));
+    EXPECT_THAT(
+        recorder.LinesWith("ERROR"),
+        testing::ElementsAre(
+            "ERROR KnxStack.DscKnxAppPrg.KnxHandler | OnGroupValueWrite(): Failed to get DPT for CO '5'.",
+            "ERROR KnxStack.DscKnxAppPrg.KnxHandler | OnGroupValueResponse(): Failed to get DPT for CO "
+            "'6'."));
+    EXPECT_THAT(Client(), testing::IsEmpty());
+}
+
+TEST_F(TrafficTest, Read_WhoseTypeThePluginsLeaveOpen_IsAnsweredInTheSizeOfTheObject) {
+    plugins["A"].keepsGivenSize = true;
+    plugins["A"].recordsGivenDpt = true;
+    plugins["A"].bindings.push_back({.co = 10, .id = 910, .dpt = {}});
+    service.objects[10] = TestSupport::FakeGroupObject(8);
+    stack.values[910] = "5";
+    CreateAndInit();
+    EXPECT_EQ(service.Read(10), Octets({5}));
+    EXPECT_THAT(recorder.LinesWith("is given"), testing::ElementsAre("plugin A is given 8:0.0"));
+    EXPECT_EQ(recorder.Count("DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetGroupValueFromValue(5, 10, 05) - "
+                             "ToKnxValue(5, 8, 05) succeeded (3)."),
+              1u);
+}
+
 TEST_F(TrafficTest, Response_SetsTheDataPointWithBothFlags) {
     CreateAndInit();
     service.Response(6, Octets({0x0C, 0x33}));

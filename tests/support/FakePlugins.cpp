@@ -27,8 +27,15 @@ bool FakePlugin::Enter(const char* operation, const std::string& arguments) {
     return faults.Enter(operation);
 }
 
+void FakePlugin::RecordGiven(const KNXDPT& dpt) {
+    if (recordsGivenDpt)
+        m_recorder.Add("plugin " + m_name + " is given " + std::to_string(dpt.sizeInBits) + ":" +
+                       std::to_string(dpt.main) + "." + std::to_string(dpt.sub));
+}
+
 template <typename Matches>
-const FakePlugin::Binding* FakePlugin::Find(const Matches& matches, KNXDPT& dpt) const {
+const FakePlugin::Binding* FakePlugin::Find(const Matches& matches, KNXDPT& dpt) {
+    RecordGiven(dpt);
     const bool sizeOnly = dpt.sizeInBits != 0 && dpt.main == 0;
     const auto binding = std::find_if(bindings.begin(), bindings.end(), matches);
     if (binding != bindings.end() && !(sizeOnly && refusesGivenSize)) {
@@ -111,8 +118,10 @@ bool FakePlugin::IsOxnReadInternalDataPoint(const std::string& urn) {
 }
 
 std::uint16_t FakePlugin::GetTimeCoByIndex(std::uint32_t index, bool writing, KNXDPT& dpt) {
-    if (!Enter("GetTimeCoByIndex", std::to_string(index) + ", " + (writing ? "writing" : "reading")) ||
-        index == 0 || index > timeCos.size())
+    const bool answers =
+        Enter("GetTimeCoByIndex", std::to_string(index) + ", " + (writing ? "writing" : "reading"));
+    RecordGiven(dpt);
+    if (!answers || index == 0 || index > timeCos.size())
         return kNoCo;
     dpt = timeCos[index - 1].second;
     return timeCos[index - 1].first;

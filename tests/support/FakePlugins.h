@@ -49,6 +49,8 @@ public:
     bool writesDptAlways = false;  ///< leaves {77, 0, 88, 99} in the datapoint type when it has no answer
     bool keepsGivenSize = false;   ///< asked with a size and no type, leaves the datapoint type as it came
     bool refusesGivenSize = false; ///< asked with a size and no type, has no answer
+    bool recordsGivenDpt =
+        false; ///< records as "plugin A is given <size>:<main>.<sub>" what it is asked with
     std::string changedConfigFile; ///< not empty = CreateHandler changes its argument to this
     Faults faults;
 
@@ -77,8 +79,9 @@ public:
 
 private:
     bool Enter(const char* operation, const std::string& arguments);
+    void RecordGiven(const KNXDPT& dpt);
     template <typename Matches>
-    const Binding* Find(const Matches& matches, KNXDPT& dpt) const;
+    const Binding* Find(const Matches& matches, KNXDPT& dpt);
 
     Recorder& m_recorder;
     std::string m_name;
