@@ -47,7 +47,7 @@ protected:
     void ExpectAllInOrder(RawClient& client) {
         std::int64_t last = 0;
         for (int i = kMany - 1; i >= 0; --i) {
-            const auto told = client.ReceiveJson();
+            const auto told = client.ReceiveJson(std::chrono::seconds(30));
             ASSERT_EQ(Text(told, "/method"), "valueChanged") << i << daemon.Log();
             ASSERT_EQ(Text(told, "/params/id"), std::to_string(10000 + i));
             ASSERT_EQ(Text(told, "/params/value"), std::to_string(i));
