@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
-#include <ostream>
 #include <string>
 
 namespace {
@@ -14,9 +15,12 @@ struct Case {
     const char* local; // %F %T %u %j
 };
 
-// Shown by the test runner in place of the bytes.
-void PrintTo(const Case& testCase, std::ostream* out) {
-    *out << testCase.zone << ' ' << testCase.utc;
+// The last part of a test's name.
+std::string NameOf(const testing::TestParamInfo<Case>& info) {
+    auto name = std::string(info.param.zone) + '_' + std::to_string(info.param.utc);
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char letter) { return std::isalnum(letter) == 0; }, '_');
+    return name;
 }
 
 // One process per case: TZ belongs to the process.
@@ -61,7 +65,7 @@ const Case kCases[] = {
     {"Pacific/Apia", 1325239200, "2011-12-31 00:00:00 6 365"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Zones, TAVTIMEZoneTest, testing::ValuesIn(kCases));
+INSTANTIATE_TEST_SUITE_P(Zones, TAVTIMEZoneTest, testing::ValuesIn(kCases), NameOf);
 
 TEST(TAVTIMEZoneChangeTest, AChangeOfTheZoneCountsAtOnce) {
     TAVTIME time;

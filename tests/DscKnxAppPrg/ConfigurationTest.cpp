@@ -1,4 +1,5 @@
 // Settings of the host, and the device configuration with its plug-ins.
+#include "ParameterNames.h"
 #include "ProgramTest.h"
 
 #include <algorithm>
@@ -86,7 +87,9 @@ TEST_P(NoIpcObject, IsAWarningAndLoadsNoPlugins) {
 }
 INSTANTIATE_TEST_SUITE_P(ConfigurationTest, NoIpcObject,
                          testing::Values("{}", "[]", "null", R"({"ipc":null})", R"({"ipc":"text"})",
-                                         R"({"ipc":[]})", R"({"IPC":{}})"));
+                                         R"({"ipc":[]})", R"({"IPC":{}})"),
+                         TestSupport::NamesInOrder({"EmptyObject", "Array", "Null", "IpcNull", "IpcText",
+                                                    "IpcArray", "IpcInUpperCase"}));
 
 TEST_F(ConfigurationTest, EmptyIpcObject_LoadsPluginsFromEmptyPaths) {
     stack.configuration = R"({"ipc":{}})";
@@ -217,7 +220,8 @@ TEST_P(BadLibrary, IsALoadingError) {
     )");
 }
 INSTANTIATE_TEST_SUITE_P(ConfigurationTest, BadLibrary,
-                         testing::Values("", "/nowhere/libplugin.so", "/etc/passwd"));
+                         testing::Values("", "/nowhere/libplugin.so", "/etc/passwd"),
+                         TestSupport::NamesInOrder({"NoName", "NoFile", "NoLibrary"}));
 
 TEST_F(ConfigurationTest, DirectoryWhoseStatusIsUnknown_IsALoadingError) {
     std::filesystem::create_symlink(files.Path("loop"), files.Path("loop"));

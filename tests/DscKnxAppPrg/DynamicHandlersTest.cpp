@@ -1,5 +1,6 @@
 // Registry files and the loading of plug-ins.
 #include "DynamicKnxAppPrgHandlers.h"
+#include "ParameterNames.h"
 #include "World.h"
 
 #include <boost/filesystem/exception.hpp>
@@ -100,7 +101,10 @@ INSTANTIATE_TEST_SUITE_P(
                     "<DynamicHandler Library='x'/></DynamicHandlers></KnxApplicationProgram>"
                     "</KnxApplicationPrograms><garbage",
                     "<KnxApplicationPrograms><KnxApplicationProgram Name='wanted'><DynamicHandlers>"
-                    "<DynamicHandler Library='x'/>"));
+                    "<DynamicHandler Library='x'/>"),
+    TestSupport::NamesInOrder({"EmptyFile", "NoXml", "OpenElement", "OtherRoot", "NoProgram",
+                               "ProgramWithoutHandlers", "HandlersWithoutList", "GarbageBehindTheRoot",
+                               "HalfAProgram"}));
 
 TEST_F(RegistryTest, DirectoryOrFileThatIsMissing_ListsNothing) {
     EXPECT_THAT(ReadHandlerRegistry(files.Path("user"), ""), IsEmpty());

@@ -1,4 +1,5 @@
 // What the init thread does between its start and the final state.
+#include "ParameterNames.h"
 #include "ProgramTest.h"
 
 #include <algorithm>
@@ -53,7 +54,8 @@ TEST_P(OtherNtpSetting, LeavesNtpAlone) {
                     "is NOT active."));
     EXPECT_THAT(recorder.LinesWith("SetConfiguration"), testing::IsEmpty());
 }
-INSTANTIATE_TEST_SUITE_P(NtpPolicyTest, OtherNtpSetting, testing::Values("True", "false", "1", "true ", ""));
+INSTANTIATE_TEST_SUITE_P(NtpPolicyTest, OtherNtpSetting, testing::Values("True", "false", "1", "true ", ""),
+                         TestSupport::NamesInOrder({"UpperCase", "False", "One", "TrailingSpace", "Empty"}));
 
 using InitThreadTest = ProgramTest;
 

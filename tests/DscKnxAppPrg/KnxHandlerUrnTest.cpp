@@ -1,5 +1,6 @@
 // URNs of data points and the map of the process view.
 #include "KnxHandlerTest.h"
+#include "ParameterNames.h"
 
 #include <atomic>
 #include <thread>
@@ -246,7 +247,10 @@ INSTANTIATE_TEST_SUITE_P(UrnTest, ProcessViewShape,
                          testing::Values("{}", "[]", R"({"response":[]})", R"({"response":{}})",
                                          R"({"response":{"processView":5}})",
                                          R"({"response":{"processView":{}}})",
-                                         R"({"response":{"processView":{"datapoints":{}}}})"));
+                                         R"({"response":{"processView":{"datapoints":{}}}})"),
+                         TestSupport::NamesInOrder({"EmptyObject", "Array", "ResponseArray", "ResponseEmpty",
+                                                    "ProcessViewNumber", "ProcessViewEmpty",
+                                                    "DataPointsObject"}));
 
 TEST_F(UrnTest, ProcessView_WhoseDataPointsAreNoList_IsNamed) {
     SetUpWithUrns({"A"});

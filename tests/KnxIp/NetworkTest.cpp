@@ -246,7 +246,8 @@ TEST_P(NetworkWithFaults, EveryLossIsReportedAndNothingIsDoubledWhenConnectionsB
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, NetworkWithFaults, testing::Values(1U, 2U, 3U));
+INSTANTIATE_TEST_SUITE_P(Seeds, NetworkWithFaults, testing::Values(1U, 2U, 3U),
+                         testing::PrintToStringParamName());
 
 TEST(Network, ABurstOfAThousandTelegramsPassesToEveryTunnel) {
     constexpr unsigned kClients = 3;
