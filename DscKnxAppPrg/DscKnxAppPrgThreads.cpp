@@ -193,7 +193,12 @@ bool DscKnxAppPrg::StopInitThread(unsigned int timeoutMs) {
 bool DscKnxAppPrg::StartResponseQueueThread() {
     LOG4CPLUS_DEBUG(m_logger, "StartResponseQueueThread(): starting...");
     auto control = std::make_shared<ThreadControl>();
-    m_responseQueueThread = StartWorker(control, ResponseQueueCaller(*this, control));
+    auto started = StartWorker(control, ResponseQueueCaller(*this, control));
+    // Kept: nobody asks whether there is a thread already. That one goes on by itself, with its control
+    // block.
+    if (m_responseQueueThread)
+        m_responseQueueThread->thread.detach();
+    m_responseQueueThread = std::move(started);
     LOG4CPLUS_DEBUG(m_logger, "StartResponseQueueThread(): started a new thread for read responses.");
     LOG4CPLUS_DEBUG(m_logger, "StartResponseQueueThread(): end.");
     return true;
