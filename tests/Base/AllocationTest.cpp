@@ -1,6 +1,6 @@
 // The way of a telegram's value, from bytes to text and back, takes nothing from the heap. A program of its
 // own, because it counts every allocation of the process.
-#include "AllocationCounter.h"
+#include "../support/AllocationCounter.h"
 
 #include "KnxStack/GroupValue.h"
 #include "Tav/TAVVALUE.h"

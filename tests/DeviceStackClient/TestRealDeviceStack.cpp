@@ -1,4 +1,4 @@
-#include "../DeviceStackServer/Daemon.h"
+#include "../support/Daemon.h"
 #include "Recorder.h"
 
 #include <gmock/gmock.h>

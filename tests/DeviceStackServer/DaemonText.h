@@ -1,7 +1,7 @@
 // What the tests of the started daemon have in common.
 #pragma once
 
-#include "Daemon.h"
+#include "../support/Daemon.h"
 
 #include <string>
 

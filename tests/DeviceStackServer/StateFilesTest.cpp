@@ -1,6 +1,6 @@
 #include "DeviceStackServer/StateFiles.h"
 
-#include "Daemon.h"
+#include "../support/Daemon.h"
 
 #include <gtest/gtest.h>
 

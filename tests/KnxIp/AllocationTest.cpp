@@ -1,6 +1,6 @@
 // The way of a telegram takes nothing from the heap. A program of its own: operator new is replaced.
 
-#include "Base/AllocationCounter.h"
+#include "../support/AllocationCounter.h"
 
 #include "KnxIp/TunnelClient.h"
 #include "KnxIp/TunnelServer.h"

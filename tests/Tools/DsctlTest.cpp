@@ -1,4 +1,4 @@
-#include "../DeviceStackServer/Daemon.h"
+#include "../support/Daemon.h"
 
 #include <boost/json.hpp>
 #include <gmock/gmock.h>

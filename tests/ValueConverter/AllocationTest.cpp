@@ -1,5 +1,5 @@
 // Conversion of scalar values takes nothing from the heap.
-#include "Base/AllocationCounter.h"
+#include "../support/AllocationCounter.h"
 #include "KnxStack/GroupValue.h"
 #include "Tav/TAVVALUE.h"
 #include "ValueConverter/DatapointTypes.h"
