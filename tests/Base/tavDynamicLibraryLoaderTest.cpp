@@ -1,4 +1,5 @@
 #include "Tav/tavDynamicLibraryLoader.h"
+#include "../support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -32,13 +33,7 @@ protected:
         return path;
     }
 
-    const std::filesystem::path m_directory = [] {
-        auto directory = testing::TempDir() + "loader-XXXXXX";
-        EXPECT_NE(mkdtemp(directory.data()), nullptr);
-        return directory;
-    }();
-
-    ~LoaderTest() override { std::filesystem::remove_all(m_directory); }
+    const TestSupport::TemporaryDirectory m_directory;
 };
 
 TEST_F(LoaderTest, LoadsByPathAndFindsTheExportedFunction) {
@@ -54,7 +49,7 @@ TEST_F(LoaderTest, LoadsByPathAndFindsTheExportedFunction) {
 
 TEST_F(LoaderTest, FindsABareFileNameBesideThePlatformsLibraries) {
     const auto name = std::filesystem::path(kLoadedFile).filename();
-    std::filesystem::current_path(m_directory); // not because of where the test runs
+    std::filesystem::current_path(m_directory.Path()); // not because of where the test runs
     auto* const handle = Loader::tavLoadLibrary(name);
     ASSERT_NE(handle, nullptr) << Loader::tavGetLastError();
     auto* const address = Loader::tavGetProcAddr(handle, "BaseTestsAnswer");
@@ -83,7 +78,7 @@ TEST_F(LoaderTest, SymbolsServeNoOtherLibrary) {
 }
 
 TEST_F(LoaderTest, MissingFileIsReportedInTheSystemsWords) {
-    const auto path = (m_directory / "missing.so").string();
+    const auto path = m_directory / "missing.so";
     EXPECT_EQ(Loader::tavLoadLibrary(path), nullptr);
     const auto error = Loader::tavGetLastError();
     EXPECT_EQ(error, SystemsWords(path));

@@ -123,11 +123,6 @@ void FakeConnection::Close() {
 }
 
 FakeDeviceStack::FakeDeviceStack(Start start) {
-    std::string name = (std::filesystem::temp_directory_path() / "dscXXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("no temporary directory");
-    m_directory = name;
-    m_path = (m_directory / "s").string();
     ::setenv("DEVICESTACK_SOCKET", m_path.c_str(), 1);
     if (start == Start::Listening)
         Listen();
@@ -135,7 +130,6 @@ FakeDeviceStack::FakeDeviceStack(Start start) {
 
 FakeDeviceStack::~FakeDeviceStack() {
     StopListening();
-    std::filesystem::remove_all(m_directory);
 }
 
 void FakeDeviceStack::Listen() {

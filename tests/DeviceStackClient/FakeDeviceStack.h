@@ -1,6 +1,8 @@
 // A device stack whose every line the test writes: it accepts, reads and answers only when told to.
 #pragma once
 
+#include "../support/TemporaryDirectory.h"
+
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -65,8 +67,8 @@ public:
     const std::string& GetSocketPath() const { return m_path; }
 
 private:
-    std::filesystem::path m_directory;
-    std::string m_path;
+    TestSupport::TemporaryDirectory m_directory;
+    std::string m_path = m_directory / "s";
     int m_fd = -1;
 };
 

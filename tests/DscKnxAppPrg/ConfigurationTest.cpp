@@ -110,7 +110,7 @@ TEST_F(ConfigurationTest, UnknownDevice_IsNamedAllTheSame) {
 }
 
 TEST_F(ConfigurationTest, WithoutUserDataPath_PluginsStillLoad) {
-    stack.configuration = R"({"ipc":{"DeviceStackConfigPath":")" + files.Path("stack") + R"("}})";
+    stack.configuration = R"({"ipc":{"DeviceStackConfigPath":")" + files / "stack" + R"("}})";
     RegisterPlugins({"A"});
     ExpectReading(R"(
         client GetConfiguration(1)
@@ -224,8 +224,8 @@ INSTANTIATE_TEST_SUITE_P(ConfigurationTest, BadLibrary,
                          TestSupport::NamesInOrder({"NoName", "NoFile", "NoLibrary"}));
 
 TEST_F(ConfigurationTest, DirectoryWhoseStatusIsUnknown_IsALoadingError) {
-    std::filesystem::create_symlink(files.Path("loop"), files.Path("loop"));
-    stack.configuration = R"({"ipc":{"DeviceStackConfigPath":")" + files.Path("loop") + R"("}})";
+    std::filesystem::create_symlink(files / "loop", files / "loop");
+    stack.configuration = R"({"ipc":{"DeviceStackConfigPath":")" + files / "loop" + R"("}})";
     ExpectReading(R"(
         client GetConfiguration(1)
         ERROR KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Error while loading dynamic knx app prg handlers.

@@ -175,8 +175,8 @@ TEST_F(PartsTest, DeviceConfiguration_KeepsWhatALaterOneDoesNotSay) {
         EXPECT_EQ(program.*Reach(PrivateMembers::StackConfigPath()), first);
         EXPECT_EQ(program.*Reach(PrivateMembers::UserDataPath()), second);
     };
-    const std::string first = files.Path("stack");
-    const std::string second = files.Path("user");
+    const std::string first = files / "stack";
+    const std::string second = files / "user";
     expect(0, "", "");
     SetUpWith({});
     expect(1, first, second);
@@ -203,8 +203,8 @@ TEST_F(PartsTest, DeviceConfiguration_IsKeptAfterALoadingError) {
     (program.*Reach(PrivateMembers::ReadDeviceConfiguration()))();
     ASSERT_THAT(recorder.LinesWith("Error while loading"), testing::SizeIs(1));
     EXPECT_EQ(program.*Reach(PrivateMembers::DeviceTypeNumber()), 5u);
-    EXPECT_EQ(program.*Reach(PrivateMembers::StackConfigPath()), files.Path("stack"));
-    EXPECT_EQ(program.*Reach(PrivateMembers::UserDataPath()), files.Path("user"));
+    EXPECT_EQ(program.*Reach(PrivateMembers::StackConfigPath()), files / "stack");
+    EXPECT_EQ(program.*Reach(PrivateMembers::UserDataPath()), files / "user");
 }
 
 TEST_F(PartsTest, InitCaller_WithoutControl_EndsAtOnce) {

@@ -18,7 +18,7 @@ protected:
     std::vector<std::string> Listed(const std::string& xml, const std::string& name = "wanted") {
         files.Write("stack/knxappprghandlers.xml", xml);
         std::vector<std::string> libraries;
-        for (const RegisteredHandler& handler : ReadHandlerRegistry(files.Path("stack"), name))
+        for (const RegisteredHandler& handler : ReadHandlerRegistry(files / "stack", name))
             libraries.push_back(handler.libraryPath + ":" + handler.configFile);
         return libraries;
     }
@@ -107,20 +107,20 @@ INSTANTIATE_TEST_SUITE_P(
                                "HalfAProgram"}));
 
 TEST_F(RegistryTest, DirectoryOrFileThatIsMissing_ListsNothing) {
-    EXPECT_THAT(ReadHandlerRegistry(files.Path("user"), ""), IsEmpty());
-    EXPECT_THAT(ReadHandlerRegistry(files.Path("nowhere"), ""), IsEmpty());
+    EXPECT_THAT(ReadHandlerRegistry(files / "user", ""), IsEmpty());
+    EXPECT_THAT(ReadHandlerRegistry(files / "nowhere", ""), IsEmpty());
     EXPECT_THAT(ReadHandlerRegistry("", ""), IsEmpty());
-    EXPECT_THAT(ReadHandlerRegistry(files.Path("user/readme.txt"), ""), IsEmpty());
+    EXPECT_THAT(ReadHandlerRegistry(files / "user/readme.txt", ""), IsEmpty());
 }
 
 TEST_F(RegistryTest, DirectoryWithTrailingSlashes_IsTheDirectory) {
     RegisterPlugins({"A"});
-    EXPECT_THAT(ReadHandlerRegistry(files.Path("stack") + "//", "dscknxappprg"), testing::SizeIs(1));
+    EXPECT_THAT(ReadHandlerRegistry(files / "stack" + "//", "dscknxappprg"), testing::SizeIs(1));
 }
 
 TEST_F(RegistryTest, DirectoryWhoseStatusIsUnknown_Throws) {
-    std::filesystem::create_symlink(files.Path("loop"), files.Path("loop"));
-    EXPECT_THROW(ReadHandlerRegistry(files.Path("loop"), ""), boost::filesystem::filesystem_error);
+    std::filesystem::create_symlink(files / "loop", files / "loop");
+    EXPECT_THROW(ReadHandlerRegistry(files / "loop", ""), boost::filesystem::filesystem_error);
 }
 
 class LoaderTest : public World {
@@ -131,7 +131,7 @@ protected:
     };
 
     bool Init(const std::string& name = "dscknxappprg") {
-        return set->Init(files.Path("stack"), files.Path("user"), name);
+        return set->Init(files / "stack", files / "user", name);
     }
 
     std::unique_ptr<Set> set = std::make_unique<Set>();
@@ -290,8 +290,8 @@ TEST_F(LoaderTest, CreateHandlerThatThrows_IsFollowedByDeleteHandlerWithoutAHand
 
 TEST_F(LoaderTest, DirectoryWhoseStatusIsUnknown_ThrowsAndNothingIsLoaded) {
     RegisterPlugins({"A"});
-    std::filesystem::create_symlink(files.Path("loop"), files.Path("loop"));
-    EXPECT_THROW(set->Init(files.Path("stack"), files.Path("loop"), "dscknxappprg"),
+    std::filesystem::create_symlink(files / "loop", files / "loop");
+    EXPECT_THROW(set->Init(files / "stack", files / "loop", "dscknxappprg"),
                  boost::filesystem::filesystem_error);
     ASSERT_THAT(set->Libraries(), testing::SizeIs(1)); // what was read before stays listed
     EXPECT_EQ(set->Libraries().front().libraryPath, TestSupport::FakePlugins::Library("A"));

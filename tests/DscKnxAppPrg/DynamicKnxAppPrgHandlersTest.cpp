@@ -14,7 +14,7 @@ protected:
     /// Loads A and B; the record then is empty.
     void Load() {
         RegisterPlugins({"A", "B"});
-        ASSERT_TRUE(set.Init(files.Path("stack"), "", "dscknxappprg"));
+        ASSERT_TRUE(set.Init(files / "stack", "", "dscknxappprg"));
         recorder.Clear();
     }
 
@@ -169,7 +169,7 @@ TEST_F(FacadeTest, Reload_TellsEveryPluginAndAnswersForTheLast) {
 
 class HandlerSetTest : public World {
 protected:
-    bool Load() { return set.Load(files.Path("stack"), files.Path("user"), "dscknxappprg"); }
+    bool Load() { return set.Load(files / "stack", files / "user", "dscknxappprg"); }
     bool AskUseUrns() {
         return set.Ask([](const auto& handlers) { return handlers.GetUseUrns(); });
     }

@@ -9,8 +9,8 @@ World::World() {
 }
 
 std::string World::Configuration(const std::string& deviceId) const {
-    return R"({"ipc":{"DeviceId":")" + deviceId + R"(","DeviceStackConfigPath":")" + files.Path("stack") +
-           R"(","UserDataPath":")" + files.Path("user") + R"("}})";
+    return R"({"ipc":{"DeviceId":")" + deviceId + R"(","DeviceStackConfigPath":")" + files / "stack" +
+           R"(","UserDataPath":")" + files / "user" + R"("}})";
 }
 
 void World::RegisterPlugins(std::initializer_list<const char*> names, const std::string& directory,

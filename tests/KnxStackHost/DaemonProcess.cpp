@@ -14,36 +14,14 @@
 
 namespace KnxStackHost {
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "knxstackd-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("no temporary directory");
-    m_path = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-void TemporaryDirectory::Write(const std::string& name, const std::string& text) const {
-    std::ofstream(m_path / name, std::ios::binary) << text;
-}
-
-std::string TemporaryDirectory::Read(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(m_path / name, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 DaemonProcess::DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
                              std::vector<std::string> arguments, std::vector<std::string> environment)
     : m_directory(directory) {
     directory.Write("knxstackd.json", configuration);
     if (std::find(arguments.begin(), arguments.end(), "--config") == arguments.end())
-        arguments.insert(arguments.begin(), {"--config", (directory.Path() / "knxstackd.json").string()});
+        arguments.insert(arguments.begin(), {"--config", directory / "knxstackd.json"});
     arguments.insert(arguments.begin(), KNXSTACKD);
-    const auto log = (directory.Path() / "stderr").string();
+    const auto log = directory / "stderr";
     m_pid = ::fork();
     if (m_pid != 0)
         return;

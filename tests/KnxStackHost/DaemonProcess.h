@@ -1,6 +1,8 @@
 // knxstackd as a child process with a directory of its own.
 #pragma once
 
+#include "../support/TemporaryDirectory.h"
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -14,21 +16,7 @@ namespace KnxStackHost {
 
 using std::chrono::milliseconds;
 
-/// A fresh directory that goes with the object.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    std::filesystem::path Path() const { return m_path; }
-    void Write(const std::string& name, const std::string& text) const;
-    std::string Read(const std::string& name) const;
-
-private:
-    std::filesystem::path m_path;
-};
+using TestSupport::TemporaryDirectory;
 
 /// One run of the daemon. Its standard error is collected in a file; the port it listens on is any free one.
 class DaemonProcess {

@@ -188,7 +188,7 @@ TEST_F(ProgramInDaemon, ItFindsTheDeviceStackInItsEnvironmentAndWorksInTheDirect
 }
 
 TEST_F(ProgramInDaemon, TheServiceManagerIsToldWhenItIsReady) {
-    const auto path = (m_directory.Path() / "notify").string();
+    const auto path = m_directory / "notify";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     ASSERT_LT(path.copy(address.sun_path, sizeof address.sun_path - 1), sizeof address.sun_path);

@@ -28,7 +28,7 @@ protected:
             EXPECT_THAT(log, HasSubstr(part));
         EXPECT_EQ(1u, CountOf(log, "\n")) << log;
         EXPECT_THAT(log, Not(HasSubstr(" - ready")));
-        EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record")) << "nothing may be half started";
+        EXPECT_FALSE(std::filesystem::exists(m_directory / "record")) << "nothing may be half started";
     }
 
     /// The test configuration with a project, so that the project and its plug-ins are looked at.
@@ -93,7 +93,7 @@ TEST_F(StartupError, InterfaceThatIsTheOwnServer) {
 
 TEST_F(StartupError, MissingProjectFile) {
     const auto configuration = WithProject();
-    std::filesystem::remove(m_directory.Path() / "project.json");
+    std::filesystem::remove(m_directory / "project.json");
     ExpectRefusal(configuration, {"/project.json: cannot be read: No such file or directory"});
 }
 
@@ -185,7 +185,7 @@ TEST_F(StartupError, CheckConfigStartsNothing) {
     DaemonProcess daemon(m_directory, TestConfiguration(), {"--check-config"});
     EXPECT_EQ(0, daemon.WaitForEnd(milliseconds(10000)));
     EXPECT_THAT(daemon.Log(), HasSubstr("5 group objects, nothing to complain of"));
-    EXPECT_FALSE(std::filesystem::exists(m_directory.Path() / "record"));
+    EXPECT_FALSE(std::filesystem::exists(m_directory / "record"));
 }
 
 TEST_F(StartupError, CheckComparesWithTheProject) {
@@ -198,8 +198,8 @@ TEST_F(StartupError, CheckComparesWithTheProject) {
                 HasSubstr("project.json: data point 2002 \"Gone\": CO 99: there is no such group object\n"));
     EXPECT_THAT(check.Log(), HasSubstr("5 group objects, 10 data points: 1 faults, 4 notes\n"));
 
-    const auto file = (m_directory.Path() / "knxstackd.json").string();
-    const auto directory = m_directory.Path().string();
+    const auto file = m_directory / "knxstackd.json";
+    const auto directory = m_directory.Path();
     const auto command =
         KNXSTACKD " --config " + file + " check >" + directory + "/out 2>" + directory + "/err";
     EXPECT_NE(0, std::system(command.c_str()));

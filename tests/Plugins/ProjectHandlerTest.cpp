@@ -1,3 +1,4 @@
+#include "../support/TemporaryDirectory.h"
 #include "Vesk/IKnxAppPrgHandler.h"
 
 #include <log4cplus/appender.h>
@@ -37,9 +38,6 @@ protected:
 class ProjectHandlerTest : public testing::Test {
 protected:
     ProjectHandlerTest() {
-        char pattern[] = "/tmp/project-handler-XXXXXX";
-        m_directory = mkdtemp(pattern);
-        m_file = m_directory / "project.json";
         m_library = dlopen(PROJECT_HANDLER, RTLD_NOW | RTLD_LOCAL);
         EXPECT_NE(m_library, nullptr) << dlerror();
         m_logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
@@ -51,7 +49,6 @@ protected:
         m_handler.reset();
         m_logger.removeAllAppenders();
         dlclose(m_library);
-        std::filesystem::remove_all(m_directory);
     }
 
     void Write(const std::string& dataPoints, const std::string& knx = "") const {
@@ -83,8 +80,8 @@ protected:
 
     using Handler = std::unique_ptr<IKnxAppPrgHandler, std::function<void(IKnxAppPrgHandler*)>>;
 
-    std::filesystem::path m_directory;
-    std::filesystem::path m_file;
+    TestSupport::TemporaryDirectory m_directory;
+    std::filesystem::path m_file = m_directory / "project.json";
     Handler m_handler;
 
 private:
@@ -298,7 +295,7 @@ TEST_F(ProjectHandlerTest, FailingReloadKeepsTheFormerProject) {
 TEST_F(ProjectHandlerTest, RelativePathCountsFromTheDirectoryAtCreation) {
     Write(kSwitch);
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(m_directory);
+    std::filesystem::current_path(m_directory.Path());
     Create("project.json");
     std::filesystem::current_path(before);
     EXPECT_TRUE(m_handler->Initialize());

@@ -20,18 +20,6 @@ namespace DeviceStackServer {
 
 namespace json = boost::json;
 
-TemporaryDirectory::TemporaryDirectory() {
-    auto pattern = (std::filesystem::temp_directory_path() / "devicestackd-XXXXXX").string();
-    const char* const path = ::mkdtemp(pattern.data());
-    EXPECT_TRUE(path) << pattern;
-    m_path = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 void WriteText(const std::string& path, const std::string& text) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << text;

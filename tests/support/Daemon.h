@@ -1,6 +1,8 @@
 // Starts the shipped devicestackd in a directory of its own and speaks raw lines with it.
 #pragma once
 
+#include "TemporaryDirectory.h"
+
 #include <boost/json.hpp>
 
 #include <chrono>
@@ -11,20 +13,7 @@
 
 namespace DeviceStackServer {
 
-/// A temporary directory, removed with all that is in it.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    std::string operator/(const std::string& name) const { return m_path + '/' + name; }
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
+using TestSupport::TemporaryDirectory;
 
 void WriteText(const std::string& path, const std::string& text);
 std::string ReadText(const std::string& path);

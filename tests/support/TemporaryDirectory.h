@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -25,15 +26,21 @@ public:
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-    std::string Path(const std::string& name = {}) const {
-        return name.empty() ? m_path.string() : (m_path / name).string();
-    }
+    std::string Path() const { return m_path.string(); }
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
 
     /// Writes the file `name`, a path inside the directory; its directories are made.
     void Write(const std::string& name, const std::string& content) const {
         const std::filesystem::path file = m_path / name;
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << content;
+    }
+
+    /// What the file `name` holds; nothing when there is none.
+    std::string Read(const std::string& name) const {
+        std::ostringstream text;
+        text << std::ifstream(m_path / name, std::ios::binary).rdbuf();
+        return text.str();
     }
 
 private:
