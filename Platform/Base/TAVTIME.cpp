@@ -5,7 +5,8 @@
 
 namespace {
 
-constexpr std::int64_t kSecondsPerDay = 24 * 60 * 60;
+constexpr std::int64_t kSecondsPerHour = 3600;
+constexpr std::int64_t kSecondsPerDay = 24 * kSecondsPerHour;
 constexpr std::int64_t kDaysPer400Years = 146097;
 constexpr std::int64_t kDaysPer100Years = 36524; // of the first three centuries of four
 constexpr std::int64_t kDaysPer4Years = 1461;
@@ -157,5 +158,6 @@ void TAVTIME::SetWeekYearDay() {
 }
 
 TAVTIME::operator long() const {
-    return static_cast<long>(DaysFromEpoch(*this) * kSecondsPerDay + hour * 3600 + minute * 60 + second);
+    return static_cast<long>(DaysFromEpoch(*this) * kSecondsPerDay + hour * kSecondsPerHour +
+                             minute * std::int64_t{60} + second);
 }

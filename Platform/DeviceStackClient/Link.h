@@ -28,7 +28,7 @@ public:
         virtual void TakeOutput(std::string& bytes) = 0;
     };
 
-    static constexpr std::size_t kChunk = 64 * 1024;
+    static constexpr std::size_t kChunk = std::size_t{64} * 1024;
 
     /// `user` outlives the link. Throws std::system_error when the process has no descriptor left.
     Link(std::string socketPath, User& user);

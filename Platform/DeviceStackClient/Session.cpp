@@ -52,7 +52,7 @@ Session::CallPointer Session::RegisterApplication(DeviceStack::Register identity
         m_registration = std::make_shared<Call>();
         m_registration->heard = m_heard;
     }
-    const auto call = m_registration;
+    auto call = m_registration;
     if (m_state == State::Ready && m_application.empty())
         SendRegistration();
     else if (m_state == State::Ready)
@@ -202,7 +202,7 @@ bool Session::Enqueue(Request request, Queue::Key key, DeviceStack::Error& error
 
 // Connection.
 
-void Session::SendNow(Kind kind, std::uint64_t id, std::string line) {
+void Session::SendNow(Kind kind, std::uint64_t id, const std::string& line) {
     m_first += line;
     m_unanswered.emplace(id, Request(id, kind, {}));
 }
@@ -282,11 +282,12 @@ void Session::KeepUnsent(const DeviceStack::Error& error, Events& events) {
     while (!kept.IsEmpty()) {
         auto request = kept.Pop();
         const bool isSet = request.kind == Kind::Set;
+        const auto key = isSet ? KeyOf(request.dataPoint) : Queue::kNoKey;
         DeviceStack::Error unused;
         if (!isSet && request.kind != Kind::SetConfiguration)
             Drop(request, error, events);
         else if (request.announces == Announces::Nothing) // the others are repeated anyway
-            Enqueue(std::move(request), isSet ? KeyOf(request.dataPoint) : Queue::kNoKey, unused);
+            Enqueue(std::move(request), key, unused);
     }
 }
 
@@ -320,8 +321,9 @@ void Session::Drop(Request& request, const DeviceStack::Error& error, Events& ev
         events.push_back(SetConfigurationAnswer{std::to_string(request.id), error});
         break;
     case Kind::Registration:
-    case Kind::Repeat: break; // made anew on the next connection
-    case Kind::Answer: break; // nobody waits for it there
+    case Kind::Repeat: // made anew on the next connection
+    case Kind::Answer: // nobody waits for it there
+        break;
     }
 }
 

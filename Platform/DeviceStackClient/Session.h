@@ -130,7 +130,7 @@ private:
 
     CallPointer AskLine(std::uint64_t id, std::string line, Announces announces, DeviceStack::Error& error);
     bool Enqueue(Request request, Queue::Key key, DeviceStack::Error& error);
-    void SendNow(Kind kind, std::uint64_t id, std::string line);
+    void SendNow(Kind kind, std::uint64_t id, const std::string& line);
     void SendAnswer(std::string line);
     void SendRegistration();
     void BecomeReady();

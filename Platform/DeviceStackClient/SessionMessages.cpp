@@ -22,7 +22,7 @@ bool Session::OnMessage(DeviceStack::FromDeviceStack message, Events& events) {
     ++m_heard;
     m_hasAnswered = true;
     m_isSilent = false;
-    const auto field = [&](auto&& what) {
+    const auto field = [&]<typename What>(What what) {
         events.push_back(FieldRequest{m_connection, message.id, std::move(what)});
     };
 

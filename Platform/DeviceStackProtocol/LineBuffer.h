@@ -9,10 +9,10 @@
 namespace DeviceStack {
 
 /// Longest message to the device stack, in bytes without its line feed.
-inline constexpr std::size_t kMaxRequestLine = 1024 * 1024;
+inline constexpr std::size_t kMaxRequestLine = std::size_t{1024} * 1024;
 
 /// Longest message that a client takes from the device stack: a process view of 65,534 data points fits.
-inline constexpr std::size_t kMaxReplyLine = 64 * 1024 * 1024;
+inline constexpr std::size_t kMaxReplyLine = std::size_t{64} * 1024 * 1024;
 
 /// Collects received bytes and hands out whole lines. Not synchronised.
 class LineBuffer {

@@ -24,22 +24,22 @@ bool ReadObject(std::string_view text, Result& result, ReadMembers read) {
 
 } // namespace
 
-bool ReadResult(std::string_view text, RegisterResult& result) {
-    return ReadObject(text, result, [](JsonMembers& members, RegisterResult& found) {
+bool ReadResult(std::string_view json, RegisterResult& result) {
+    return ReadObject(json, result, [](JsonMembers& members, RegisterResult& found) {
         members.OptionalText("application", found.application);
         members.Text("server", found.server);
         members.Unsigned("change", found.change);
     });
 }
 
-bool ReadResult(std::string_view text, SetValueResult& result) {
-    return ReadObject(text, result, [](JsonMembers& members, SetValueResult& found) {
+bool ReadResult(std::string_view json, SetValueResult& result) {
+    return ReadObject(json, result, [](JsonMembers& members, SetValueResult& found) {
         members.Unsigned("change", found.change);
     });
 }
 
-bool ReadResult(std::string_view text, DataPointValue& result) {
-    return ReadObject(text, result, [](JsonMembers& members, DataPointValue& found) {
+bool ReadResult(std::string_view json, DataPointValue& result) {
+    return ReadObject(json, result, [](JsonMembers& members, DataPointValue& found) {
         members.Unsigned("id", found.id);
         members.Text("urn", found.urn);
         members.Text("value", found.value);
@@ -49,24 +49,24 @@ bool ReadResult(std::string_view text, DataPointValue& result) {
     });
 }
 
-bool ReadResult(std::string_view text, RequestValueResult& result) {
-    return ReadObject(text, result, [](JsonMembers& members, RequestValueResult& found) {
+bool ReadResult(std::string_view json, RequestValueResult& result) {
+    return ReadObject(json, result, [](JsonMembers& members, RequestValueResult& found) {
         members.Text("request", found.request);
     });
 }
 
-bool ReadResult(std::string_view text, GetUrnResult& result) {
-    return ReadObject(text, result,
+bool ReadResult(std::string_view json, GetUrnResult& result) {
+    return ReadObject(json, result,
                       [](JsonMembers& members, GetUrnResult& found) { members.Text("urn", found.urn); });
 }
 
-bool ReadResult(std::string_view text, GetIdResult& result) {
-    return ReadObject(text, result,
+bool ReadResult(std::string_view json, GetIdResult& result) {
+    return ReadObject(json, result,
                       [](JsonMembers& members, GetIdResult& found) { members.Unsigned("id", found.id); });
 }
 
-bool ReadResult(std::string_view text, HandledResult& result) {
-    return ReadObject(text, result, [](JsonMembers& members, HandledResult& found) {
+bool ReadResult(std::string_view json, HandledResult& result) {
+    return ReadObject(json, result, [](JsonMembers& members, HandledResult& found) {
         members.Boolean("handled", found.handled);
     });
 }

@@ -59,6 +59,7 @@ Commands::Commands(boost::asio::io_context& context) : m_signals(context, SIGCHL
 void Commands::Run(const std::vector<std::string>& argv) {
     const auto text = fmt::format("{}", fmt::join(argv, " "));
     std::vector<char*> arguments;
+    arguments.reserve(argv.size() + 1);
     for (const auto& argument : argv)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);

@@ -76,7 +76,7 @@ void ReadMembers(const json::value& value, const std::string& directory, ErrorLi
     ReadMode(root, errors, configuration.socketMode);
     path("stateDirectory", configuration.stateDirectory);
     configuration.deviceId = root.Text("deviceId").value_or(configuration.deviceId);
-    ReadNumber(root, "clockInterval", 24 * 3600, configuration.clockInterval);
+    ReadNumber(root, "clockInterval", std::uint64_t{24} * 3600, configuration.clockInterval);
     configuration.setSystemClock = root.Boolean("setSystemClock").value_or(configuration.setSystemClock);
     ReadNumber(root, "saveDelay", 3600, configuration.saveDelay);
     ReadNumber(root, "history", 10000, configuration.history);

@@ -150,8 +150,8 @@ private:
     void CompleteReads(DataPointEntry& entry, bool byOwner);
     void FailReads(std::uint32_t dataPoint, int code, const std::string& message);
     void FailWrite(std::uint64_t number, int code, std::string message);
-    WriteJob TakeWrite(std::map<std::uint64_t, WriteJob>::iterator job);
-    ReadJob TakeRead(std::map<std::uint32_t, ReadJob>::iterator job);
+    WriteJob TakeWrite(std::map<std::uint64_t, WriteJob>::iterator found);
+    ReadJob TakeRead(std::map<std::uint32_t, ReadJob>::iterator found);
     void DropOwner(Connection owner);
     void OpenQuestion(Connection asker);
     void CloseQuestion(Connection asker);
@@ -170,7 +170,7 @@ private:
 
     // CoreClock.cpp
     void SetClock(Client& client, const Asker& asker, const std::string& text);
-    void ReportClock(SharedText origin);
+    void ReportClock(const SharedText& origin);
     void ScheduleClock();
     void RefreshClock(DataPointEntry& entry) const;
 

@@ -53,7 +53,7 @@ void Core::RefreshClock(DataPointEntry& entry) const {
     entry.utc = m_now.utc;
 }
 
-void Core::ReportClock(SharedText origin) {
+void Core::ReportClock(const SharedText& origin) {
     m_clock.MarkReported(m_now);
     for (const auto id : {FixedId::kClock, FixedId::kClockDate, FixedId::kClockTime}) {
         auto& entry = *m_store.FindById(id);

@@ -80,7 +80,7 @@ std::string FileWatcher::Watch() {
             watched[watch].insert(name.filename().string());
     }
     for (const auto& [watch, names] : m_watched)
-        if (watched.count(watch) == 0)
+        if (!watched.contains(watch))
             ::inotify_rm_watch(m_inotify.native_handle(), watch);
     m_watched = std::move(watched);
     return error;
@@ -109,7 +109,7 @@ void FileWatcher::OnEvents(std::size_t size) {
         if (directory == m_watched.end())
             continue;
         touched |= (event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0 ||
-                   (event.len > 0 && directory->second.count(name) != 0);
+                   (event.len > 0 && directory->second.contains(name));
     }
     if (touched)
         CallWhenQuiet();

@@ -71,7 +71,7 @@ std::optional<std::string> ReadFile(const std::string& path, std::string& error)
 std::string WriteFileAtomically(const std::string& path, std::string_view content) {
     const auto temporary = path + ".new";
     const auto fail = [&](const char* what) {
-        const auto reason = std::string(what) + ": " + LastError();
+        auto reason = std::string(what) + ": " + LastError();
         ::unlink(temporary.c_str());
         return reason;
     };

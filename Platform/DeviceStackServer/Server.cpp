@@ -225,7 +225,7 @@ std::string Server::Impl::TakeProject(ProjectFile::LoadResult loaded) {
 }
 
 std::string Server::Impl::ReloadProject() {
-    const auto error = TakeProject(ProjectFile::LoadProject(m_configuration.project));
+    auto error = TakeProject(ProjectFile::LoadProject(m_configuration.project));
     if (error.empty())
         LOG4CPLUS_INFO(Log(), "The project is " << m_configuration.project << " as it is now.");
     else

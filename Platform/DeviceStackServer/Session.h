@@ -31,10 +31,10 @@ public:
     using Socket = boost::asio::local::stream_protocol::socket;
 
     /// A receiver that leaves more unread is cut off; only messages it did not ask for count.
-    static constexpr std::size_t kMaxEventBytes = 4 * 1024 * 1024;
+    static constexpr std::size_t kMaxEventBytes = std::size_t{4} * 1024 * 1024;
     static constexpr std::size_t kMaxEvents = 10000;
     /// With more unread answers than this, no further requests are taken from the peer.
-    static constexpr std::size_t kMaxAnswerBytes = 1024 * 1024;
+    static constexpr std::size_t kMaxAnswerBytes = std::size_t{1024} * 1024;
 
     Session(Socket socket, Connection connection, ISessionOwner& owner);
 

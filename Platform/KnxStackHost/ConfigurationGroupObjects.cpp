@@ -73,7 +73,7 @@ void ConfigurationReader::ReadSize(Members& members, ConfiguredObject& object) {
     if (!members.Has("dpt") && !members.Has("size"))
         m_errors.Add(members.Place(), "\"dpt\" or \"size\" is missing");
     auto& bits = object.definition.sizeInBits;
-    if (const auto size = members.Number("size", 1, GroupObjectTable::kMaxValueBytes * 8)) {
+    if (const auto size = members.Number("size", 1, std::uint64_t{GroupObjectTable::kMaxValueBytes} * 8)) {
         bits = static_cast<unsigned>(*size);
         if (bits > 7 && bits % 8 != 0)
             m_errors.Add(members.PlaceOf("size"), "must be 1 to 7 bits or a multiple of 8");

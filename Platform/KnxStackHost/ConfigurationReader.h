@@ -16,7 +16,7 @@ public:
     ConfigurationReader(const std::string& path, ProjectFile::ErrorList& errors);
 
     /// The configuration; complete only when no error was added.
-    Configuration Read(const boost::json::value& root);
+    Configuration Read(const boost::json::value& value);
 
 private:
     using Members = ProjectFile::JsonMembers;
@@ -29,7 +29,7 @@ private:
     void ReadSettings(const boost::json::object& settings, const std::string& place);
     void ReadLog(Members& root);
     void ReadGroupObjects(Members& root);
-    void ReadGroupObject(const boost::json::object& object, const std::string& place);
+    void ReadGroupObject(const boost::json::object& json, const std::string& place);
     void ReadSize(Members& members, ConfiguredObject& object);
     void ReadFlags(Members& members, KnxDevice::GroupObjectDefinition& definition);
     void ReadPriority(Members& members, KnxDevice::GroupObjectDefinition& definition);

@@ -44,7 +44,7 @@ public:
         for (const auto& [number, object] : m_objects)
             CheckTranslated(number, *object);
         for (const auto& [number, object] : m_objects)
-            if (m_bound.count(number) == 0 && !m_project.translationRange.Contains(number))
+            if (!m_bound.contains(number) && !m_project.translationRange.Contains(number))
                 m_findings.notes.push_back(
                     fmt::format("group object {} \"{}\" is bound to no data point", number, object->name));
         return std::move(m_findings);

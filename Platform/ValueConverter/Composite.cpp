@@ -6,6 +6,7 @@
 #include "ValueConverter/Layouts.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <vector>
 
@@ -42,6 +43,7 @@ void PrintField(const Field& field, std::uint64_t bits, std::string& text) {
         fmt::format_to(std::back_inserter(text), "\"{:0{}x}\"", bits, field.form.bits / 4);
         return;
     }
+    assert(field.form.bits > 0);
     const unsigned unused = 64 - field.form.bits;
     const auto raw = field.form.isSigned ? static_cast<std::int64_t>(bits << unused) >> unused
                                          : static_cast<std::int64_t>(bits);

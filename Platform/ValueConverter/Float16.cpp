@@ -31,7 +31,7 @@ unsigned ToFloat16(const Scaled& value) {
     // there is one rounding, at the final step.
     const std::uint64_t quarters = value.magnitude * 4 + static_cast<std::uint64_t>(value.remainder);
     const std::int64_t highest = value.negative ? -kLowestMantissa : kHighestMantissa;
-    const int width = std::bit_width(value.magnitude);
+    const auto width = static_cast<int>(std::bit_width(value.magnitude));
     unsigned exponent = width > 12 ? static_cast<unsigned>(width) - 12U : 0U;
     std::int64_t magnitude = 0;
     for (;; ++exponent) {

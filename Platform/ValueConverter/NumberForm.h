@@ -4,6 +4,7 @@
 #include "ValueConverter/Decimal.h"
 #include "ValueConverter/Layout.h"
 
+#include <cassert>
 #include <cstdint>
 #include <limits>
 #include <string_view>
@@ -60,6 +61,7 @@ constexpr Type Limits(std::int64_t minimum, std::int64_t maximum, unsigned decim
 
 /// The raw number in the octets, whose size is the form's.
 inline std::int64_t ReadRaw(const NumberForm& form, const std::uint8_t* octets) {
+    assert(form.bits > 0);
     std::uint64_t raw = 0;
     for (unsigned bit = 0; bit < form.bits; bit += 8) {
         raw = raw << 8 | *octets++;
