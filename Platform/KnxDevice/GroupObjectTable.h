@@ -58,6 +58,8 @@ struct GroupObject {
 
     /// 1 to 6 bits travel in the last byte of the APCI; 7 bits and more in bytes of their own.
     bool TravelsInApci() const { return sizeInBits <= 6; }
+
+    bool operator==(const GroupObject&) const = default;
 };
 
 /// The three tables of group communication, as one immutable value: group objects by number, group addresses
@@ -92,6 +94,9 @@ public:
 
     /// Number of existing objects.
     std::size_t Count() const { return m_count; }
+
+    /// Equal when each number means the same object with the same addresses.
+    bool operator==(const GroupObjectTable&) const = default;
 
 private:
     static const GroupObject s_noObject;

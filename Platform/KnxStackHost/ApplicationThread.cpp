@@ -251,9 +251,25 @@ void ApplicationThread::Reload() {
     m_lifecycle.Reload();
     if (m_program != nullptr)
         StopProgram();
+    // Before the new objects are in force: what comes for them is not to be lost.
+    if (m_reloadSource.ChangesGroupObjects())
+        DropWaiting();
     m_reloadSource.Apply();
-    const std::lock_guard lock(m_mutex);
-    m_queue.Clear(); // the numbers may mean other objects now
+}
+
+void ApplicationThread::DropWaiting() {
+    std::size_t waiting = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        waiting = m_queue.Size();
+        m_queue.Clear();
+        m_replaced = 0;
+    }
+    if (waiting != 0)
+        LOG4CPLUS_WARN(Log(),
+                       fmt::format("{} waiting telegrams were dropped: the group objects have changed, and "
+                                   "their numbers may mean others now",
+                                   waiting));
 }
 
 void ApplicationThread::Deliver(const Callback& callback) {

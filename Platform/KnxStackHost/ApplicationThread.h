@@ -25,6 +25,9 @@ public:
     /// Reads the configuration. False when it cannot be used, which was logged: everything stays as it is.
     virtual bool Read() = 0;
 
+    /// True when what was read has other group objects than those in force.
+    virtual bool ChangesGroupObjects() const = 0;
+
     /// Puts what was read into force, while there is no program.
     virtual void Apply() = 0;
 };
@@ -81,6 +84,7 @@ private:
     void CallDeviceRestart();
     void StopProgram();
     void Reload();
+    void DropWaiting();
     void Take(StartupState report);
     void Deliver(const Callback& callback);
     void PostReport(StartupState state);

@@ -76,6 +76,10 @@ bool Host::Read() {
     }
 }
 
+bool Host::ChangesGroupObjects() const {
+    return m_next->MakeTable() != *m_objects.Tables();
+}
+
 void Host::Apply() {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());

@@ -11,8 +11,8 @@
 
 namespace KnxStackHost {
 
-/// One host, from start to end. The thread that calls Run() is the link thread; the application thread is
-/// the only other one that the host makes.
+/// One host, from start to end. The thread that calls Run() is the link thread. The host makes one other
+/// that lasts, the application thread.
 class Host final : private ReloadSource {
 public:
     /// Reads the configuration anew, command line included; throws ConfigurationError.
@@ -29,6 +29,7 @@ public:
 
 private:
     bool Read() override;
+    bool ChangesGroupObjects() const override;
     void Apply() override;
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;

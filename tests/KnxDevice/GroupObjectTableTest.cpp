@@ -35,6 +35,18 @@ TEST(GroupObjectTable, KeepsGroupAddressesSortedAndOnce) {
     EXPECT_EQ(2u, table.Count());
 }
 
+TEST(GroupObjectTable, IsEqualToOneThatMeansTheSame) {
+    const auto one = Define(1, 1, "CWT", {0x0903, 0x0901});
+    const auto table = TableOf({one, Define(2, 8, "CW", {0x0902})});
+    EXPECT_EQ(table, TableOf({Define(2, 8, "CW", {0x0902}), one}));
+    EXPECT_NE(table, TableOf({one}));
+    EXPECT_NE(table, TableOf({one, Define(2, 8, "CW", {0x0904})}));
+    EXPECT_NE(table, TableOf({one, Define(2, 8, "CWU", {0x0902})}));
+    EXPECT_NE(table, TableOf({one, Define(2, 16, "CW", {0x0902})}));
+    EXPECT_NE(table, TableOf({Define(1, 1, "CWT", {0x0901, 0x0903}), Define(2, 8, "CW", {0x0902})}));
+    EXPECT_NE(table, TableOf({one, Define(2, 8, "CW", {0x0902, 0x0903})}));
+}
+
 TEST(GroupObjectTable, SendsToTheFirstAddressNotTheSmallest) {
     const auto table = TableOf({Define(1, 1, "CWT", {0x0903, 0x0901}), Define(2, 1, "CW", {})});
     EXPECT_EQ(GroupAddress(0x0903), table.SendingAddress(table.Object(1)));

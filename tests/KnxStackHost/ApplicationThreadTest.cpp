@@ -120,13 +120,20 @@ protected:
         m_journal.Add(m_readable ? "read" : "unreadable");
         return m_readable;
     }
-    void Apply() override { m_journal.Add("apply"); }
+    bool ChangesGroupObjects() const override { return m_otherObjects; }
+    void Apply() override {
+        m_journal.Add("apply");
+        if (m_inApply)
+            m_inApply();
+    }
 
     Journal m_journal;
     KnxDevice::GroupObjects m_objects{TestTable()};
     FakeOutlet m_outlet;
     GroupValueService m_service{m_objects, m_outlet};
     std::atomic<bool> m_readable{true};
+    std::atomic<bool> m_otherObjects{false};
+    std::function<void()> m_inApply;
 
     // For the program of a test, which may live longer than the test's body.
     std::promise<void> m_entered;
@@ -251,6 +258,32 @@ TEST_F(Application, AReloadAppliesTheConfigurationWhileThereIsNoProgram) {
     m_thread->RequestReload();
     EXPECT_THAT(m_journal.Wait(8),
                 ElementsAre("create", "init", "read", "exit", "delete", "apply", "create", "init"));
+}
+
+TEST_F(Application, AReloadWithTheSameObjectsKeepsWhatWaits) {
+    s_script.init = [&](KnxStack::IApiHub& hub) {
+        return m_starts++ == 0 ? ReportLater(hub) : RunAtOnce(hub);
+    };
+    Start();
+    m_journal.Wait(2);
+    m_thread->Post(WriteTo(2, 7));
+    m_thread->RequestReload();
+    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read", "exit", "delete", "apply", "create",
+                                               "init", "write 2 07"));
+}
+
+TEST_F(Application, AReloadWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
+    s_script.init = [&](KnxStack::IApiHub& hub) {
+        return m_starts++ == 0 ? ReportLater(hub) : RunAtOnce(hub);
+    };
+    m_otherObjects = true;
+    m_inApply = [this] { m_thread->Post(WriteTo(2, 8)); }; // of the new tables
+    Start();
+    m_journal.Wait(2);
+    m_thread->Post(WriteTo(2, 7));
+    m_thread->RequestReload();
+    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read", "exit", "delete", "apply", "create",
+                                               "init", "write 2 08"));
 }
 
 TEST_F(Application, AnUnusableConfigurationChangesNothing) {

@@ -64,7 +64,7 @@ TEST_F(WithInterface, TelegramsPassInBothDirections) {
     EXPECT_THAT(obeyed, testing::UnorderedElementsAre(fromInner, fromOuter));
 }
 
-TEST_F(WithInterface, ABurstOfTheProgramsReachesTheBusCompleteAndInOrder) {
+TEST_F(WithInterface, ABurstOfATunnelReachesTheBusCompleteAndInOrder) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     RawTunnel bus(m_outerPort);
     RawTunnel inside(m_innerPort);
@@ -74,6 +74,24 @@ TEST_F(WithInterface, ABurstOfTheProgramsReachesTheBusCompleteAndInOrder) {
         const auto indication = bus.ReceiveIndication();
         ASSERT_EQ(12u, indication.size());
         ASSERT_EQ(i, indication.at(11));
+    }
+}
+
+TEST_F(WithInterface, ABurstOfTheProgramReachesTheBusAndTheTunnelsCompleteAndInOrder) {
+    ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
+    RawTunnel bus(m_outerPort);
+    RawTunnel inside(m_innerPort);
+    ASSERT_TRUE(inside.Send(GroupRequest(Group(0, 0, 250), kWrite, {8})));
+    // In turn, so that each is acknowledged in time.
+    for (std::uint8_t i = 0; i < 100; ++i) {
+        for (auto* const tunnel : {&bus, &inside}) {
+            // The program of the outer host obeys, too; what the inner one sends comes from 1.1.240.
+            auto indication = tunnel->ReceiveIndication();
+            while (indication.size() == 12 && indication[5] != 0xF0)
+                indication = tunnel->ReceiveIndication();
+            ASSERT_EQ(12u, indication.size()) << "after " << int{i};
+            ASSERT_EQ(i, indication[11]);
+        }
     }
 }
 

@@ -105,6 +105,34 @@ TEST_F(ProgramInDaemon, SighupStartsTheProgramAnewWithTheNewConfiguration) {
     EXPECT_THAT(m_directory.Read("record"), Not(HasSubstr("write 4 01")));
 }
 
+TEST_F(ProgramInDaemon, SighupWithTheSameObjectsKeepsTelegramsThatWait) {
+    Start(R"(, "init": "silent")");
+    RawTunnel tunnel(m_port);
+    for (std::uint8_t value = 1; value <= 3; ++value)
+        ASSERT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {value})));
+    m_directory.Write("knxstackd.json", TestConfiguration());
+    m_daemon->Signal(SIGHUP);
+    EXPECT_TRUE(Recorded("write 4 03"));
+    EXPECT_EQ("init\nexit\ndelete\ninit\nwrite 4 01\nwrite 4 02\nwrite 4 03\n", m_directory.Read("record"));
+}
+
+TEST_F(ProgramInDaemon, SighupWithOtherObjectsSaysHowManyTelegramsItDrops) {
+    Start(R"(, "init": "silent")");
+    RawTunnel tunnel(m_port);
+    for (std::uint8_t value = 1; value <= 3; ++value)
+        ASSERT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {value})));
+    auto changed = TestConfiguration();
+    const std::string old = "\"31/7/255\"";
+    m_directory.Write("knxstackd.json", changed.replace(changed.find(old), old.size(), "\"30/0/1\""));
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(m_daemon->WaitForLog("configured and running"));
+    EXPECT_THAT(m_daemon->Log(),
+                HasSubstr("3 waiting telegrams were dropped: the group objects have changed"));
+    ASSERT_TRUE(tunnel.Send(GroupRequest(Group(30, 0, 1), kWrite, {4})));
+    EXPECT_TRUE(Recorded("write 4 04"));
+    EXPECT_EQ("init\nexit\ndelete\ninit\nwrite 4 04\n", m_directory.Read("record"));
+}
+
 TEST_F(ProgramInDaemon, SighupWithAnUnusableConfigurationChangesNothing) {
     Start();
     RawTunnel tunnel(m_port);

@@ -6,7 +6,8 @@
 // "exit" is what Exit does: "hang" never returns, "throw" throws.
 //
 // A write to object 250 is a command: 1 throws, 2 blocks until the file "<record>.release" exists, 3 reports
-// Failed, 4 sends 1 on object 1, 5 asks for the value of object 1, 6 reports Running, 7 signs off.
+// Failed, 4 sends 1 on object 1, 5 asks for the value of object 1, 6 reports Running, 7 signs off, 8 sends
+// 0 to 99 on object 4.
 // A read is answered with the last written value, if there is one.
 #include "KnxStack/GroupValue.h"
 #include "KnxStack/IApiHub.h"
@@ -120,6 +121,11 @@ private:
         case 5: service.SendReadRequest(1); break;
         case 6: m_hub->OnApplicationProgramStartupStateChanged(StartupState::Running); break;
         case 7: service.RegisterGroupValueUser(nullptr); break;
+        case 8:
+            for (std::uint8_t sent = 0; sent < 100; ++sent)
+                service.SendGroupValue(4, {KnxStack::BinaryData{sent}, 8},
+                                       KnxStack::IGroupValueService::kWrite);
+            break;
         default: break;
         }
     }
