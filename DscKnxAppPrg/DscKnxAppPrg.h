@@ -14,6 +14,7 @@
 #include <boost/bimap.hpp>
 #include <boost/bimap/unordered_set_of.hpp>
 #include <boost/thread/thread.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <log4cplus/logger.h>
 
@@ -155,34 +156,30 @@ public:
 
     private:
         enum class TriState : std::uint32_t { False = 0, True = 1, NotAsked = 2 };
-        struct CoMapEntry;
         struct IdMapEntry {
             std::uint16_t coWrite = 0; // 0 = not yet known
             std::uint16_t coRead = 0;
             TriState eventing = TriState::NotAsked;
             TriState readInternal = TriState::NotAsked;
-            const CoMapEntry* ofCoWrite = nullptr; // in coMap; null as long as the CO is not known
-            const CoMapEntry* ofCoRead = nullptr;
         };
-        using IdMap = std::map<std::uint32_t, IdMapEntry>;
         struct CoMapEntry {
             std::uint32_t id;
             KNXDPT dpt;
-            IdMap::value_type* ofId; // in idMap
         };
-        using CoMap = std::map<std::uint16_t, CoMapEntry>;
         using IdUrnMap = boost::bimap<boost::bimaps::unordered_set_of<std::uint32_t>,
                                       boost::bimaps::unordered_set_of<std::string>>;
 
         void SetIdentification();
         std::uint16_t AskCOFromID(std::uint32_t id, const std::string& urn, KNXDPT& dpt, OpMode mode) const;
-        IdMapEntry* FindId(std::uint32_t id);
+        const IdMapEntry* FindId(std::uint32_t id) const;
+        const CoMapEntry* FindCo(std::uint16_t co) const;
+        IdMapEntry& EntryOfId(std::uint32_t id);
         void RememberPair(std::uint32_t id, std::uint16_t co, const KNXDPT& dpt, OpMode mode);
         std::shared_ptr<const std::string> UrnPrefix() const;
         void SetUrnPrefix(std::string prefix);
         void RememberUrn(std::uint32_t id, const std::string& urn, std::uint64_t generation);
         void FillIdUrnMap(const boost::json::value& processView);
-        TriState CachedState(std::uint32_t id, TriState IdMapEntry::*field, std::uint64_t& generation);
+        TriState CachedState(std::uint32_t id, TriState IdMapEntry::*field, std::uint64_t& generation) const;
         void RememberState(std::uint32_t id, TriState IdMapEntry::*field, bool state,
                            std::uint64_t generation);
         bool IsReadInternal(std::uint32_t id);
@@ -201,13 +198,14 @@ public:
         mutable std::mutex m_urnPrefixMutex; // a leaf
         std::shared_ptr<const std::string> urnPrefix = std::make_shared<const std::string>();
 
-        // Under mapMutex. Entries keep their place until ClearCoAndIdMap empties both maps, so they point at
-        // each other: a telegram and a value change cost one look-up each, not two and three. The generation
+        // Under mapMutex. Each map has an index of its entries, which keep their place until ClearCoAndIdMap:
+        // every telegram looks into both, and what that costs does not grow with their number. The generation
         // tells an answer that was asked for before a ClearCoAndIdMap.
-        std::mutex mapMutex;
-        CoMap coMap;
-        IdMap idMap;
-        IdMap::value_type* m_recentId = nullptr; // in idMap: the entry found last, wanted again in a moment
+        mutable std::mutex mapMutex;
+        std::map<std::uint16_t, CoMapEntry> coMap;
+        std::map<std::uint32_t, IdMapEntry> idMap;
+        boost::unordered_flat_map<std::uint16_t, const CoMapEntry*> m_coIndex;
+        boost::unordered_flat_map<std::uint32_t, IdMapEntry*> m_idIndex;
         std::uint64_t m_mapGeneration = 0;
 
         // Under idUrnLock. The generation tells an answer that was asked for before an UpdateIdUrnMap.

@@ -69,7 +69,8 @@ std::uint16_t DscKnxAppPrg::KnxHandler::GetCOFromID(std::uint32_t id, const std:
     if (entry != nullptr)
         co = mode == OpMode::Reading ? entry->coRead : entry->coWrite;
     if (co != 0) {
-        dpt = (mode == OpMode::Reading ? entry->ofCoRead : entry->ofCoWrite)->dpt;
+        if (const CoMapEntry* const known = FindCo(co))
+            dpt = known->dpt;
     } else {
         co = AskCOFromID(id, urn, dpt, mode);
         RememberPair(id, co, dpt, mode); // a failed look-up too: later calls for the ID get it from here
@@ -101,28 +102,35 @@ std::uint16_t DscKnxAppPrg::KnxHandler::AskCOFromID(std::uint32_t id, const std:
     return ask();
 }
 
-/// Null when there is none.
-DscKnxAppPrg::KnxHandler::IdMapEntry* DscKnxAppPrg::KnxHandler::FindId(std::uint32_t id) {
-    if (m_recentId == nullptr || m_recentId->first != id) {
-        const auto found = idMap.find(id);
-        m_recentId = found != idMap.end() ? &*found : nullptr;
-    }
-    return m_recentId != nullptr ? &m_recentId->second : nullptr;
+/// Null when there is none; so is the next.
+const DscKnxAppPrg::KnxHandler::IdMapEntry* DscKnxAppPrg::KnxHandler::FindId(std::uint32_t id) const {
+    const auto found = m_idIndex.find(id);
+    return found != m_idIndex.end() ? found->second : nullptr;
+}
+
+const DscKnxAppPrg::KnxHandler::CoMapEntry* DscKnxAppPrg::KnxHandler::FindCo(std::uint16_t co) const {
+    const auto found = m_coIndex.find(co);
+    return found != m_coIndex.end() ? found->second : nullptr;
+}
+
+/// Made when there is none.
+DscKnxAppPrg::KnxHandler::IdMapEntry& DscKnxAppPrg::KnxHandler::EntryOfId(std::uint32_t id) {
+    const auto [entry, isNew] = idMap.try_emplace(id);
+    if (isNew)
+        m_idIndex.emplace(id, &entry->second);
+    return entry->second;
 }
 
 /// The first pair recorded for a CO stays, and so does the first CO of an ID in each direction.
 void DscKnxAppPrg::KnxHandler::RememberPair(std::uint32_t id, std::uint16_t co, const KNXDPT& dpt,
                                             OpMode mode) {
-    IdMap::value_type& ofId = *idMap.try_emplace(id).first;
-    const CoMapEntry& ofCo = coMap.try_emplace(co, CoMapEntry{id, dpt, &ofId}).first->second;
-    IdMapEntry& entry = ofId.second;
-    if (mode == OpMode::Writing && entry.coWrite == 0) {
+    if (const auto [ofCo, isNew] = coMap.try_emplace(co, CoMapEntry{id, dpt}); isNew)
+        m_coIndex.emplace(co, &ofCo->second);
+    IdMapEntry& entry = EntryOfId(id);
+    if (mode == OpMode::Writing && entry.coWrite == 0)
         entry.coWrite = co;
-        entry.ofCoWrite = &ofCo;
-    } else if (mode == OpMode::Reading && entry.coRead == 0) {
+    else if (mode == OpMode::Reading && entry.coRead == 0)
         entry.coRead = co;
-        entry.ofCoRead = &ofCo;
-    }
 }
 
 std::uint32_t DscKnxAppPrg::KnxHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dpt, OpMode mode) {
@@ -134,10 +142,9 @@ std::uint32_t DscKnxAppPrg::KnxHandler::GetIDFromCO(std::uint16_t co, KNXDPT& dp
     {
         const std::lock_guard lock(mapMutex);
         generation = m_mapGeneration;
-        if (const auto entry = coMap.find(co); entry != coMap.end()) {
-            id = entry->second.id;
-            dpt = entry->second.dpt;
-            m_recentId = entry->second.ofId; // its states are asked for next
+        if (const CoMapEntry* const entry = FindCo(co)) {
+            id = entry->id;
+            dpt = entry->dpt;
             known = true;
         }
     }
@@ -292,7 +299,7 @@ void DscKnxAppPrg::KnxHandler::FillIdUrnMap(const json::value& processView) {
 
 DscKnxAppPrg::KnxHandler::TriState DscKnxAppPrg::KnxHandler::CachedState(std::uint32_t id,
                                                                          TriState IdMapEntry::*field,
-                                                                         std::uint64_t& generation) {
+                                                                         std::uint64_t& generation) const {
     const std::lock_guard lock(mapMutex);
     generation = m_mapGeneration;
     const IdMapEntry* const entry = FindId(id);
@@ -303,7 +310,7 @@ void DscKnxAppPrg::KnxHandler::RememberState(std::uint32_t id, TriState IdMapEnt
                                              std::uint64_t generation) {
     const std::lock_guard lock(mapMutex);
     if (generation == m_mapGeneration)
-        idMap[id].*field = state ? TriState::True : TriState::False;
+        EntryOfId(id).*field = state ? TriState::True : TriState::False;
 }
 
 bool DscKnxAppPrg::KnxHandler::IsKnxEventDataPoint(std::uint32_t id, const std::string& urn) {
@@ -347,6 +354,7 @@ void DscKnxAppPrg::KnxHandler::ClearCoAndIdMap() {
     const std::lock_guard lock(mapMutex);
     coMap.clear();
     idMap.clear();
-    m_recentId = nullptr;
+    m_coIndex.clear();
+    m_idIndex.clear();
     ++m_mapGeneration;
 }
