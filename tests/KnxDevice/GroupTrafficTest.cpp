@@ -9,7 +9,6 @@ namespace KnxDevice {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr GroupAddress kAddress(1, 2, 3);
 
