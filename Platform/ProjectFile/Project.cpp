@@ -25,6 +25,25 @@ std::string Project::UrnPrefix() const {
     return fmt::format("{}{}:", kUrnBegin, device);
 }
 
+KnxBinding DefaultBinding(std::uint32_t id) {
+    KnxBinding binding;
+    // The restart trigger must never travel back to the bus: sending it there restarts the device.
+    binding.event = id != FixedId::kRestart;
+    binding.readInternal = id >= FixedId::kFirst && id <= FixedId::kLast;
+    return binding;
+}
+
+std::string Project::DefaultOwner(const DataPoint& point) const {
+    return point.knx && !point.knx->readInternal ? knxOwner : std::string();
+}
+
+bool Project::operator==(const Project& other) const {
+    return device == other.device && identification == other.identification && knxOwner == other.knxOwner &&
+           dataPoints == other.dataPoints && timeCos == other.timeCos &&
+           translationRange == other.translationRange && interfaceObject == other.interfaceObject &&
+           properties == other.properties && extendedProperties == other.extendedProperties;
+}
+
 const DataPoint* Project::FindById(std::uint32_t id) const {
     const auto found = m_byId.find(id);
     return found != m_byId.end() ? &dataPoints[found->second] : nullptr;

@@ -69,12 +69,19 @@ struct DataPoint {
     std::optional<KnxBinding> knx;
 
     bool IsFixed() const { return id >= FixedId::kFirst && id <= FixedId::kLast; }
+
+    bool operator==(const DataPoint&) const = default;
 };
+
+/// The flags of a binding that names none, without COs: some fixed data points differ from the others.
+KnxBinding DefaultBinding(std::uint32_t id);
 
 /// A group object that carries the date, the time of day, or both, of FixedId::kClock.
 struct TimeCo {
     std::uint16_t co = 0;
     KNXDPT dpt; ///< main number 10, 11 or 19
+
+    bool operator==(const TimeCo&) const = default;
 };
 
 /// First and last CO whose telegrams go to another application. {0, 0} = none.
@@ -83,6 +90,8 @@ struct CoRange {
     std::uint16_t last = 0;
 
     bool Contains(std::uint16_t co) const { return first != 0 && co >= first && co <= last; }
+
+    bool operator==(const CoRange&) const = default;
 };
 
 /// A KNX property of the program's own interface object.
@@ -91,6 +100,8 @@ struct Property {
     std::string name;
     std::uint8_t dataType = 0; ///< PDT
     std::uint16_t elements = 1;
+
+    bool operator==(const Property&) const = default;
 };
 
 /// A KNX property of `instances` further interface objects of a type.
@@ -98,15 +109,19 @@ struct ExtendedProperty {
     Property property;
     std::uint16_t objectType = 0;
     std::uint16_t instances = 1;
+
+    bool operator==(const ExtendedProperty&) const = default;
 };
 
 /// A checked project; immutable once loaded, so that any number of threads may read it. The fixed data points
 /// come first, in the order of their ids, then the others in the order of the file.
 class Project {
 public:
+    static constexpr std::string_view kDefaultKnxOwner = "DscKnxAppPrg::field::KNX";
+
     std::string device;
     Identification identification = Identification::Id;
-    std::string knxOwner = "DscKnxAppPrg::field::KNX"; ///< identity of the KNX application program
+    std::string knxOwner{kDefaultKnxOwner}; ///< identity of the KNX application program
     std::vector<DataPoint> dataPoints;
     std::vector<TimeCo> timeCos; ///< as listed; the CO of FixedId::kClock is added when it is not among them
     CoRange translationRange;
@@ -116,6 +131,13 @@ public:
 
     /// What stands before the name in every URN: "urn:oxn:dp:<device>:".
     std::string UrnPrefix() const;
+
+    /// The owner of a data point of this project that names none: with a binding, unless the device stack
+    /// holds the value, the KNX application program; else "".
+    std::string DefaultOwner(const DataPoint& point) const;
+
+    /// Describes the same device, down to every text; how the two files are written does not matter.
+    bool operator==(const Project& other) const;
 
     /// Constant time. Null when there is none; the pointer lives as long as the project.
     const DataPoint* FindById(std::uint32_t id) const;
@@ -164,5 +186,10 @@ LoadResult LoadProject(const std::string& path);
 
 /// The same for a text; `fileName` is what messages call it.
 LoadResult ParseProject(std::string_view text, const std::string& fileName);
+
+/// The text of a project file that says what `project` says: ParseProject() makes an equal project of it, or
+/// tells what is wrong with a project that nobody has checked. One data point a line, members that have
+/// their default left out. The texts of the project must be UTF-8.
+std::string WriteProject(const Project& project);
 
 } // namespace ProjectFile

@@ -134,15 +134,14 @@ void Loader::ReadOwner(JsonMembers& members, DataPoint& point) {
                                                "to z), digits, '.', '_' and '-', or \"\" for nobody");
         return;
     }
-    point.owner = owner ? *owner : point.knx && !point.knx->readInternal ? m_project.knxOwner : std::string();
+    point.owner = owner ? *owner : m_project.DefaultOwner(point);
 }
 
 void Loader::ReadBinding(const json::object& object, const std::string& place, DataPoint& point) {
     JsonMembers members(object, place, m_errors, {"co", "event", "readInternal"});
-    KnxBinding binding;
-    // The restart trigger must never travel back to the bus: sending it there restarts the device.
-    binding.event = members.Boolean("event").value_or(point.id != FixedId::kRestart);
-    binding.readInternal = members.Boolean("readInternal").value_or(point.IsFixed());
+    KnxBinding binding = DefaultBinding(point.id);
+    binding.event = members.Boolean("event").value_or(binding.event);
+    binding.readInternal = members.Boolean("readInternal").value_or(binding.readInternal);
     const bool coFollowsFromTimeCos = point.id == FixedId::kClock && !m_project.timeCos.empty();
     if (members.Has("co") || (!coFollowsFromTimeCos && members.Require("co"))) {
         ReadCos(members, binding);

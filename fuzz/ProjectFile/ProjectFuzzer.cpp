@@ -1,4 +1,5 @@
-// Project files: a text is a project or has an error, and a project finds its own data points again.
+// Project files: a text is a project or has an error, and a project finds its own data points again and comes
+// back from the text that is written for it.
 
 #include "Fuzz.h"
 
@@ -25,6 +26,8 @@ void CheckProject(const ProjectFile::Project& project) {
         const auto* point = project.FindByCo(timeCo.co);
         Fuzz::Check(point && point->id == ProjectFile::FixedId::kClock);
     }
+    const auto again = ProjectFile::ParseProject(ProjectFile::WriteProject(project), "again.json");
+    Fuzz::Check(again && *again.project == project);
 }
 
 } // namespace
