@@ -17,7 +17,8 @@ public:
     virtual IInterfaceObject* CreateInterfaceObject(std::uint16_t type) = 0;
 
     /// The interface object with the id; null when there is none. An id is the object's type for the first
-    /// instance of a type.
+    /// instance of a type. Ids of further instances are the stack's affair; here they are the type with the
+    /// number of instances before it in the upper 16 bits.
     virtual IInterfaceObject* GetInterfaceObjectById(std::uint32_t id) = 0;
 
     /// The existing object of the type with the instance number, counted from 1; null when there is none.

@@ -7,8 +7,8 @@
 
 namespace KnxStackHost {
 
-ApiHub::ApiHub(GroupValueService& service, Settings settings, Report report)
-    : m_service(service), m_report(std::move(report)), m_settings(std::move(settings)) {}
+ApiHub::ApiHub(const DeviceServices& services, Settings settings, Report report)
+    : m_services(services), m_report(std::move(report)), m_settings(std::move(settings)) {}
 
 void ApiHub::OnApplicationProgramStartupStateChanged(KnxStack::IApplicationProgram::StartupState state) {
     m_report(state);

@@ -5,6 +5,7 @@
 #include "KnxStack/IApiHub.h"
 #include "KnxStack/IApplicationProgramMemory.h"
 #include "KnxStack/IDownloadService.h"
+#include "KnxStack/IPropertyService.h"
 #include "KnxStackHost/GroupValueService.h"
 
 #include <atomic>
@@ -26,6 +27,12 @@ private:
     KnxStack::BinaryData m_applicationData;
 };
 
+/// What the device offers to its program; all of it outlives the hub.
+struct DeviceServices {
+    GroupValueService& groupValues;
+    KnxStack::IPropertyService& properties;
+};
+
 /// Hands out the services, and passes on what the program reports. One hub serves all program objects that
 /// the daemon makes one after the other.
 class ApiHub final : public KnxStack::IApiHub {
@@ -33,15 +40,15 @@ public:
     using Settings = std::map<std::string, std::string>;
     using Report = std::function<void(KnxStack::IApplicationProgram::StartupState)>;
 
-    /// `service` outlives the hub. `report` takes a state on any thread and waits for nothing.
-    ApiHub(GroupValueService& service, Settings settings, Report report);
+    /// `report` takes a state on any thread and waits for nothing.
+    ApiHub(const DeviceServices& services, Settings settings, Report report);
 
     void OnApplicationProgramStartupStateChanged(KnxStack::IApplicationProgram::StartupState state) override;
     bool IsDeviceRestartPending() override { return m_restartPending; }
     Settings GetApplicationProgramSettings() override;
-    KnxStack::IGroupValueService* GetGroupValueService() override { return &m_service; }
+    KnxStack::IGroupValueService* GetGroupValueService() override { return &m_services.groupValues; }
     KnxStack::IApplicationProgramMemory* GetApplicationProgramMemory() override { return &m_data; }
-    KnxStack::IPropertyService* GetPropertyService() override { return nullptr; }
+    KnxStack::IPropertyService* GetPropertyService() override { return &m_services.properties; }
     KnxStack::IDownloadService& GetDownloadService() override { return m_data; }
     void OnApplicationProgramRestarted(unsigned applicationProgram, unsigned error) override;
 
@@ -50,7 +57,7 @@ public:
     void ReplaceSettings(Settings settings);
 
 private:
-    GroupValueService& m_service;
+    const DeviceServices m_services;
     const Report m_report;
     DownloadedData m_data;
     std::atomic<bool> m_restartPending{false};

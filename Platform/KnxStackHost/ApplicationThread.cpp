@@ -28,11 +28,11 @@ const char* NameOf(KnxFrames::GroupServiceKind kind) {
 
 } // namespace
 
-ApplicationThread::ApplicationThread(ProgramLibrary library, GroupValueService& service,
+ApplicationThread::ApplicationThread(ProgramLibrary library, const DeviceServices& services,
                                      ApiHub::Settings settings, ReloadSource& reload,
                                      std::function<void()> ended)
-    : m_library(library), m_service(service), m_reloadSource(reload), m_ended(std::move(ended)),
-      m_hub(service, std::move(settings), [this](StartupState state) { PostReport(state); }) {}
+    : m_library(library), m_service(services.groupValues), m_reloadSource(reload), m_ended(std::move(ended)),
+      m_hub(services, std::move(settings), [this](StartupState state) { PostReport(state); }) {}
 
 ApplicationThread::~ApplicationThread() {
     if (!m_thread.joinable())

@@ -39,9 +39,9 @@ class ApplicationThread {
 public:
     static constexpr std::size_t kQueueBound = 1024;
 
-    /// `service` and `reload` outlive this object. `ended` is called on the thread once the program is gone
-    /// for good after RequestStop().
-    ApplicationThread(ProgramLibrary library, GroupValueService& service, ApiHub::Settings settings,
+    /// What `services` names and `reload` outlive this object. `ended` is called on the thread once the
+    /// program is gone for good after RequestStop().
+    ApplicationThread(ProgramLibrary library, const DeviceServices& services, ApiHub::Settings settings,
                       ReloadSource& reload, std::function<void()> ended);
     /// Stops the program and waits for the thread.
     ~ApplicationThread();

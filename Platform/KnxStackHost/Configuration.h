@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KnxDevice/GroupObjectTable.h"
+#include "KnxDevice/InterfaceObjects.h"
 #include "ValueConverter/DatapointTypes.h"
 
 #include <cstdint>
@@ -67,6 +68,7 @@ struct Configuration {
     ServerSettings server;
     std::optional<InterfaceSettings> interface;
     std::vector<ConfiguredObject> groupObjects;
+    std::vector<KnxDevice::InterfaceObjectDefinition> interfaceObjects; ///< instances numbered throughout
     ProgramSettings program;
     std::string deviceStackSocket; ///< "" = the client library's own default
     std::string project;           ///< absolute path; "" = none

@@ -32,12 +32,13 @@ Configuration ConfigurationReader::Read(const json::value& value) {
         return {};
     }
     Members root(value.get_object(), "", m_errors,
-                 {"device", "server", "interface", "groupObjects", "applicationProgram", "deviceStackSocket",
-                  "project", "log"});
+                 {"device", "server", "interface", "groupObjects", "interfaceObjects", "applicationProgram",
+                  "deviceStackSocket", "project", "log"});
     ReadDevice(root);
     ReadServer(root);
     ReadInterface(root);
     ReadGroupObjects(root);
+    ReadInterfaceObjects(root);
     ReadProgram(root);
     ReadLog(root);
     m_result.deviceStackSocket = root.Path("deviceStackSocket", m_result.directory).value_or("");

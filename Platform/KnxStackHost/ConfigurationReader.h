@@ -8,6 +8,10 @@
 #include <set>
 #include <string>
 
+namespace KnxDevice {
+struct PropertyElementSize;
+}
+
 namespace KnxStackHost {
 
 /// Reads one file; every fault goes to the error list with its place.
@@ -34,6 +38,11 @@ private:
     void ReadFlags(Members& members, KnxDevice::GroupObjectDefinition& definition);
     void ReadPriority(Members& members, KnxDevice::GroupObjectDefinition& definition);
     void ReadAddresses(Members& members, KnxDevice::GroupObjectDefinition& definition);
+    void ReadInterfaceObjects(Members& root);
+    void ReadInterfaceObject(const boost::json::object& json, const std::string& place);
+    KnxDevice::PropertyDefinition ReadProperty(Members& members);
+    void ReadPropertyValue(Members& members, const KnxDevice::PropertyElementSize& size,
+                           KnxDevice::PropertyDefinition& property);
 
     /// The text of an IPv4 address; faults are reported.
     void ReadIpv4(Members& members, std::string_view name, std::string& address);
@@ -44,7 +53,8 @@ private:
 
     ProjectFile::ErrorList& m_errors;
     Configuration m_result;
-    std::map<std::uint16_t, std::string> m_placeOfObject; // by number
+    std::map<std::uint16_t, std::string> m_placeOfObject;     // by number
+    std::map<std::uint16_t, std::uint16_t> m_instancesOfType; // of interface objects, so far
     std::map<KnxFrames::IndividualAddress, std::string> m_placeOfAddress;
 };
 

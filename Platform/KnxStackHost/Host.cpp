@@ -24,9 +24,12 @@ log4cplus::Logger& Log() {
 
 Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read)
     : m_configuration(std::move(configuration)), m_read(std::move(read)),
-      m_objects(m_configuration.MakeTable()), m_link(m_configuration), m_service(m_objects, m_link),
-      m_application(library, m_service, m_configuration.program.settings, *this, [this] { m_link.Close(); }) {
+      m_objects(m_configuration.MakeTable()), m_interfaceObjects(m_configuration.interfaceObjects),
+      m_link(m_configuration), m_service(m_objects, m_link),
+      m_application(library, {m_service, m_interfaceObjects}, m_configuration.program.settings, *this,
+                    [this] { m_link.Close(); }) {
     m_configuration.groupObjects = {};
+    m_configuration.interfaceObjects = {};
 }
 
 void Host::Open() {
@@ -83,6 +86,7 @@ bool Host::ChangesGroupObjects() const {
 void Host::Apply() {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());
+    m_interfaceObjects.Load(m_next->interfaceObjects);
     m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
     DaemonSupport::SetLogLevel(m_next->log.level);
     m_next.reset();

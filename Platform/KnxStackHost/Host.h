@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KnxDevice/GroupObjects.h"
+#include "KnxDevice/InterfaceObjects.h"
 #include "KnxStackHost/ApplicationThread.h"
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/LinkThread.h"
@@ -34,9 +35,10 @@ private:
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
-    Configuration m_configuration; // as started; the group objects are in m_objects only
+    Configuration m_configuration; // as started; group and interface objects are in the next two only
     const ReadConfiguration m_read;
     KnxDevice::GroupObjects m_objects;
+    KnxDevice::InterfaceObjects m_interfaceObjects;
     LinkThread m_link;
     GroupValueService m_service;
     ApplicationThread m_application;

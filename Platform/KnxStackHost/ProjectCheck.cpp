@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -12,6 +13,7 @@ namespace KnxStackHost {
 namespace {
 
 using KnxDevice::Flag;
+using KnxDevice::InterfaceObjectDefinition;
 using ProjectFile::Project;
 
 /// What the application program registers as: its setting "DscInstanceId" makes the last part.
@@ -24,13 +26,16 @@ std::string IdentityOfProgram(const Configuration& configuration) {
 class Comparison {
 public:
     Comparison(const Configuration& configuration, const Project& project)
-        : m_project(project), m_identity(IdentityOfProgram(configuration)) {
+        : m_interfaceObjects(configuration.interfaceObjects), m_project(project),
+          m_identity(IdentityOfProgram(configuration)) {
         for (const auto& object : configuration.groupObjects)
             m_objects.emplace(object.definition.number, &object);
     }
 
     ProjectFindings Run() {
         CheckOwner();
+        CheckInterfaceObject();
+        CheckProperties();
         for (const auto& point : m_project.dataPoints) {
             if (!point.knx || point.id == ProjectFile::FixedId::kClock)
                 continue; // the clock's COs are those of timeCos
@@ -57,6 +62,43 @@ private:
                 fmt::format("/knx/owner: is {}, but the application program registers as {}; its setting "
                             "\"DscInstanceId\" and the owner must agree",
                             m_project.knxOwner, m_identity));
+    }
+
+    /// Without it the application program does not start.
+    void CheckInterfaceObject() {
+        const auto id = m_project.interfaceObject;
+        const auto isIt = [id](const auto& object) { return IdOf(object) == id; };
+        if (id != 0 && std::none_of(m_interfaceObjects.begin(), m_interfaceObjects.end(), isIt))
+            m_findings.faults.push_back(fmt::format(
+                "/knx/interfaceObject: the device has no interface object {}; name it in /interfaceObjects",
+                id));
+    }
+
+    /// What the device has with another shape, the application program cannot register.
+    void CheckProperties() {
+        for (const auto& object : m_interfaceObjects) {
+            if (IdOf(object) == m_project.interfaceObject)
+                for (const auto& wanted : m_project.properties)
+                    CheckProperty(object, wanted);
+            for (const auto& wanted : m_project.extendedProperties)
+                if (object.type == wanted.objectType && object.instance <= wanted.instances)
+                    CheckProperty(object, wanted.property);
+        }
+    }
+
+    void CheckProperty(const InterfaceObjectDefinition& object, const ProjectFile::Property& wanted) {
+        for (const auto& property : object.properties)
+            if (property.id == wanted.id &&
+                (property.dataType != wanted.dataType || property.elements != wanted.elements))
+                m_findings.faults.push_back(
+                    fmt::format("interface object {}: property {}: the device has data type {} with {} "
+                                "elements, the project {} with {}",
+                                IdOf(object), wanted.id, property.dataType, property.elements,
+                                wanted.dataType, wanted.elements));
+    }
+
+    static std::uint32_t IdOf(const InterfaceObjectDefinition& object) {
+        return KnxDevice::InterfaceObjects::IdOf(object.type, object.instance);
     }
 
     void Check(const std::string& user, std::uint16_t co) {
@@ -105,6 +147,7 @@ private:
         m_findings.faults.push_back(fmt::format("{}: CO {}: {}", user, co, cause));
     }
 
+    const std::vector<InterfaceObjectDefinition>& m_interfaceObjects;
     const Project& m_project;
     const std::string m_identity;                               // of the application program
     std::map<std::uint16_t, const ConfiguredObject*> m_objects; // by number

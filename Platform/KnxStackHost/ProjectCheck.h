@@ -1,4 +1,4 @@
-// Compares the group objects of the host with the bindings of a project.
+// Compares the group and interface objects of the host with what a project says of them.
 #pragma once
 
 #include "KnxStackHost/Configuration.h"
@@ -25,7 +25,8 @@ struct ProjectFindings {
 
 /// A fault: an owner of the KNX data points that is not the application program; a CO of a data point or
 /// clock that is no group object, does not take part in communication, or has another size or another main
-/// type. A note: a group object that nothing is bound to.
+/// type; an own interface object that the device has not; a property that the device has with another data
+/// type or number of elements. A note: a group object that nothing is bound to.
 ProjectFindings CompareWithProject(const Configuration& configuration, const ProjectFile::Project& project);
 
 } // namespace KnxStackHost

@@ -1,6 +1,7 @@
 #include "KnxStackHost/ApplicationThread.h"
 
 #include "Fakes.h"
+#include "KnxDevice/InterfaceObjects.h"
 
 #include <gmock/gmock.h>
 
@@ -111,8 +112,9 @@ protected:
 
     void Start() {
         m_thread = std::make_unique<ApplicationThread>(
-            ProgramLibrary{Create, Destroy}, m_service, ApiHub::Settings{{"key", "value"}},
-            static_cast<ReloadSource&>(*this), [this] { m_journal.Add("ended"); });
+            ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects},
+            ApiHub::Settings{{"key", "value"}}, static_cast<ReloadSource&>(*this),
+            [this] { m_journal.Add("ended"); });
         m_thread->Start();
     }
 
@@ -131,6 +133,7 @@ protected:
     KnxDevice::GroupObjects m_objects{TestTable()};
     FakeOutlet m_outlet;
     GroupValueService m_service{m_objects, m_outlet};
+    KnxDevice::InterfaceObjects m_interfaceObjects;
     std::atomic<bool> m_readable{true};
     std::atomic<bool> m_otherObjects{false};
     std::function<void()> m_inApply;
@@ -213,6 +216,22 @@ TEST_F(Application, AFailedInitIsRetriedWithANewProgram) {
     m_thread->Post(WriteTo(2, 5));
     EXPECT_THAT(m_journal.Wait(7),
                 ElementsAre("create", "init", "exit", "delete", "create", "init", "write 2 05"));
+}
+
+TEST_F(Application, AProgramThatIsMadeAnewFindsItsProperties) {
+    s_script.init = [&](KnxStack::IApiHub& hub) {
+        auto& properties = *hub.GetPropertyService();
+        auto* object = properties.GetInterfaceObject(50001, 1);
+        if (object == nullptr)
+            object = properties.CreateInterfaceObject(50001);
+        auto* const property = object->CreateProperty(201, 17, 0, 1);
+        m_journal.Add("found " + property->GetValue().ToString());
+        property->SetValue({0x40});
+        return m_starts++ == 0 ? State::Failed : RunAtOnce(hub);
+    };
+    Start();
+    EXPECT_THAT(m_journal.Wait(8),
+                ElementsAre("create", "init", "found ", "exit", "delete", "create", "init", "found 40"));
 }
 
 TEST_F(Application, AnInitThatThrowsIsRetriedWithANewProgram) {
@@ -306,14 +325,14 @@ TEST_F(Application, ADeviceRestartIsToldToTheRunningProgram) {
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
 }
 
-TEST_F(Application, TheHubGivesSettingsAndNoPropertyService) {
+TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {
     Start();
     auto& hub = m_thread->Hub();
     EXPECT_EQ((ApiHub::Settings{{"key", "value"}}), hub.GetApplicationProgramSettings());
     hub.ReplaceSettings({{"key", "other"}});
     EXPECT_EQ((ApiHub::Settings{{"key", "other"}}), hub.GetApplicationProgramSettings());
     EXPECT_EQ(&m_service, hub.GetGroupValueService());
-    EXPECT_EQ(nullptr, hub.GetPropertyService());
+    EXPECT_EQ(&m_interfaceObjects, hub.GetPropertyService());
     EXPECT_EQ(0u, hub.GetApplicationProgramMemory()->GetData().GetSize());
     EXPECT_EQ(0u, hub.GetDownloadService().GetApplicationData().GetSize());
 }

@@ -20,6 +20,9 @@ std::string Changed(const std::string& part, const std::string& by) {
     {"number": 7, "name": "light", "dpt": "1.001", "flags": "CRWTU", "priority": "urgent", "addresses": ["1/2/3", "1/2/4"]},
     {"number": 2, "size": 24, "flags": "CW", "addresses": [], "ownTelegrams": false}, // no type
   ],
+  "interfaceObjects": [
+    {"type": 50001, "properties": [{"id": 201, "dataType": 17, "value": "40"}, {"id": 202, "dataType": 3, "elements": 2}]}
+  ],
   "applicationProgram": {"library": "lib/libprogram.so", "settings": {"DscInstanceId": "KNX"}}
 })";
     const auto found = text.find(part);
@@ -90,6 +93,53 @@ TEST(Configuration, ReadsGroupObjects) {
     EXPECT_EQ(2u, configuration.MakeTable().Count());
 }
 
+TEST(Configuration, ReadsInterfaceObjects) {
+    const auto objects =
+        ParseConfiguration(
+            Changed(
+                "\"type\": 50001,",
+                R"("type": 7, "instances": 2, "properties": [{"id": 1, "dataType": 16, "elements": 2, "value": "00aB"}]},
+                       {"type": 50001}, {"type": 7}, {"type": 50001,)"),
+            kFile)
+            .interfaceObjects;
+    ASSERT_EQ(5u, objects.size());
+    const std::pair<unsigned, unsigned> expected[] = {{7, 1}, {7, 2}, {50001, 1}, {7, 3}, {50001, 2}};
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        EXPECT_EQ(expected[i].first, objects[i].type) << i;
+        EXPECT_EQ(expected[i].second, objects[i].instance) << i;
+    }
+    for (std::size_t i = 0; i < 2; ++i) {
+        ASSERT_EQ(1u, objects[i].properties.size());
+        EXPECT_EQ(1, objects[i].properties[0].id);
+        EXPECT_EQ(16, objects[i].properties[0].dataType);
+        EXPECT_EQ(2, objects[i].properties[0].elements);
+        EXPECT_EQ("00ab", objects[i].properties[0].value->ToString());
+    }
+    EXPECT_TRUE(objects[2].properties.empty());
+    ASSERT_EQ(2u, objects[4].properties.size());
+    EXPECT_EQ("40", objects[4].properties[0].value->ToString());
+    EXPECT_EQ(1, objects[4].properties[0].elements);
+    EXPECT_FALSE(objects[4].properties[1].value);
+}
+
+TEST(Configuration, TakesAsManyInterfaceObjectsAndPropertiesAsThereIsRoomFor) {
+    const auto objects = [](int instances) {
+        return Changed("50001", "50001, \"instances\": " + std::to_string(instances));
+    };
+    EXPECT_EQ(255u, ParseConfiguration(objects(255), kFile).interfaceObjects.size());
+    const auto properties = [](int count) {
+        std::string list = "{\"id\": 201, \"dataType\": 17, \"value\": \"40\"}";
+        for (int i = 1; i < count; ++i)
+            list += ", {\"id\": " + std::to_string(1000 + i) + ", \"dataType\": 17}";
+        return Changed("{\"id\": 201, \"dataType\": 17, \"value\": \"40\"}", list);
+    };
+    EXPECT_EQ(255u, ParseConfiguration(properties(254), kFile).interfaceObjects[0].properties.size());
+    EXPECT_THAT(
+        RefusalOf(properties(255)),
+        HasSubstr(
+            "/interfaceObjects/0/properties: an interface object can have at most 255 properties, not 256"));
+}
+
 TEST(Configuration, LeavesABareLibraryNameToTheLoader) {
     EXPECT_EQ("libprogram.so",
               ParseConfiguration(Changed("lib/libprogram.so", "libprogram.so"), kFile).program.library);
@@ -153,6 +203,38 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
         {"\"1/2/4\"", "\"0/0/0\"", "/groupObjects/0/addresses/1: 0/0/0 is the broadcast address"},
         {"\"1/2/4\"", "\"1/2/3\"", "/groupObjects/0/addresses/1: 1/2/3 is listed already"},
         {"\"1/2/4\"", "124", "/groupObjects/0/addresses/1: must be a group address"},
+        {"\"type\": 50001, ", "", "/interfaceObjects/0: \"type\" is missing"},
+        {"50001", "0", "/interfaceObjects/0/type: must be a whole number from 1 to 65535, not 0"},
+        {"50001", "1, \"instances\": 0",
+         "/interfaceObjects/0/instances: must be a whole number from 1 to 255"},
+        {"50001", "1, \"instances\": 255}, {\"type\": 2",
+         "/interfaceObjects: a device can have at most 255 interface objects, not 256"},
+        {"50001", "1}, 7, {\"type\": 2", "/interfaceObjects/1: must be an object with \"type\""},
+        {"50001", "1, \"instance\": 2",
+         "/interfaceObjects/0/instance: unknown member \"instance\"; did you mean \"instances\"?"},
+        {"\"id\": 202, ", "", "/interfaceObjects/0/properties/1: \"id\" is missing"},
+        {"\"id\": 202", "\"id\": 0", "/interfaceObjects/0/properties/1/id: must be a whole number from 1"},
+        {"\"id\": 202", "\"id\": 201",
+         "/interfaceObjects/0/properties/1/id: the object has a property 201 already"},
+        {"{\"id\": 202", "7, {\"id\": 202",
+         "/interfaceObjects/0/properties/1: must be an object with \"id\""},
+        {"\"dataType\": 17, ", "", "/interfaceObjects/0/properties/0: \"dataType\" is missing"},
+        {"\"dataType\": 17", "\"dataType\": 62",
+         "/interfaceObjects/0/properties/0/dataType: 62 is no property data type with a value"},
+        {"\"dataType\": 17", "\"dataType\": 256",
+         "/interfaceObjects/0/properties/0/dataType: must be a whole"},
+        {"\"elements\": 2", "\"elements\": 0", "/interfaceObjects/0/properties/1/elements: must be a whole"},
+        {"\"elements\": 2", "\"elements\": 2, \"value\": \"000102\"",
+         "/interfaceObjects/0/properties/1/value: has 3 bytes; data type 3 with 2 elements needs 4"},
+        {"\"dataType\": 3", "\"dataType\": 16, \"value\": \"00\"",
+         "/interfaceObjects/0/properties/1/value: has 1 bytes; data type 16 with 2 elements needs 2 to 508"},
+        {"\"40\"", "\"\"",
+         "/interfaceObjects/0/properties/0/value: has 0 bytes; data type 17 with 1 elements"},
+        {"\"40\"", "\"4\"", "/interfaceObjects/0/properties/0/value: \"4\" must be bytes of two hexadecimal"},
+        {"\"40\"", "\"4g\"", "/interfaceObjects/0/properties/0/value: \"4g\" must be bytes"},
+        {"\"40\"", "\"+4\"", "/interfaceObjects/0/properties/0/value: \"+4\" must be bytes"},
+        {"\"40\"", "\"0x40\"", "/interfaceObjects/0/properties/0/value: \"0x40\" must be bytes"},
+        {"\"40\"", "64", "/interfaceObjects/0/properties/0/value: must be a text"},
         {"\"lib/libprogram.so\"", "\"\"", "/applicationProgram/library: must be the path or name"},
         {"\"library\": \"lib/libprogram.so\", ", "", "/applicationProgram: \"library\" is missing"},
         {"\"KNX\"", "7", "/applicationProgram/settings/DscInstanceId: must be a text"},

@@ -94,6 +94,37 @@ TEST(ProjectCheck, FindsAnObjectThatDoesNotCommunicate) {
             "receives"));
 }
 
+TEST(ProjectCheck, FindsAnInterfaceObjectThatTheDeviceHasNot) {
+    const auto knx = std::string(R"("timeCos": [{"co": 4, "dpt": "10.001"}], "interfaceObject": 50001)");
+    auto configuration = Objects();
+    configuration.interfaceObjects = {{50002, 1, {}}};
+    EXPECT_THAT(FindingsOf(configuration, kFitting, knx).faults,
+                ElementsAre("/knx/interfaceObject: the device has no interface object 50001; name it in "
+                            "/interfaceObjects"));
+    configuration.interfaceObjects.push_back({50001, 1, {}});
+    EXPECT_THAT(FindingsOf(configuration, kFitting, knx).faults, IsEmpty());
+}
+
+TEST(ProjectCheck, FindsAPropertyOfAnotherShape) {
+    auto configuration = Objects();
+    configuration.interfaceObjects = {{50001, 1, {{201, 17, 1, {}}, {202, 18, 2, {}}}},
+                                      {50002, 1, {{51, 17, 1, {}}}},
+                                      {50002, 2, {{51, 17, 3, {}}}},
+                                      {50002, 3, {{51, 18, 1, {}}}}};
+    const auto knx = std::string(R"("timeCos": [{"co": 4, "dpt": "10.001"}], "interfaceObject": 50001,
+        "extendedProperties": [{"id": 51, "name": "x", "dataType": 17, "objectType": 50002, "instances": 2},
+                               {"id": 201, "name": "y", "dataType": 19, "objectType": 50003}],
+        "properties": [{"id": 201, "name": "a", "dataType": 17}, {"id": 203, "name": "c", "dataType": 17},
+                       {"id": 202, "name": "b", "dataType": 18, "elements": )");
+    EXPECT_THAT(FindingsOf(configuration, kFitting, knx + "1}]").faults,
+                ElementsAre("interface object 50001: property 202: the device has data type 18 with 2 "
+                            "elements, the project 18 with 1",
+                            "interface object 115538: property 51: the device has data type 17 with 3 "
+                            "elements, the project 17 with 1"));
+    configuration.interfaceObjects.erase(configuration.interfaceObjects.begin() + 2);
+    EXPECT_THAT(FindingsOf(configuration, kFitting, knx + "2}]").faults, IsEmpty());
+}
+
 TEST(ProjectCheck, FindsATranslatedObjectThatTakesOwnTelegrams) {
     const auto configuration = Objects(R"(, {"number": 901, "size": 8, "flags": "C"})");
     EXPECT_THAT(

@@ -1,0 +1,43 @@
+#include "KnxDevice/InterfaceObjects.h"
+
+namespace KnxDevice {
+
+KnxStack::IInterfaceObject* InterfaceObjects::CreateInterfaceObject(std::uint16_t type) {
+    const std::lock_guard lock(m_mutex);
+    return m_count < kMostObjects ? &Add(m_byType[type]) : nullptr;
+}
+
+KnxStack::IInterfaceObject* InterfaceObjects::GetInterfaceObjectById(std::uint32_t id) {
+    constexpr std::uint32_t kMostBefore = 0xFFFE; // so that the instance is a number of 16 bits
+    const auto before = id >> 16;
+    if (before > kMostBefore)
+        return nullptr;
+    return GetInterfaceObject(static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(before + 1));
+}
+
+KnxStack::IInterfaceObject* InterfaceObjects::GetInterfaceObject(std::uint16_t type, std::uint16_t instance) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_byType.find(type);
+    if (found == m_byType.end() || instance == 0 || instance > found->second.size())
+        return nullptr;
+    return &found->second[instance - 1u];
+}
+
+void InterfaceObjects::Load(std::span<const InterfaceObjectDefinition> definitions) {
+    const std::lock_guard lock(m_mutex);
+    for (const auto& definition : definitions) {
+        auto& instances = m_byType[definition.type];
+        while (instances.size() < definition.instance)
+            Add(instances);
+        for (const auto& property : definition.properties)
+            instances[definition.instance - 1u].Load(property);
+    }
+}
+
+InterfaceObject& InterfaceObjects::Add(Instances& instances) {
+    auto& made = instances.emplace_back(m_mutex);
+    ++m_count;
+    return made;
+}
+
+} // namespace KnxDevice
