@@ -52,7 +52,9 @@ DscKnxAppPrg::~DscKnxAppPrg() {
             control->thread.detach();
     }
     try {
+        m_knxHandler.StopClock(); // it uses the client
         m_handlers.Clear();
+        m_knxHandler.Translation().ReplaceClient(nullptr);
         // Before any other member: until its callback thread is joined, a callback may use all of them.
         delete m_client.get();
         static_cast<void>(m_client.release());
@@ -64,7 +66,7 @@ DscKnxAppPrg::~DscKnxAppPrg() {
 DscKnxAppPrg::StartupState DscKnxAppPrg::Init(KnxStack::IApiHub& hub) {
     LOG4CPLUS_DEBUG(m_logger, "Init(): starting...");
     hub.OnApplicationProgramStartupStateChanged(StartupState::InProgress);
-    m_startupState = StartupState::InProgress;
+    BeginStart();
     m_hub = &hub;
     m_callerEntryPoint = CallerEntryPoint::Init;
 
@@ -98,7 +100,7 @@ DscKnxAppPrg::StartupState DscKnxAppPrg::Init(KnxStack::IApiHub& hub) {
 
 DscKnxAppPrg::StartupState DscKnxAppPrg::OnDeviceRestart() {
     LOG4CPLUS_DEBUG(m_logger, "OnDeviceRestart(): starting...");
-    m_startupState = StartupState::InProgress;
+    SetStartupState(CurrentStart(), StartupState::InProgress);
     m_callerEntryPoint = CallerEntryPoint::DeviceRestart;
 
     KnxStack::IApiHub* const hub = m_hub;
@@ -123,7 +125,7 @@ DscKnxAppPrg::StartupState DscKnxAppPrg::OnDeviceRestart() {
 
     StopInitThread(kStopTimeoutMs);
     // The former start may have reached its end while it was being stopped.
-    m_startupState = StartupState::InProgress;
+    BeginStart();
 
     if (m_knxHandler.Init(*hub, CallerEntryPoint::DeviceRestart)) {
         m_downloadHandlerFlag = true;
@@ -140,7 +142,7 @@ DscKnxAppPrg::StartupState DscKnxAppPrg::OnDeviceRestart() {
 bool DscKnxAppPrg::Exit() {
     LOG4CPLUS_DEBUG(m_logger, "Exit(): starting...");
     StopInitThread(kStopTimeoutMs);
-    m_startupState = StartupState::Failed;
+    EndStart();
     m_handlers.Clear();
 
     const bool exited = m_knxHandler.Exit();
@@ -155,7 +157,33 @@ bool DscKnxAppPrg::Exit() {
     return exited;
 }
 
+void DscKnxAppPrg::BeginStart() {
+    const std::lock_guard lock(m_startMutex);
+    ++m_start;
+    m_startupState = StartupState::InProgress;
+}
+
+void DscKnxAppPrg::EndStart() {
+    const std::lock_guard lock(m_startMutex);
+    ++m_start;
+    m_startupState = StartupState::Failed;
+}
+
+std::uint64_t DscKnxAppPrg::CurrentStart() const {
+    const std::lock_guard lock(m_startMutex);
+    return m_start;
+}
+
+bool DscKnxAppPrg::SetStartupState(std::uint64_t start, StartupState state) {
+    const std::lock_guard lock(m_startMutex);
+    if (start != m_start)
+        return false;
+    m_startupState = state;
+    return true;
+}
+
 void DscKnxAppPrg::DoFinalStartupState(StartupState state) {
+    const std::uint64_t start = CurrentStart();
     {
         const boost::this_thread::disable_interruption hubCall;
         KnxStack::IApiHub* const hub = m_hub;
@@ -172,14 +200,14 @@ void DscKnxAppPrg::DoFinalStartupState(StartupState state) {
     LOG4CPLUS_DEBUG(m_logger, "DoFinalStartupState: start up state is " << (m_startUpFlag ? 1 : 0));
     if (m_callerEntryPoint != CallerEntryPoint::DeviceRestart && !m_startUpFlag) {
         // The hub sees a final state, but a device restart follows: nothing is announced before it.
-        m_startupState = StartupState::InProgress;
+        SetStartupState(start, StartupState::InProgress);
         return;
     }
 
     SendEmitEvent("configurationLoaded");
     boost::this_thread::sleep_for(boost::chrono::seconds(1));
-    m_startupState = StartupState::Running;
-    WriteState();
+    if (SetStartupState(start, StartupState::Running))
+        WriteState();
 }
 
 bool DscKnxAppPrg::IsConnected() const {

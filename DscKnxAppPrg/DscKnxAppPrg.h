@@ -2,15 +2,21 @@
 #pragma once
 
 #include "DynamicKnxAppPrgHandlers.h"
+#include "GroupAddressTranslationHandler.h"
+#include "KnxPropertyHandler.h"
 #include "KnxStack/IApplicationProgram.h"
 #include "KnxStack/IGroupValueUser.h"
 #include "Tav/Export.h"
+#include "Tav/TAVTIME.h"
 #include "Tav/TavEvents.h"
 #include "ValueConverter.h"
 #include "Vesk/IDeviceStackClient.h"
 #include "Vesk/KNXDPT.h"
 #include "Vesk/KnxAppPrg.h"
 
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/bimap.hpp>
 #include <boost/bimap/unordered_set_of.hpp>
 #include <boost/thread/thread.hpp>
@@ -29,7 +35,9 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+class TAVVALUE;
 namespace boost::json {
 class value;
 }
@@ -37,20 +45,25 @@ namespace KnxStack {
 class IApiHub;
 class IApplicationProgramMemory;
 class IGroupValueService;
+class IInterfaceObjectProperty;
+class IPropertyService;
 } // namespace KnxStack
 
 /// Bridges group telegrams and data points. Lifecycle calls come on the host's thread; group telegrams on the
 /// KNX stack's thread; the device stack client's callbacks on a thread of the client; the slow part of a
-/// start runs on the init thread.
+/// start runs on the init thread, the end of a configuration change on a thread of its own, and the device's
+/// clock is set on the clock thread.
 ///
 /// Locks, in the order in which they are taken:
 ///   1. the client mutex, which serialises requests to the device stack client. Taken by: Connect,
 ///      Disconnect, IsConnected, SendEmitEvent, the request of ReadDeviceConfiguration, the requests of
 ///      WriteState, the question for data point 1000, the command of UpdateIdUrnMap, the three group value
 ///      callbacks. Never by what runs on the client's callback thread, because Disconnect holds it while that
-///      thread is joined; and not by SetNtpState.
-///   2. KnxHandler::mapMutex, then the leaf mutex of the handler set.
+///      thread is joined; and not by SetNtpState, the clock and the group address translation.
+///   2. DateTimeHandler::m_mutex, held during calls to the client; and KnxHandler::mapMutex, then the leaf
+///      mutex of the handler set. Never one of the two inside the other.
 ///   3. KnxHandler::idUrnLock: neither the client nor a plug-in is called while it is held.
+/// All others are leaves.
 class TAV_EXPORT DscKnxAppPrg : public KnxStack::IApplicationProgram,
                                 private Vesk::IDeviceStackClient::IEventHandler,
                                 private Vesk::IDeviceStackClient::IResponseHandler,
@@ -62,8 +75,13 @@ public:
     /// Which lifecycle operation a start-up follows.
     enum class CallerEntryPoint : std::uint32_t { Init = 0, DeviceRestart = 1 };
 
+    /// What the download handlers made of the downloaded data.
+    enum class UpdateAppState : std::uint32_t { FileCreated = 0, NoFile = 1 };
+
+    class DateTimeHandler;
     class KnxHandler;
     class InitCaller;
+    class ConfigurationChangeCaller;
     class ResponseQueueCaller;
     struct ThreadControl;
 
@@ -78,6 +96,9 @@ public:
     /// Waits until no thread of this object's making uses it any more, at most `timeoutMs`. False on
     /// time-out.
     bool WaitForWorkers(unsigned timeoutMs) const;
+
+    /// The loaded plug-ins; any thread.
+    const KnxAppPrgHandlerSet& Handlers() const { return m_handlers; }
 
 private:
     // Device stack client callbacks, on the client's thread.
@@ -104,6 +125,63 @@ private:
     bool OnWriteValue(void* ctx, TAVOBJECTID id, const std::string& value, const std::string& urn) override;
 
 public:
+    /// Sets the device's clock from date and time telegrams. What arrives within 200 ms is applied together,
+    /// on a thread that runs from construction to Exit; the clock is only written when it is more than 2 s
+    /// off.
+    class DateTimeHandler {
+    public:
+        /// Reads the client through the reference whenever it needs it. Throws when there can be no thread.
+        explicit DateTimeHandler(std::unique_ptr<Vesk::IDeviceStackClient>& client);
+        ~DateTimeHandler();
+        DateTimeHandler(const DateTimeHandler&) = delete;
+        DateTimeHandler& operator=(const DateTimeHandler&) = delete;
+
+        /// Queues a telegram's date, time of day or both, which is told by the datapoint type's main number:
+        /// 11, 10 or 19. Another type, a day that the calendar does not have and a time past 23:59:59 are
+        /// logged and refused. On the KNX stack's thread, with the client mutex held.
+        void AddEntry(TAVTIME time, const KNXDPT& dpt);
+
+        /// Applies what is queued, in the order of arrival. On the clock thread.
+        void SetTime();
+
+        /// Ends the clock thread. What is still queued, or is queued later, is never applied. Waits for a
+        /// SetTime that is running. Throws the thread library's resource error on the clock thread itself.
+        void Exit();
+
+    private:
+        enum class DateTimeEntryKind : std::uint32_t { Date = 0, Time = 1, DateTime = 2, Invalid = 3 };
+        struct DateTimeEntry {
+            TAVTIME time; // only the parts that the kind names are used
+            DateTimeEntryKind kind;
+        };
+        struct KindRow {
+            DateTimeEntryKind kind;
+            const char* logFormat;
+        };
+        static const std::array<KindRow, 10> s_kinds; // by main number, from 10 on
+
+        static bool HasDate(DateTimeEntryKind kind);
+        static bool HasTime(DateTimeEntryKind kind);
+        static const KindRow& KindOf(const KNXDPT& dpt);
+        static TAVTIME Merge(TAVTIME time, const std::vector<DateTimeEntry>& entries);
+        bool LockUnlessStopped(std::unique_lock<std::mutex>& lock);
+        TAVVALUE CurrentTime() const;
+        void Run();
+
+        std::mutex m_mutex;
+        std::vector<DateTimeEntry> m_entries; // under m_mutex
+        std::unique_ptr<Vesk::IDeviceStackClient>& m_client;
+        boost::asio::io_context m_ioContext{1};
+        boost::asio::steady_timer m_timer{m_ioContext}; // under m_mutex
+        boost::asio::executor_work_guard<boost::asio::io_context::executor_type> m_workGuard{
+            m_ioContext.get_executor()};
+        boost::thread m_thread;
+        bool m_timerArmed = false; // under m_mutex
+        std::atomic<bool> m_stopped =
+            false; // set under m_mutex, by an Exit that joins the thread with it held
+        log4cplus::Logger m_logger;
+    };
+
     /// The KNX side: receives group telegrams and sends them.
     class TAV_EXPORT KnxHandler : public KnxStack::IGroupValueUser {
     public:
@@ -118,12 +196,26 @@ public:
         // Set-up.
         bool Init(KnxStack::IApiHub& hub, CallerEntryPoint entryPoint);
         void InitFromDynamicHandlers();
+        void InitKnxPropertiesFromKnxStack();
         bool FillCoDescriptorData(Vesk::KnxAppPrg::CoDescriptorDataMap& descriptors) const;
         std::uint16_t GetTimeCoByIndex(unsigned index, bool writing, KNXDPT& dpt) const;
         std::uint32_t GetInterfaceObjectId() const;
         std::uint32_t GetPropertyByIndex(unsigned index, unsigned char& dataType, std::string& name,
                                          std::uint16_t& elementCount) const;
         bool Exit();
+        /// Before the client goes: nothing of the KNX side uses it afterwards but what takes the client
+        /// mutex.
+        void StopClock() { m_dateTimeHandler.Exit(); }
+
+        /// How the device's time is kept, 0 to 3, as property 201 says: 1 limits how often it is sent, 2 is
+        /// the NTP client mode.
+        std::uint8_t TimeMode() const { return m_timeMode; }
+        const KnxPropertyHandler::InterfaceObjectMap& InterfaceObjects() const { return m_interfaceObjects; }
+        GroupAddressTranslationHandler& Translation() { return m_translation; }
+
+        /// False within a second of the last transfer of a time data point.
+        bool IsTimeTransferDue() const;
+        void NoteTimeTransfer();
 
         // Group value traffic. The CO is the low 16 bits of `co`.
         void OnGroupValueWrite(int co, const KnxStack::GroupValue& groupValue) override;
@@ -169,7 +261,10 @@ public:
         using IdUrnMap = boost::bimap<boost::bimaps::unordered_set_of<std::uint32_t>,
                                       boost::bimaps::unordered_set_of<std::string>>;
 
+        bool InitProperties(KnxStack::IPropertyService* service);
         void SetIdentification();
+        void SetTranslationRange();
+        void ReadTimeModeFromMemory();
         std::uint16_t AskCOFromID(std::uint32_t id, const std::string& urn, KNXDPT& dpt, OpMode mode) const;
         const IdMapEntry* FindId(std::uint32_t id) const;
         const CoMapEntry* FindCo(std::uint16_t co) const;
@@ -185,14 +280,24 @@ public:
         bool IsReadInternal(std::uint32_t id);
         bool SendToTimeCos(KnxStack::IGroupValueService& service, const std::string& value);
 
+        std::atomic<std::uint8_t> m_timeMode = 0;
         DscKnxAppPrg& m_appPrg;
         mutable log4cplus::Logger m_logger; // the log macros copy a const logger, also for what is not logged
-        ValueConverter m_valueConverter;
 
         // Set by Init; not owned. The device stack may call back as soon as the program has registered there,
         // which is before Init.
         std::atomic<KnxStack::IGroupValueService*> m_groupValueService = nullptr;
-        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr; // kept, not read yet
+        KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr;
+        KnxStack::IInterfaceObjectProperty* m_timeModeProperty = nullptr; // init thread only
+
+        KnxPropertyHandler m_knxPropertyHandler;
+        GroupAddressTranslationHandler m_translation;
+        KnxPropertyHandler::InterfaceObjectMap m_interfaceObjects; // filled before the init thread starts
+        DateTimeHandler m_dateTimeHandler;
+        ValueConverter m_valueConverter;
+
+        mutable std::shared_mutex m_timeTransferLock;
+        std::uint64_t m_timeTransferTick = 0; // under m_timeTransferLock
 
         std::atomic<bool> useUrns = false;
         mutable std::mutex m_urnPrefixMutex; // a leaf
@@ -217,12 +322,21 @@ public:
 private:
     // Start-up.
     void ApplySettings(const std::map<std::string, std::string>& settings);
+    /// A start begins, and the program is exited. What an earlier start still does in the background does
+    /// not count from then on.
+    void BeginStart();
+    void EndStart();
+    std::uint64_t CurrentStart() const;
+    /// False, and nothing else, when `start` is not the current one any more.
+    bool SetStartupState(std::uint64_t start, StartupState state);
     void DoFinalStartupState(StartupState state);
     bool WriteState();
     bool RequestValue(TAVOBJECTID id, std::string& error);
     bool IsCommunicationEnabled(std::uint32_t id, KnxHandler::OpMode mode);
 
-    // Link to the device stack client.
+    // Link to the device stack client. The identity is that at the device stack; its instance is a setting.
+    static constexpr const char* kApplicationName = "DscKnxAppPrg";
+    static constexpr const char* kApplicationType = "field";
     bool Connect();
     void Disconnect();
     void SendEmitEvent(const std::string& eventType);
@@ -241,9 +355,16 @@ private:
     static std::uint32_t FindDeviceType(std::string_view identifier);
     void ReadDeviceConfiguration();
 
+    // Downloads and changes of the configuration.
+    UpdateAppState ExecuteDownloadHandler();
+    void AnnounceConfigurationChange();
+    void FinishConfigurationChange(std::uint64_t start);
+
     // Worker threads.
     bool StartInitThread(KnxStack::IApiHub& hub);
     bool StopInitThread(unsigned int timeoutMs);
+    /// Its thread is detached: nobody waits for it but WaitForWorkers.
+    bool StartConfigurationChangeThread();
     bool StartResponseQueueThread();
     bool StopResponseQueueThread(unsigned int timeoutMs);
     template <typename Caller>
@@ -271,15 +392,18 @@ private:
     mutable std::mutex m_clientMutex;
     std::shared_ptr<ThreadControl> m_initThread;          // host's thread only
     std::shared_ptr<ThreadControl> m_responseQueueThread; // host's thread only
-    std::string m_deviceStackConfigPath;                  // host's thread only
-    std::string m_userDataPath;                           // host's thread only
-    std::uint32_t m_deviceType = 0;                       // host's thread only
+    std::string m_deviceStackConfigPath;                  // written before an init thread starts
+    std::string m_userDataPath;                           // written before an init thread starts
+    std::atomic<std::uint32_t> m_deviceType = 0;
     TavEvents m_events;
     TavEvent m_event{m_events, 1};
     KnxAppPrgHandlerSet m_handlers; // any thread
     std::atomic<bool> m_downloadHandlerFlag = false;
+    std::atomic<bool> m_etsConfigurationChanged = false; // announced, and the new project has not come yet
     std::atomic<CallerEntryPoint> m_callerEntryPoint = CallerEntryPoint::Init;
-    std::atomic<StartupState> m_startupState = StartupState::Failed;
+    mutable std::mutex m_startMutex;                                 // a leaf
+    std::uint64_t m_start = 0;                                       // under m_startMutex; counts the starts
+    std::atomic<StartupState> m_startupState = StartupState::Failed; // written under m_startMutex
     std::atomic<bool> m_startUpFlag = true; // false when the hub has a device restart pending
     std::string m_instanceId = "KNX";
     std::string m_handlerName = "dscknxappprg";

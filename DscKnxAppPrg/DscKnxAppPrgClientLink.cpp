@@ -11,11 +11,12 @@
 
 namespace {
 
-constexpr const char* kApplicationName = "DscKnxAppPrg";
-constexpr const char* kApplicationType = "field";
 constexpr const char* kRestartCommand = "{\"command\":\"Restart\", \"type\":\"Device\"}";
 constexpr std::uint32_t kReadyDataPoint = 1002;
 constexpr std::uint32_t kStateDataPoint = 1003;
+constexpr std::uint32_t kFirstTimeDataPoint = 1005;
+constexpr std::uint32_t kLastTimeDataPoint = 1007;
+constexpr std::uint8_t kLimitedTimeMode = 1;
 
 } // namespace
 
@@ -32,6 +33,7 @@ bool DscKnxAppPrg::Connect() {
     LOG4CPLUS_DEBUG(m_logger, "Connect(): end CreateDeviceStackClient.");
     if (!m_client)
         return false;
+    m_knxHandler.Translation().ReplaceClient(m_client.get());
 
     m_client->SetClientMode(1);
     m_client->InstallEventHandler(this, this);
@@ -51,6 +53,7 @@ void DscKnxAppPrg::Disconnect() {
     LOG4CPLUS_DEBUG(m_logger, "Disconnect(): starting...");
     const std::lock_guard lock(m_clientMutex);
     const auto start = std::chrono::steady_clock::now();
+    m_knxHandler.Translation().ReplaceClient(nullptr);
     // Destroyed first, cleared after: until its callback thread is joined, a callback may still use the
     // pointer, and the dying client refuses what it asks.
     delete m_client.get();
@@ -95,6 +98,15 @@ bool DscKnxAppPrg::OnValueChanged(void*, TAVOBJECTID id, const std::string& urn,
                                   const std::string&) {
     if (m_startupState != StartupState::Running)
         return true;
+    if (id >= kFirstTimeDataPoint && id <= kLastTimeDataPoint &&
+        m_knxHandler.TimeMode() == kLimitedTimeMode) {
+        if (!m_knxHandler.IsTimeTransferDue())
+            return true;
+        if (!m_knxHandler.WriteValue(id, urn, value, true))
+            return false;
+        m_knxHandler.NoteTimeTransfer();
+        return true;
+    }
     if (!m_knxHandler.IsKnxEventDataPoint(id, urn))
         return true;
     return m_knxHandler.WriteValue(id, urn, value, true);
@@ -127,18 +139,17 @@ bool DscKnxAppPrg::OnWriteValue(void*, TAVOBJECTID id, const std::string& value,
     return false;
 }
 
-bool DscKnxAppPrg::OnConfigurationChanged(void*, TAVOBJECTID, const std::string&, const std::string&) {
-    return true;
-}
-
 bool DscKnxAppPrg::OnDeviceDiscovery(void*, TAVOBJECTID, const std::string&, const std::string&) {
     return true;
 }
 
 void DscKnxAppPrg::OnConnectionLost() {}
 
-bool DscKnxAppPrg::OnApplicationEvent(void*, const std::string&, const std::string&) {
-    return true;
+bool DscKnxAppPrg::OnApplicationEvent(void*, const std::string& sender, const std::string& message) {
+    GroupAddressTranslationHandler& translation = m_knxHandler.Translation();
+    if (!translation.IsEnabled() || sender != kApplicationName)
+        return true;
+    return translation.OnMessageReceived(message);
 }
 
 void DscKnxAppPrg::OnResponse(void*, const std::string&, const std::string&, const IError&) {}

@@ -3,6 +3,7 @@
 
 #include <boost/json.hpp>
 #include <boost/thread/thread.hpp>
+#include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
 #include <exception>
@@ -42,6 +43,12 @@ void DscKnxAppPrg::ApplySettings(const std::map<std::string, std::string>& setti
     // Settings that are gone since an earlier Init have their defaults again.
     m_instanceId = SettingOr(settings, "DscInstanceId", "KNX");
     LOG4CPLUS_INFO(m_logger, "Init(): DscInstanceId = " << m_instanceId);
+    const std::string targetId = SettingOr(settings, "GroupAddressTranslationTargetId", "");
+    m_knxHandler.Translation().SetTargetName(
+        targetId.empty() ? std::string()
+                         : fmt::format("{}::{}::{}", kApplicationName, kApplicationType, targetId));
+    if (!targetId.empty())
+        LOG4CPLUS_INFO(m_logger, "Init(): GroupAddressTranslationTargetId = " << targetId);
     m_handlerName = SettingOr(settings, "AppPrgHandlerName", "dscknxappprg");
     LOG4CPLUS_INFO(m_logger, "Init(): AppPrgHandlerName = " << m_handlerName);
 }

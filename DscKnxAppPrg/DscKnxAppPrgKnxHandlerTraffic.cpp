@@ -13,11 +13,16 @@ constexpr std::uint32_t kReadyDataPoint = 1002;
 constexpr std::uint32_t kStateDataPoint = 1003;
 constexpr std::uint32_t kRestartDataPoint = 1004;
 constexpr std::uint32_t kClockDataPoint = 1005;
+constexpr std::uint32_t kClockTimeDataPoint = 1007; // the last of the clock's data points
 
 /// Data points whose values always go to the application that owns them.
 bool IsNeverReadInternal(std::uint32_t id) {
     return id == kReadyDataPoint || id == kStateDataPoint || (id >= 1008 && id <= 1049) ||
            (id >= 9000 && id <= 9999);
+}
+
+bool IsTimeDataPoint(std::uint32_t id) {
+    return id >= kClockDataPoint && id <= kClockTimeDataPoint;
 }
 
 /// A learn request of a scene goes to the data point behind the one that activates it.
@@ -39,6 +44,10 @@ void DscKnxAppPrg::KnxHandler::OnGroupValueWrite(int co, const KnxStack::GroupVa
         return;
     }
     const auto number = static_cast<std::uint16_t>(co);
+    if (m_translation.IsGroupAddressTranslationCo(number)) {
+        m_translation.OnGroupValueWrite(number, groupValue);
+        return;
+    }
     KNXDPT dpt = SizedDpt(groupValue.GetDefinedSize());
     std::uint32_t id = GetIDFromCO(number, dpt, kTelegram);
     if (id == 0)
@@ -54,6 +63,10 @@ void DscKnxAppPrg::KnxHandler::OnGroupValueWrite(int co, const KnxStack::GroupVa
     }
 
     const std::lock_guard lock(m_appPrg.m_clientMutex);
+    if (id == kClockDataPoint) {
+        m_dateTimeHandler.AddEntry(value, dpt);
+        return;
+    }
     if (id == kRestartDataPoint && value.ToDouble() != 0) {
         RestartDevice(m_appPrg.m_client);
         return;
@@ -71,6 +84,10 @@ void DscKnxAppPrg::KnxHandler::OnGroupValueResponse(int co, const KnxStack::Grou
         return;
     }
     const auto number = static_cast<std::uint16_t>(co);
+    if (m_translation.IsGroupAddressTranslationCo(number)) {
+        m_translation.OnGroupValueResponse(number, groupValue);
+        return;
+    }
     KNXDPT dpt = SizedDpt(groupValue.GetDefinedSize());
     std::uint32_t id = GetIDFromCO(number, dpt, kTelegram);
     if (id == 0)
@@ -98,6 +115,10 @@ bool DscKnxAppPrg::KnxHandler::OnGroupValueRead(int co, KnxStack::GroupValue& gr
         return false;
     }
     const auto number = static_cast<std::uint16_t>(co);
+    if (m_translation.IsGroupAddressTranslationCo(number)) {
+        m_translation.OnGroupValueRead(number);
+        return false; // the other application may answer
+    }
     KNXDPT dpt = SizedDpt(GetValueSizeFromCO(number));
     const std::uint32_t id = GetIDFromCO(number, dpt, kTelegram);
     if (id == 0)
@@ -105,6 +126,8 @@ bool DscKnxAppPrg::KnxHandler::OnGroupValueRead(int co, KnxStack::GroupValue& gr
 
     const std::lock_guard lock(m_appPrg.m_clientMutex);
     const bool readInternal = IsOxnReadInternalDataPoint(id);
+    if (IsTimeDataPoint(id))
+        NoteTimeTransfer();
     std::string text;
     if (!m_appPrg.m_client->GetValue(id, text, readInternal))
         return false;

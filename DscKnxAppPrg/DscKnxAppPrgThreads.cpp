@@ -17,6 +17,7 @@
 namespace {
 
 constexpr unsigned kResponseWaitMs = 250;
+constexpr std::uint8_t kNtpClientMode = 2;
 
 long long MillisecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
@@ -58,6 +59,11 @@ void DscKnxAppPrg::InitCaller::operator()() const {
         LOG4CPLUS_DEBUG(logger, "operator()(): Init thread finished.");
     } catch (const boost::thread_interrupted&) {
         LOG4CPLUS_ERROR(logger, "operator()(): Init thread has been interrupted.");
+    } catch (...) {
+        // The host gets to know that this start has no end, so that it can make another one.
+        if (m_control->running)
+            m_appPrg.DoFinalStartupState(StartupState::Failed);
+        throw;
     }
 }
 
@@ -71,7 +77,9 @@ void DscKnxAppPrg::InitCaller::Start() const {
     boost::this_thread::sleep_for(boost::chrono::seconds(1));
     if (!Running())
         return;
-    ApplyNtpPolicy();
+    m_appPrg.m_knxHandler.InitKnxPropertiesFromKnxStack();
+    if (Running())
+        ApplyNtpPolicy();
     if (Running())
         m_appPrg.m_knxHandler.InitFromDynamicHandlers();
     if (!Running())
@@ -82,8 +90,8 @@ void DscKnxAppPrg::InitCaller::Start() const {
     }
     if (!Running())
         return;
-    if (!m_appPrg.m_downloadHandlerFlag)
-        LOG4CPLUS_DEBUG(logger, "operator()(): do not start download handler.");
+    if (!RunDownloadHandler())
+        return;
     if (Running() && m_appPrg.m_knxHandler.UsesUrns())
         m_appPrg.m_knxHandler.UpdateIdUrnMap();
     if (!Running())
@@ -110,8 +118,51 @@ void DscKnxAppPrg::InitCaller::ApplyNtpPolicy() const {
     LOG4CPLUS_DEBUG(logger, "operator()(): Implicit NTP disable on client mode is active.");
     // The client is used without its mutex: it must still be there after a hub call that took long.
     boost::this_thread::interruption_point();
-    SetNtpState(m_appPrg.m_client, true);
-    LOG4CPLUS_INFO(logger, "operator()(): Enable NTP.");
+    if (m_appPrg.m_knxHandler.TimeMode() == kNtpClientMode) {
+        SetNtpState(m_appPrg.m_client, false);
+        LOG4CPLUS_INFO(logger, "operator()(): Disable NTP.");
+    } else {
+        SetNtpState(m_appPrg.m_client, true);
+        LOG4CPLUS_INFO(logger, "operator()(): Enable NTP.");
+    }
+}
+
+bool DscKnxAppPrg::InitCaller::RunDownloadHandler() const {
+    const log4cplus::Logger& logger = m_appPrg.m_logger;
+    if (!m_appPrg.m_downloadHandlerFlag) {
+        LOG4CPLUS_DEBUG(logger, "operator()(): do not start download handler.");
+        return true;
+    }
+    if (m_appPrg.m_callerEntryPoint == CallerEntryPoint::DeviceRestart) {
+        LOG4CPLUS_DEBUG(
+            logger,
+            "operator()(): Waiting 1 second before executing download handler to finish writing config.");
+        boost::this_thread::sleep_for(boost::chrono::seconds(1));
+    }
+    LOG4CPLUS_DEBUG(logger, "operator()(): execute download handler.");
+    const UpdateAppState result = ExecuteDownloadHandler();
+    LOG4CPLUS_DEBUG(logger, "operator()(): download handler result: " << static_cast<std::uint32_t>(result));
+    if (result == UpdateAppState::NoFile)
+        return true;
+    const bool changed = m_appPrg.m_etsConfigurationChanged;
+    if (!changed) {
+        LOG4CPLUS_DEBUG(logger, "operator()(): ETS Configuration Changed Raised not set, so change uas.");
+        return true;
+    }
+    if (Running())
+        LOG4CPLUS_DEBUG(logger, "operator()(): start up state is waiting for ETS project created. Flag is "
+                                    << changed);
+    return false;
+}
+
+DscKnxAppPrg::UpdateAppState DscKnxAppPrg::InitCaller::ExecuteDownloadHandler() const {
+    try {
+        return m_appPrg.ExecuteDownloadHandler();
+    } catch (const std::exception& error) {
+        // The device goes on with the project that it has.
+        LOG4CPLUS_ERROR(m_appPrg.m_logger, "operator()(): download handler failed: " << error.what());
+        return UpdateAppState::NoFile;
+    }
 }
 
 DscKnxAppPrg::ResponseQueueCaller::ResponseQueueCaller(DscKnxAppPrg& appPrg,
@@ -188,6 +239,18 @@ bool DscKnxAppPrg::StopInitThread(unsigned int timeoutMs) {
     }
     LOG4CPLUS_DEBUG(m_logger, "StopInitThread(): end.");
     return joined;
+}
+
+bool DscKnxAppPrg::StartConfigurationChangeThread() {
+    auto control = std::make_shared<ThreadControl>();
+    try {
+        StartWorker(control, ConfigurationChangeCaller(*this, CurrentStart()));
+    } catch (const boost::thread_resource_error& error) {
+        LOG4CPLUS_ERROR(m_logger, "Cannot create Thread. " << error.code().message());
+        return false;
+    }
+    control->thread.detach();
+    return true;
 }
 
 bool DscKnxAppPrg::StartResponseQueueThread() {

@@ -18,10 +18,25 @@ private:
     bool Running() const;
     void Start() const;
     void ApplyNtpPolicy() const;
+    /// False when the start goes on once the device stack has the project that a download handler made.
+    bool RunDownloadHandler() const;
+    UpdateAppState ExecuteDownloadHandler() const;
 
     DscKnxAppPrg& m_appPrg;
     KnxStack::IApiHub& m_hub;
     std::shared_ptr<ThreadControl> m_control;
+};
+
+/// The end of a configuration change, once the device stack has the new project. Nobody joins its thread.
+class DscKnxAppPrg::ConfigurationChangeCaller {
+public:
+    ConfigurationChangeCaller(DscKnxAppPrg& appPrg, std::uint64_t start) : m_appPrg(appPrg), m_start(start) {}
+
+    void operator()() const { m_appPrg.FinishConfigurationChange(m_start); }
+
+private:
+    DscKnxAppPrg& m_appPrg;
+    const std::uint64_t m_start;
 };
 
 /// Waits for read responses. No operation of the program starts it.

@@ -3,7 +3,12 @@
 
 #include "Tav/tavDynamicLibraryLoader.h"
 
+#include <boost/system/system_error.hpp>
+#include <boost/thread/exceptions.hpp>
+
+#include <exception>
 #include <list>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +24,26 @@ struct RegisteredHandler {
 /// file and a malformed file list nothing. Throws boost::filesystem::filesystem_error when the directory's
 /// status cannot be determined for another reason than absence.
 std::vector<RegisteredHandler> ReadHandlerRegistry(const std::string& directory, const std::string& name);
+
+/// The result of a call into plug-ins. What they throw comes out as a std::runtime_error with the same text:
+/// the type of their exception may be gone with its library before it is caught. An interruption of the
+/// thread passes through.
+template <typename Call>
+auto WithOwnExceptions(const Call& call) {
+    std::string text;
+    try {
+        return call();
+    } catch (const boost::thread_interrupted&) {
+        throw;
+    } catch (const boost::system::system_error& error) {
+        text = error.code().message(); // without the paths that a text of the file system names
+    } catch (const std::exception& error) {
+        text = error.what();
+    } catch (...) {
+        text = "unknown exception of a handler plug-in";
+    }
+    throw std::runtime_error(text);
+}
 
 /// A set of plug-ins, each a shared library with one handler object, in the order of the registry files.
 /// `CreateFn` is `Interface* (*)(std::string&)`, `DeleteFn` is `bool (*)(Interface*&)`. The set has no lock:

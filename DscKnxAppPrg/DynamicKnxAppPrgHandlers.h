@@ -4,13 +4,9 @@
 #include "DynamicHandlers.h"
 #include "Vesk/IKnxAppPrgHandler.h"
 
-#include <boost/thread/exceptions.hpp>
-
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -73,22 +69,6 @@ public:
     }
 
 private:
-    // The type of a plug-in's exception may be gone with its library before the exception is caught.
-    template <typename Call>
-    static auto WithOwnExceptions(const Call& call) {
-        std::string text;
-        try {
-            return call();
-        } catch (const boost::thread_interrupted&) {
-            throw;
-        } catch (const std::exception& error) {
-            text = error.what();
-        } catch (...) {
-            text = "unknown exception of a handler plug-in";
-        }
-        throw std::runtime_error(text);
-    }
-
     std::shared_ptr<const DynamicKnxAppPrgHandlers> Current() const;
     void Replace(std::shared_ptr<const DynamicKnxAppPrgHandlers> set);
 

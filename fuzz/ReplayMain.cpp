@@ -16,7 +16,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// On the heap and exactly as long as the input, so that a sanitizer sees every octet read beyond it.
 void Run(const Bytes& input) {
-    const Bytes copy(input);
+    Bytes copy;
+    copy.assign(input.begin(), input.end());
     LLVMFuzzerTestOneInput(copy.data(), copy.size());
 }
 

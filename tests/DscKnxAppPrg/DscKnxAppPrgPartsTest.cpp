@@ -152,7 +152,7 @@ TEST_F(PartsTest, DeviceTypes_AreFoundLetterForLetter) {
 }
 
 TEST_F(PartsTest, DeviceConfiguration_SetsTheDeviceType) {
-    const auto deviceType = [this] { return program.*Reach(PrivateMembers::DeviceTypeNumber()); };
+    const auto deviceType = [this] { return (program.*Reach(PrivateMembers::DeviceTypeNumber())).load(); };
     EXPECT_EQ(deviceType(), 0u);
     stack.configuration = Configuration("VELDNV03");
     SetUpWith({});
@@ -261,6 +261,7 @@ private:
 
 TEST_F(PartsTest, StopInitThread_OnTheThreadItself_IsAnErrorOfTheThreadLibrary) {
     SelfStoppingHub self(recorder, program);
+    self.propertyService = &propertyService;
     ASSERT_EQ(program.Init(self), StartupState::InProgress);
     ASSERT_TRUE(program.WaitForWorkers(10000));
     EXPECT_THAT(

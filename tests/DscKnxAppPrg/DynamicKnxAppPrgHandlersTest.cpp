@@ -81,7 +81,7 @@ TEST_F(FacadeTest, EveryQuestion_IsPassedOnWithItsArguments) {
     std::uint8_t dataType = 0;
     std::uint16_t count = 0;
     std::string name;
-    plugins["B"].propertyId = 52;
+    plugins["B"].properties = {{.name = "name", .propertyId = 52, .dataType = 5, .elementCount = 3}};
     plugins["B"].interfaceObjectId = 400;
     plugins["B"].extendedObjectType = 50001;
     plugins["B"].extendedProperties = {{.name = "p", .propertyId = 51}};

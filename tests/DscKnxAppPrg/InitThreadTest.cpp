@@ -34,9 +34,12 @@ TEST_F(NtpPolicyTest, WithoutTheSetting_NtpIsLeftAlone) {
 TEST_F(NtpPolicyTest, True_OutsideTheClientMode_EnablesNtp) {
     StartWithSetting("true");
     const auto lines = recorder.LinesOf("worker 1");
-    ASSERT_GE(lines.size(), 5u);
-    ExpectTranscript({lines.begin(), lines.begin() + 5}, R"(
+    ASSERT_GE(lines.size(), 8u);
+    ExpectTranscript({lines.begin(), lines.begin() + 8}, R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Implicit NTP disable on client mode is active.
         client SetConfiguration(Ntp=true)
@@ -70,6 +73,8 @@ TEST_F(InitThreadTest, UnansweredAnnouncement_IsLogged) {
 class StatusRequestTest : public ProgramTest {
 protected:
     StatusRequestTest() {
+        plugins["A"].interfaceObjectId = 50001;
+        propertyService.Add(50001).Add(201);
         plugins["A"].bindings = {{.co = 12, .id = 1002, .dpt = {1, 0, 1, 1}},
                                  {.co = 13, .id = 1003, .dpt = {8, 0, 5, 10}}};
         RegisterPlugins({"A"});

@@ -137,10 +137,12 @@ INSTANTIATE_TEST_SUITE_P(
                     )"},
                     HangingCall{"GetUseUrns", HangingCall::Plugin, false, false, false, R"(
                         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+                        plugin A GetGroupAddressTranslationRange()
                         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
                     )"},
                     HangingCall{"GetUseUrns", HangingCall::Plugin, true, false, false, R"(
                         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+                        plugin A GetGroupAddressTranslationRange()
                         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
                     )"},
                     HangingCall{"OnApplicationProgramRestarted", HangingCall::Hub, true, false, true, R"(

@@ -15,6 +15,7 @@ TEST_F(SetUpTest, Init_TakesTheServicesAndRegisters) {
         hub GetGroupValueService()
         hub GetApplicationProgramMemory()
         service RegisterGroupValueUser(user)
+        hub GetPropertyService()
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): end
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Exit(): starting...
         service RegisterGroupValueUser(null)
@@ -38,6 +39,7 @@ TEST_F(SetUpTest, Identification_WithUrnsButWithoutClient_KeepsThePrefix) {
     ExpectRecord("host", R"(
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: true
+        plugin A GetGroupAddressTranslationRange()
     )");
     EXPECT_EQ(handler.TrimUrn("urn:oxn:dp:house:lamp"), "lamp");
 }
@@ -84,7 +86,7 @@ TEST_F(SetUpTest, Descriptors_OfEveryPossibleCo_EndWithoutALog) {
 TEST_F(SetUpTest, Questions_ArePassedOnUnchanged) {
     plugins["A"].timeCos = {{20, {24, 0, 10, 1}}};
     plugins["A"].interfaceObjectId = 400;
-    plugins["A"].propertyId = 52;
+    plugins["A"].properties = {{.name = "name", .propertyId = 52, .dataType = 5, .elementCount = 3}};
     SetUpWith({"A"});
     unsigned char dataType = 0;
     std::string name;

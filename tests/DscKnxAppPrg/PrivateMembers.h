@@ -30,7 +30,7 @@ KNX_PRIVATE_MEMBER(InitThread, std::shared_ptr<DscKnxAppPrg::ThreadControl> DscK
 KNX_PRIVATE_MEMBER(CurrentState, std::atomic<StartupState> DscKnxAppPrg::*, m_startupState);
 KNX_PRIVATE_MEMBER(StackConfigPath, std::string DscKnxAppPrg::*, m_deviceStackConfigPath);
 KNX_PRIVATE_MEMBER(UserDataPath, std::string DscKnxAppPrg::*, m_userDataPath);
-KNX_PRIVATE_MEMBER(DeviceTypeNumber, std::uint32_t DscKnxAppPrg::*, m_deviceType);
+KNX_PRIVATE_MEMBER(DeviceTypeNumber, std::atomic<std::uint32_t> DscKnxAppPrg::*, m_deviceType);
 KNX_PRIVATE_MEMBER(Events, TavEvents DscKnxAppPrg::*, m_events);
 KNX_PRIVATE_MEMBER(Event, TavEvent DscKnxAppPrg::*, m_event);
 KNX_PRIVATE_MEMBER(Handlers, KnxAppPrgHandlerSet DscKnxAppPrg::*, m_handlers);

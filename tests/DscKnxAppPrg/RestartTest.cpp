@@ -79,10 +79,19 @@ TEST_F(RestartTest, AfterAStart_OnTheInitThread) {
     ASSERT_TRUE(InitThreadFinished());
     ExpectRecord("worker 2", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+        plugin A GetGroupAddressTranslationRange()
         hub OnApplicationProgramRestarted(1, 0)
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): Waiting 1 second before executing download handler to finish writing config.
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): execute download handler.
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 0
+        hub GetDownloadService()
+        DEBUG KnxStack.DscKnxAppPrg | operator()(): download handler result: 1
         DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
         hub OnApplicationProgramStartupStateChanged(1)
         DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 1
@@ -114,9 +123,13 @@ TEST_F(RestartTest, FollowedByExitAndInit_LeavesNothingOfItBehind) {
     ASSERT_TRUE(InitThreadFinished());
     ExpectRecord("worker 3", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+        plugin A GetGroupAddressTranslationRange()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
         DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
         hub OnApplicationProgramStartupStateChanged(1)

@@ -88,6 +88,7 @@ TEST_F(StartFailureTest, Init_Again_FindsTheClientAndTheInitThread) {
         hub GetGroupValueService()
         hub GetApplicationProgramMemory()
         service RegisterGroupValueUser(user)
+        hub GetPropertyService()
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): end
         DEBUG KnxStack.DscKnxAppPrg | StartInitThread(): starting...
         ERROR KnxStack.DscKnxAppPrg | Cannot create Thread. Thread already running.
@@ -147,8 +148,13 @@ TEST_F(StartFailureTest, InitThread_ThatMeetsAThrowingPlugin_LogsItAndEnds) {
         "ERROR KnxStack.DscKnxAppPrg | operator()(): Thread ended by an exception: no configuration file"));
     ExpectRecord("worker 1", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
+        hub OnApplicationProgramStartupStateChanged(0)
+        DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 0
         ERROR KnxStack.DscKnxAppPrg | operator()(): Thread ended by an exception: no configuration file
     )");
     EXPECT_TRUE(Exit());
@@ -168,6 +174,7 @@ public:
 
 TEST_F(StartFailureTest, InitThread_ThatMeetsAnUnknownException_LogsItAndEnds) {
     ThrowingHub throwing(recorder);
+    throwing.propertyService = &propertyService;
     Create();
     EXPECT_EQ(program->Init(throwing), StartupState::InProgress);
     EXPECT_TRUE(recorder.WaitFor(

@@ -59,6 +59,9 @@ TEST_F(StartTest, FirstStart_OnTheHostsThread) {
         hub GetGroupValueService()
         hub GetApplicationProgramMemory()
         service RegisterGroupValueUser(user)
+        hub GetPropertyService()
+        plugin A GetInterfaceObjectId()
+        plugin A GetExtendedProperties()
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): end
         DEBUG KnxStack.DscKnxAppPrg | StartInitThread(): starting...
         DEBUG KnxStack.DscKnxAppPrg | StartInitThread(): started a new thread for updating enabled objects.
@@ -86,9 +89,13 @@ TEST_F(StartTest, FirstStart_OnTheInitThread) {
     ASSERT_TRUE(InitThreadFinished());
     ExpectRecord("worker 1", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+        plugin A GetGroupAddressTranslationRange()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
         DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
         hub OnApplicationProgramStartupStateChanged(1)
@@ -117,9 +124,13 @@ TEST_F(StartTest, FirstStart_WithADeviceRestartToCome_ReportsAFinalStateButAnnou
                                  "DEBUG KnxStack.DscKnxAppPrg | Init(): start up state is 0"));
     ExpectRecord("worker 1", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: false
+        plugin A GetGroupAddressTranslationRange()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
         DEBUG KnxStack.DscKnxAppPrg | operator()(): DoFinalStartupState with state: 1
         hub OnApplicationProgramStartupStateChanged(1)
@@ -147,11 +158,15 @@ TEST_F(StartTest, FirstStart_WithUrns_AsksForThePrefixAndTheProcessView) {
     ASSERT_TRUE(InitThreadFinished());
     ExpectRecord("worker 1", R"(
         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread started.
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Error creating calculator configuration interface object
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error register Property with id = 201
+        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is NULL.
         hub GetApplicationProgramSettings()
         plugin A GetUseUrns()
         INFO KnxStack.DscKnxAppPrg.KnxHandler | Checking whether to use URNs instead of IDs: true
         client GetUrn(1000, 0)
         INFO KnxStack.DscKnxAppPrg.KnxHandler | URN prefix: 'urn:oxn:dp:house:'
+        plugin A GetGroupAddressTranslationRange()
         DEBUG KnxStack.DscKnxAppPrg | operator()(): do not start download handler.
         INFO KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Updating ID-URN Map
         client Command({"command":"GetProcessView","cached":true}, 5 s)

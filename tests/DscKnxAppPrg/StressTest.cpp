@@ -150,6 +150,8 @@ TEST_F(StressTest, ManyProgramsAtOnce) {
     // Each with a host of its own; they share the device stack's process, the plug-in and the logging.
     const auto life = [this] {
         TestSupport::FakeHub own(recorder);
+        TestSupport::FakePropertyService objects(recorder);
+        own.propertyService = &objects;
         KnxStack::IApplicationProgram* const one = ProgramLibrary::Get().create();
         EXPECT_EQ(one->Init(own), StartupState::InProgress);
         EXPECT_EQ(one->OnDeviceRestart(), StartupState::InProgress);

@@ -6,6 +6,7 @@ World::World() {
     files.Write("user/readme.txt", "nor here\n");
     stack.configuration = Configuration("QTRMNV01");
     hub.groupValueService = &service;
+    hub.propertyService = &propertyService;
 }
 
 std::string World::Configuration(const std::string& deviceId) const {

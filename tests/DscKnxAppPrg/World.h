@@ -5,6 +5,7 @@
 #include "FakeGroupValueService.h"
 #include "FakeHub.h"
 #include "FakePlugins.h"
+#include "FakePropertyService.h"
 #include "LogRecorder.h"
 #include "Recorder.h"
 #include "TemporaryDirectory.h"
@@ -30,6 +31,10 @@ protected:
     /// directory: "stack" (the device stack's configuration) or "user" (the user data).
     void RegisterPlugins(std::initializer_list<const char*> names, const std::string& directory = "stack",
                          const std::string& program = "dscknxappprg");
+    /// Lists download handlers in the registry file of the "user" directory.
+    void RegisterDownloadHandlers(std::initializer_list<const char*> names) {
+        RegisterPlugins(names, "user", "dscknxdownload");
+    }
     void RegisterLibrary(const std::string& path);
 
     /// The device configuration with the given device identifier.
@@ -51,5 +56,6 @@ protected:
     TestSupport::FakePlugins plugins{recorder};
     TestSupport::FakeDeviceStack stack{recorder};
     TestSupport::FakeGroupValueService service{recorder};
+    TestSupport::FakePropertyService propertyService{recorder};
     TestSupport::FakeHub hub{recorder};
 };

@@ -268,6 +268,18 @@ std::future<bool> FakeDeviceStack::AnswerGetValue(Id id, std::string urn, std::s
     });
 }
 
+std::future<bool> FakeDeviceStack::ConfigurationChanged(std::string key, std::string value) {
+    return Post([key = std::move(key), value = std::move(value)](Client& client) {
+        return client.eventHandler->OnConfigurationChanged(client.eventContext, 0, key, value);
+    });
+}
+
+std::future<bool> FakeDeviceStack::ApplicationEvent(std::string sender, std::string message) {
+    return Post([sender = std::move(sender), message = std::move(message)](Client& client) {
+        return client.eventHandler->OnApplicationEvent(client.eventContext, sender, message);
+    });
+}
+
 std::future<bool> FakeDeviceStack::EveryOtherCallback() {
     return Post([](Client& client) {
         Vesk::IDeviceStackClient::IEventHandler& events = *client.eventHandler;

@@ -48,6 +48,8 @@ public:
     std::future<bool> ReadValue(Id id, std::string urn);
     std::future<bool> WriteValue(Id id, std::string value, std::string urn);
     std::future<bool> AnswerGetValue(Id id, std::string urn, std::string value);
+    std::future<bool> ConfigurationChanged(std::string key, std::string value);
+    std::future<bool> ApplicationEvent(std::string sender, std::string message);
     std::future<bool> EveryOtherCallback();
 
     /// What the application gave as `ctx` of its three handlers; null before it has registered.

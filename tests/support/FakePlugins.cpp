@@ -1,5 +1,6 @@
 #include "FakePlugins.h"
 
+#include "KnxStack/BinaryData.h"
 #include "Recorder.h"
 #include "plugins/TestPluginLink.h"
 
@@ -133,12 +134,13 @@ std::uint32_t FakePlugin::GetInterfaceObjectId() {
 
 std::uint32_t FakePlugin::GetPropertyByIndex(std::uint32_t index, std::uint8_t& dataType, std::string& name,
                                              std::uint16_t& elementCount) {
-    if (!Enter("GetPropertyByIndex", std::to_string(index)) || index != 1)
+    if (!Enter("GetPropertyByIndex", std::to_string(index)) || index == 0 || index > properties.size())
         return 0;
-    dataType = 5;
-    name = "name";
-    elementCount = 3;
-    return propertyId;
+    const Vesk::KnxAppPrg::ExtendedProperty& property = properties[index - 1];
+    dataType = property.dataType;
+    name = property.name;
+    elementCount = property.elementCount;
+    return property.propertyId;
 }
 
 std::uint32_t FakePlugin::GetExtendedInterfaceObjectType() {
@@ -165,6 +167,43 @@ bool FakePlugin::Reload() {
     return Enter("Reload", "") && reloads;
 }
 
+bool FakeDownloadPlugin::Enter(const char* operation, const std::string& arguments) {
+    m_recorder.Add("download " + m_name + " " + operation + "(" + arguments + ")");
+    return faults.Enter(operation);
+}
+
+bool FakeDownloadPlugin::OnCreate(const std::string& configFile) {
+    return Enter("CreateHandler", configFile);
+}
+
+void FakeDownloadPlugin::OnDelete() {
+    Enter("DeleteHandler", "");
+}
+
+bool FakeDownloadPlugin::Initialize() {
+    return Enter("Initialize", "");
+}
+
+bool FakeDownloadPlugin::CreateFileWithKnxData(const Vesk::KnxAppPrg::InterfaceObjectMap& interfaceObjects,
+                                               const KnxStack::BinaryData& data,
+                                               std::function<void()> announce, AppData appData,
+                                               const Vesk::KnxAppPrg::CoDescriptorDataMap& coDescriptors) {
+    std::string objects;
+    for (const auto& [key, list] : interfaceObjects)
+        objects += (objects.empty() ? "" : ", ") + std::to_string(key) + ": " + std::to_string(list.size());
+    std::string cos;
+    for (const auto& [co, descriptor] : coDescriptors)
+        cos += (cos.empty() ? "" : ", ") + std::to_string(descriptor.co);
+    m_recorder.Add("download " + m_name + " CreateFileWithKnxData({" + objects + "}, " + data.ToString() +
+                   ", " + (announce ? "announce" : "nothing") + ", " +
+                   (appData.configurationChangeRaised ? "raised" : "not raised") + ", {" + cos + "})");
+    for (unsigned i = 0; announce && i < announcements; ++i) {
+        m_recorder.Add("download " + m_name + " announces");
+        announce();
+    }
+    return faults.Enter("CreateFileWithKnxData") && creates;
+}
+
 FakePlugins::FakePlugins(Recorder& recorder) : m_recorder(recorder) {
     s_current = this;
 }
@@ -176,6 +215,11 @@ FakePlugins::~FakePlugins() {
 FakePlugin& FakePlugins::operator[](const std::string& name) {
     const std::lock_guard lock(m_mutex);
     return m_plugins.try_emplace(name, m_recorder, name).first->second;
+}
+
+FakeDownloadPlugin& FakePlugins::Download(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    return m_downloads.try_emplace(name, m_recorder, name).first->second;
 }
 
 std::string FakePlugins::Library(const std::string& name) {
@@ -199,6 +243,15 @@ Vesk::IKnxAppPrgHandler* KnxTestPluginCreate(const char* library, std::string& c
 
 void KnxTestPluginDelete(const char* library) {
     (*TestSupport::FakePlugins::Current())[library].OnDelete();
+}
+
+Vesk::IKnxDownloadHandler* KnxTestDownloadPluginCreate(const char* library, std::string& configFile) {
+    TestSupport::FakeDownloadPlugin& plugin = TestSupport::FakePlugins::Current()->Download(library);
+    return plugin.OnCreate(configFile) ? &plugin : nullptr;
+}
+
+void KnxTestDownloadPluginDelete(const char* library) {
+    TestSupport::FakePlugins::Current()->Download(library).OnDelete();
 }
 
 void KnxTestLibraryEvent(const char* library, const char* event) {

@@ -3,8 +3,10 @@
 
 #include "Faults.h"
 #include "Vesk/IKnxAppPrgHandler.h"
+#include "Vesk/IKnxDownloadHandler.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -40,7 +42,7 @@ public:
     std::vector<Binding> bindings;
     std::vector<std::pair<std::uint16_t, KNXDPT>> timeCos;
     std::uint32_t interfaceObjectId = 0;
-    std::uint32_t propertyId = 0; ///< of index 1, with type 5, name "name" and 3 elements
+    std::vector<Vesk::KnxAppPrg::ExtendedProperty> properties; ///< of the own object, from index 1 on
     std::uint32_t extendedObjectType = 0;
     std::vector<Vesk::KnxAppPrg::ExtendedProperty> extendedProperties;
     std::pair<std::uint16_t, std::uint16_t> translationRange{0, 0};
@@ -87,10 +89,43 @@ private:
     std::string m_name;
 };
 
+/// What one download handler does. Recorded as
+///
+///     download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+///
+/// with the number of interface objects under each key, the data, "announce" or "nothing" for the callback,
+/// "raised" or "not raised", and the COs; then "download DownloadA announces" before each call of the
+/// callback. Faults as for FakePlugin, those of CreateFileWithKnxData after the announcements.
+class FakeDownloadPlugin : public Vesk::IKnxDownloadHandler {
+public:
+    FakeDownloadPlugin(Recorder& recorder, std::string name)
+        : m_recorder(recorder), m_name(std::move(name)) {}
+
+    bool creates = false;       ///< the answer
+    unsigned announcements = 0; ///< calls of the callback, if there is one
+    Faults faults;
+
+    bool Initialize() override;
+    bool CreateFileWithKnxData(const Vesk::KnxAppPrg::InterfaceObjectMap& interfaceObjects,
+                               const KnxStack::BinaryData& data, std::function<void()> announce,
+                               AppData appData,
+                               const Vesk::KnxAppPrg::CoDescriptorDataMap& coDescriptors) override;
+
+    /// For the library.
+    bool OnCreate(const std::string& configFile);
+    void OnDelete();
+
+private:
+    bool Enter(const char* operation, const std::string& arguments);
+
+    Recorder& m_recorder;
+    std::string m_name;
+};
+
 /// The plug-ins of the test's process, by the name of their library. One object at a time.
 ///
-/// The libraries lie in Directory(): A, B and C are whole plug-ins; WithoutCreate and WithoutDelete lack an
-/// export. Loading and unloading is recorded as "library A loaded" and "library A unloaded".
+/// A, B and C are whole plug-ins; WithoutCreate and WithoutDelete lack an export; DownloadA and DownloadB are
+/// download handlers. Loading and unloading is recorded as "library A loaded" and "library A unloaded".
 class FakePlugins {
 public:
     explicit FakePlugins(Recorder& recorder);
@@ -99,6 +134,7 @@ public:
     FakePlugins& operator=(const FakePlugins&) = delete;
 
     FakePlugin& operator[](const std::string& name);
+    FakeDownloadPlugin& Download(const std::string& name);
 
     /// Path of the library.
     static std::string Library(const std::string& name);
@@ -111,7 +147,8 @@ public:
 private:
     Recorder& m_recorder;
     std::mutex m_mutex;
-    std::map<std::string, FakePlugin> m_plugins; // under m_mutex
+    std::map<std::string, FakePlugin> m_plugins;           // under m_mutex
+    std::map<std::string, FakeDownloadPlugin> m_downloads; // under m_mutex
 };
 
 } // namespace TestSupport

@@ -1,38 +1,12 @@
 // A handler plug-in that passes every question on to the test program, which was linked with its symbols
 // exported. Everything that a plug-in may bring along comes from this library: the handler object, its code,
 // and the type of the exceptions that it throws, so that whoever uses one of them after unloading crashes.
+#include "TestPluginLibrary.h"
 #include "TestPluginLink.h"
 
-#include <exception>
 #include <string>
-#include <utility>
 
 namespace {
-
-struct LibraryLife {
-    LibraryLife() { KnxTestLibraryEvent(KNX_TEST_PLUGIN_NAME, "loaded"); }
-    ~LibraryLife() { KnxTestLibraryEvent(KNX_TEST_PLUGIN_NAME, "unloaded"); }
-};
-const LibraryLife s_life;
-
-class PluginFailure : public std::exception {
-public:
-    explicit PluginFailure(std::string text) : m_text(std::move(text)) {}
-    const char* what() const noexcept override { return m_text.c_str(); }
-
-private:
-    std::string m_text;
-};
-
-/// The result of the call; what it throws comes out as an exception of this library.
-template <typename Call>
-auto Own(const Call& call) {
-    try {
-        return call();
-    } catch (const std::exception& error) {
-        throw PluginFailure(error.what());
-    }
-}
 
 class Handler : public Vesk::IKnxAppPrgHandler {
 public:

@@ -1,0 +1,95 @@
+#include "FakePropertyService.h"
+
+#include "Recorder.h"
+
+namespace TestSupport {
+
+void FakeProperty::SetActive(int active) {
+    m_recorder.Add("property " + m_name + " SetActive(" + std::to_string(active) + ")");
+}
+
+KnxStack::BinaryData FakeProperty::GetValue() const {
+    m_recorder.Add("property " + m_name + " GetValue() -> " + value.ToString());
+    return value;
+}
+
+void FakeProperty::SetValue(const KnxStack::BinaryData& newValue) {
+    m_recorder.Add("property " + m_name + " SetValue(" + newValue.ToString() + ")");
+    value = newValue;
+}
+
+FakeProperty& FakeInterfaceObject::Add(KnxStack::PropertyId id) {
+    return properties.try_emplace(id, m_service.GetRecorder(), m_name + "/" + std::to_string(id))
+        .first->second;
+}
+
+KnxStack::IInterfaceObjectProperty*
+FakeInterfaceObject::Create(const char* operation, KnxStack::PropertyId id, const std::string& arguments) {
+    const bool works =
+        m_service.faults.Enter(operation) && m_service.faults.Enter(operation + (" " + m_name));
+    FakeProperty* const property = works ? &Add(id) : nullptr;
+    m_service.GetRecorder().Add("object " + m_name + " " + operation + "(" + std::to_string(id) + ", " +
+                                arguments + ")" + (works ? "" : " -> null"));
+    return property;
+}
+
+KnxStack::IInterfaceObjectProperty* FakeInterfaceObject::CreateProperty(KnxStack::PropertyId id,
+                                                                        std::uint8_t dataType, int persistent,
+                                                                        int writeEnabled) {
+    return Create("CreateProperty", id,
+                  std::to_string(dataType) + ", " + std::to_string(persistent) + ", " +
+                      std::to_string(writeEnabled));
+}
+
+KnxStack::IInterfaceObjectProperty*
+FakeInterfaceObject::CreateArrayProperty(KnxStack::PropertyId id, std::uint8_t dataType,
+                                         std::uint16_t elementCount, int persistent, int writeEnabled) {
+    return Create("CreateArrayProperty", id,
+                  std::to_string(dataType) + ", " + std::to_string(elementCount) + ", " +
+                      std::to_string(persistent) + ", " + std::to_string(writeEnabled));
+}
+
+KnxStack::IInterfaceObjectProperty* FakeInterfaceObject::GetProperty(KnxStack::PropertyId id) {
+    const auto property = m_service.faults.Enter("GetProperty") ? properties.find(id) : properties.end();
+    const bool found = property != properties.end();
+    m_service.GetRecorder().Add("object " + m_name + " GetProperty(" + std::to_string(id) + ")" +
+                                (found ? "" : " -> null"));
+    return found ? &property->second : nullptr;
+}
+
+FakeInterfaceObject& FakePropertyService::Add(std::uint16_t type) {
+    std::uint16_t instance = 1;
+    while (m_objects.contains({type, instance}))
+        ++instance;
+    const std::string name = std::to_string(type) + "/" + std::to_string(instance);
+    return m_objects.try_emplace({type, instance}, *this, name).first->second;
+}
+
+FakeInterfaceObject* FakePropertyService::Find(std::uint32_t type, std::uint16_t instance) {
+    const auto object =
+        type <= 0xFFFF ? m_objects.find({static_cast<std::uint16_t>(type), instance}) : m_objects.end();
+    return object != m_objects.end() ? &object->second : nullptr;
+}
+
+FakeInterfaceObject* FakePropertyService::Answer(const std::string& call, FakeInterfaceObject* object) {
+    m_recorder.Add("properties " + call + " -> " + (object != nullptr ? object->Name() : "null"));
+    return object;
+}
+
+KnxStack::IInterfaceObject* FakePropertyService::CreateInterfaceObject(std::uint16_t type) {
+    return Answer("CreateInterfaceObject(" + std::to_string(type) + ")",
+                  faults.Enter("CreateInterfaceObject") ? &Add(type) : nullptr);
+}
+
+KnxStack::IInterfaceObject* FakePropertyService::GetInterfaceObjectById(std::uint32_t id) {
+    return Answer("GetInterfaceObjectById(" + std::to_string(id) + ")",
+                  faults.Enter("GetInterfaceObjectById") ? Find(id, 1) : nullptr);
+}
+
+KnxStack::IInterfaceObject* FakePropertyService::GetInterfaceObject(std::uint16_t type,
+                                                                    std::uint16_t instance) {
+    return Answer("GetInterfaceObject(" + std::to_string(type) + ", " + std::to_string(instance) + ")",
+                  faults.Enter("GetInterfaceObject") ? Find(type, instance) : nullptr);
+}
+
+} // namespace TestSupport
