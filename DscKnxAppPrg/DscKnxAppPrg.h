@@ -288,7 +288,7 @@ public:
         // which is before Init.
         std::atomic<KnxStack::IGroupValueService*> m_groupValueService = nullptr;
         KnxStack::IApplicationProgramMemory* m_appPrgMemory = nullptr;
-        KnxStack::IInterfaceObjectProperty* m_timeModeProperty = nullptr; // init thread only
+        std::atomic<KnxStack::IInterfaceObjectProperty*> m_timeModeProperty = nullptr; // written by starts
 
         KnxPropertyHandler m_knxPropertyHandler;
         GroupAddressTranslationHandler m_translation;

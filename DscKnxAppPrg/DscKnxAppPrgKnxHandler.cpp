@@ -24,8 +24,20 @@ constexpr std::uint32_t kTypeWithTimeModeInMemory = 2;
 constexpr std::size_t kTimeModeAddress = 48;
 constexpr std::size_t kSmallestMemory = 97; // of a download that has a time mode
 
-unsigned TimeModeOf(std::uint8_t byte) {
-    return byte >> 6;
+std::uint8_t TimeModeOf(std::uint8_t byte) {
+    return static_cast<std::uint8_t>(byte >> 6);
+}
+
+/// The KNX stack's answer. The question is not interrupted; but a start that was stopped meanwhile ends
+/// behind it and leaves the answer to the start that came after it.
+template <typename Question>
+auto AskStack(const Question& question) {
+    const auto answer = [&] {
+        const boost::this_thread::disable_interruption stackCall;
+        return question();
+    }();
+    boost::this_thread::interruption_point();
+    return answer;
 }
 
 } // namespace
@@ -61,8 +73,10 @@ bool DscKnxAppPrg::KnxHandler::InitProperties(KnxStack::IPropertyService* servic
         return m_knxPropertyHandler.Init(service, m_interfaceObjects);
     } catch (const std::exception& error) {
         LOG4CPLUS_ERROR(m_logger, "Init(): Can't register KNX properties: " << error.what());
-        return false;
+    } catch (...) {
+        LOG4CPLUS_ERROR(m_logger, "Init(): Can't register KNX properties: unknown exception");
     }
+    return false;
 }
 
 void DscKnxAppPrg::KnxHandler::InitFromDynamicHandlers() {
@@ -108,9 +122,10 @@ void DscKnxAppPrg::KnxHandler::SetTranslationRange() {
 }
 
 void DscKnxAppPrg::KnxHandler::InitKnxPropertiesFromKnxStack() {
-    const boost::this_thread::disable_interruption stackCalls;
-    m_timeModeProperty = m_knxPropertyHandler.GetKnxPropertyObject(kTimeModeProperty);
-    if (m_timeModeProperty == nullptr) {
+    KnxStack::IInterfaceObjectProperty* const property =
+        AskStack([&] { return m_knxPropertyHandler.GetKnxPropertyObject(kTimeModeProperty); });
+    m_timeModeProperty = property;
+    if (property == nullptr) {
         LOG4CPLUS_ERROR(m_logger, "Error register Property with id = " << kTimeModeProperty);
         if (m_appPrg.m_deviceType == kTypeWithTimeModeInMemory)
             ReadTimeModeFromMemory();
@@ -118,10 +133,10 @@ void DscKnxAppPrg::KnxHandler::InitKnxPropertiesFromKnxStack() {
             LOG4CPLUS_INFO(m_logger, "InitKnxPropertiesFromKnxStack(): Time mode property is NULL.");
         return;
     }
-    const KnxStack::BinaryData value = m_timeModeProperty->GetValue();
+    const KnxStack::BinaryData value = AskStack([&] { return property->GetValue(); });
     LOG4CPLUS_DEBUG(m_logger, "InitKnxPropertiesFromKnxStack(): Time mode property is: " << value.ToString());
     if (value.GetSize() != 0) // nothing was written yet: the mode stays
-        m_timeMode = static_cast<std::uint8_t>(TimeModeOf(value.Bytes()[0]));
+        m_timeMode = TimeModeOf(value.Bytes()[0]);
     LOG4CPLUS_INFO(m_logger,
                    "InitKnxPropertiesFromKnxStack(): Time mode is: " << static_cast<unsigned>(m_timeMode));
 }
@@ -131,12 +146,12 @@ void DscKnxAppPrg::KnxHandler::ReadTimeModeFromMemory() {
         LOG4CPLUS_ERROR(m_logger, "InitKnxPropertiesFromKnxStack(): AppPrg1 Memory is NULL.");
         return;
     }
-    const KnxStack::BinaryData& memory = m_appPrgMemory->GetData();
+    const KnxStack::BinaryData memory = AskStack([&] { return m_appPrgMemory->GetData(); });
     if (memory.GetSize() < kSmallestMemory) {
         LOG4CPLUS_ERROR(m_logger, "InitKnxPropertiesFromKnxStack(): AppPrg1 Memory hasn't enough data.");
         return;
     }
-    m_timeMode = static_cast<std::uint8_t>(TimeModeOf(memory.Bytes()[kTimeModeAddress]));
+    m_timeMode = TimeModeOf(memory.Bytes()[kTimeModeAddress]);
     LOG4CPLUS_INFO(m_logger,
                    "InitKnxPropertiesFromKnxStack(): Time mode is: " << static_cast<unsigned>(m_timeMode));
 }
@@ -144,7 +159,8 @@ void DscKnxAppPrg::KnxHandler::ReadTimeModeFromMemory() {
 bool DscKnxAppPrg::KnxHandler::IsTimeTransferDue() const {
     const std::uint64_t now = TavTickCount::Now();
     const std::shared_lock lock(m_timeTransferLock);
-    return now - m_timeTransferTick > kLongestPauseTicks;
+    // A telegram may note a transfer between the two lines above, which is then later than now.
+    return now > m_timeTransferTick && now - m_timeTransferTick > kLongestPauseTicks;
 }
 
 void DscKnxAppPrg::KnxHandler::NoteTimeTransfer() {

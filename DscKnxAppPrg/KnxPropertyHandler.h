@@ -6,9 +6,7 @@
 
 #include <log4cplus/logger.h>
 
-#include <atomic>
 #include <cstdint>
-#include <map>
 #include <vector>
 
 class DscKnxAppPrg;

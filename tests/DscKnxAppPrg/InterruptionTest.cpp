@@ -11,7 +11,7 @@ namespace {
 
 /// A call that hangs while its start is stopped, and what the init thread does once it comes back.
 struct HangingCall {
-    enum Owner { Hub, Client, Plugin };
+    enum Owner { Hub, Client, Plugin, Properties };
 
     const char* operation;
     Owner owner;
@@ -29,6 +29,8 @@ class StopTest : public KnxHandlerTest, public testing::WithParamInterface<Hangi
 protected:
     StopTest() {
         hub.settings = {{"ImplicitNtpDisableOnClientMode", "true"}};
+        propertyService.Add(50001).Add(201).value = {0x40};
+        plugins["A"].interfaceObjectId = 50001;
         plugins["A"].useUrns = GetParam().urns;
         plugins["A"].bindings = {{.co = 12, .id = 1002, .dpt = {1, 0, 1, 1}}};
         service.objects[12] = TestSupport::FakeGroupObject(1);
@@ -40,6 +42,7 @@ protected:
         switch (owner) {
         case HangingCall::Hub: return hub.faults;
         case HangingCall::Client: return stack.faults;
+        case HangingCall::Properties: return propertyService.faults;
         default: return plugins["A"].faults;
         }
     }
@@ -77,7 +80,15 @@ TEST_P(InterruptionTest, StopDuringTheCall_TakesEffectAfterIt) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, InterruptionTest,
-    testing::Values(HangingCall{"GetApplicationProgramSettings", HangingCall::Hub, false, false, false, R"(
+    testing::Values(HangingCall{"GetProperty", HangingCall::Properties, false, false, false, R"(
+            object 50001/1 GetProperty(201)
+            ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
+        )"},
+                    HangingCall{"GetValue", HangingCall::Properties, false, false, false, R"(
+            property 50001/1/201 GetValue() -> 40
+            ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
+        )"},
+                    HangingCall{"GetApplicationProgramSettings", HangingCall::Hub, false, false, false, R"(
             DEBUG KnxStack.DscKnxAppPrg | operator()(): Implicit NTP disable on client mode is active.
             ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
         )"},
@@ -129,7 +140,13 @@ TEST_P(StopInTimeTest, AfterTheCall_NoFurtherStepIsDone) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, StopInTimeTest,
-    testing::Values(HangingCall{"GetApplicationProgramSettings", HangingCall::Hub, false, false, false, R"(
+    testing::Values(HangingCall{"GetValue", HangingCall::Properties, false, false, false, R"(
+                        property 50001/1/201 GetValue() -> 40
+                        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode property is: 40
+                        INFO KnxStack.DscKnxAppPrg.KnxHandler | InitKnxPropertiesFromKnxStack(): Time mode is: 1
+                        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+                    )"},
+                    HangingCall{"GetApplicationProgramSettings", HangingCall::Hub, false, false, false, R"(
                         DEBUG KnxStack.DscKnxAppPrg | operator()(): Implicit NTP disable on client mode is active.
                         client SetConfiguration(Ntp=true)
                         INFO KnxStack.DscKnxAppPrg | operator()(): Enable NTP.
@@ -163,8 +180,9 @@ protected:
     }
     ~LateAnswerTest() override { program.Exit(); }
 
-    /// Stops a start that hangs in a question, and lets it have its answer.
-    void StopDuring(TestSupport::Faults& faults, const char* operation) {
+    /// Stops a start that hangs in a question, and lets it have its answer, which is recorded as `answer` if
+    /// at all.
+    void StopDuring(TestSupport::Faults& faults, const char* operation, const std::string& answer = {}) {
         const auto gate = faults.Block(operation);
         ASSERT_EQ(program.Init(hub), StartupState::InProgress);
         ASSERT_TRUE(gate->WaitForArrival());
@@ -173,13 +191,21 @@ protected:
         gate->Open();
         ASSERT_TRUE(program.WaitForWorkers(30000));
         ExpectRecord("worker 1",
-                     "ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.");
+                     answer +
+                         "\nERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.");
     }
 };
 
 TEST_F(LateAnswerTest, WhetherToUseUrns_IsNotTaken) {
     StopDuring(plugins["A"].faults, "GetUseUrns");
     EXPECT_FALSE(handler.UsesUrns());
+}
+
+TEST_F(LateAnswerTest, TimeMode_IsNotTaken) {
+    propertyService.Add(50001).Add(201).value = {0x40};
+    plugins["A"].interfaceObjectId = 50001;
+    StopDuring(propertyService.faults, "GetValue", "property 50001/1/201 GetValue() -> 40");
+    EXPECT_EQ(handler.TimeMode(), 0);
 }
 
 TEST_F(LateAnswerTest, UrnOfTheDevice_IsNotTaken) {

@@ -134,13 +134,17 @@ std::uint32_t FakePlugin::GetInterfaceObjectId() {
 
 std::uint32_t FakePlugin::GetPropertyByIndex(std::uint32_t index, std::uint8_t& dataType, std::string& name,
                                              std::uint16_t& elementCount) {
-    if (!Enter("GetPropertyByIndex", std::to_string(index)) || index == 0 || index > properties.size())
+    const bool answers = Enter("GetPropertyByIndex", std::to_string(index));
+    if (recordsGivenProperty)
+        m_recorder.Add("plugin " + m_name + " is given " + Quoted(name) + ", " + std::to_string(dataType) +
+                       ", " + std::to_string(elementCount));
+    if (!answers || index == 0 || index > properties.size())
         return 0;
     const Vesk::KnxAppPrg::ExtendedProperty& property = properties[index - 1];
     dataType = property.dataType;
     name = property.name;
     elementCount = property.elementCount;
-    return property.propertyId;
+    return property.propertyId + propertyIdOffset;
 }
 
 std::uint32_t FakePlugin::GetExtendedInterfaceObjectType() {

@@ -53,7 +53,10 @@ public:
     bool refusesGivenSize = false; ///< asked with a size and no type, has no answer
     bool recordsGivenDpt =
         false; ///< records as "plugin A is given <size>:<main>.<sub>" what it is asked with
-    std::string changedConfigFile; ///< not empty = CreateHandler changes its argument to this
+    bool recordsGivenProperty = false;  ///< records as "plugin A is given '<name>', <data type>, <element
+                                        ///< count>" the same of a property
+    std::uint32_t propertyIdOffset = 0; ///< added to the ids of the own object's properties
+    std::string changedConfigFile;      ///< not empty = CreateHandler changes its argument to this
     Faults faults;
 
     bool Initialize() override;

@@ -5,22 +5,24 @@
 namespace TestSupport {
 
 void FakeProperty::SetActive(int active) {
-    m_recorder.Add("property " + m_name + " SetActive(" + std::to_string(active) + ")");
+    m_service.GetRecorder().Add("property " + m_name + " SetActive(" + std::to_string(active) + ")");
 }
 
 KnxStack::BinaryData FakeProperty::GetValue() const {
-    m_recorder.Add("property " + m_name + " GetValue() -> " + value.ToString());
+    m_service.faults.Enter("GetValue");
+    const std::string who = "property " + m_name;
+    InterruptionPoint(m_service.GetRecorder(), who.c_str(), "GetValue");
+    m_service.GetRecorder().Add(who + " GetValue() -> " + value.ToString());
     return value;
 }
 
 void FakeProperty::SetValue(const KnxStack::BinaryData& newValue) {
-    m_recorder.Add("property " + m_name + " SetValue(" + newValue.ToString() + ")");
+    m_service.GetRecorder().Add("property " + m_name + " SetValue(" + newValue.ToString() + ")");
     value = newValue;
 }
 
 FakeProperty& FakeInterfaceObject::Add(KnxStack::PropertyId id) {
-    return properties.try_emplace(id, m_service.GetRecorder(), m_name + "/" + std::to_string(id))
-        .first->second;
+    return properties.try_emplace(id, m_service, m_name + "/" + std::to_string(id)).first->second;
 }
 
 KnxStack::IInterfaceObjectProperty*
@@ -51,9 +53,10 @@ FakeInterfaceObject::CreateArrayProperty(KnxStack::PropertyId id, std::uint8_t d
 
 KnxStack::IInterfaceObjectProperty* FakeInterfaceObject::GetProperty(KnxStack::PropertyId id) {
     const auto property = m_service.faults.Enter("GetProperty") ? properties.find(id) : properties.end();
+    const std::string who = "object " + m_name;
+    InterruptionPoint(m_service.GetRecorder(), who.c_str(), "GetProperty");
     const bool found = property != properties.end();
-    m_service.GetRecorder().Add("object " + m_name + " GetProperty(" + std::to_string(id) + ")" +
-                                (found ? "" : " -> null"));
+    m_service.GetRecorder().Add(who + " GetProperty(" + std::to_string(id) + ")" + (found ? "" : " -> null"));
     return found ? &property->second : nullptr;
 }
 
@@ -65,9 +68,8 @@ FakeInterfaceObject& FakePropertyService::Add(std::uint16_t type) {
     return m_objects.try_emplace({type, instance}, *this, name).first->second;
 }
 
-FakeInterfaceObject* FakePropertyService::Find(std::uint32_t type, std::uint16_t instance) {
-    const auto object =
-        type <= 0xFFFF ? m_objects.find({static_cast<std::uint16_t>(type), instance}) : m_objects.end();
+FakeInterfaceObject* FakePropertyService::Find(std::uint16_t type, std::uint32_t instance) {
+    const auto object = m_objects.find({type, static_cast<std::uint16_t>(instance)});
     return object != m_objects.end() ? &object->second : nullptr;
 }
 
@@ -83,7 +85,9 @@ KnxStack::IInterfaceObject* FakePropertyService::CreateInterfaceObject(std::uint
 
 KnxStack::IInterfaceObject* FakePropertyService::GetInterfaceObjectById(std::uint32_t id) {
     return Answer("GetInterfaceObjectById(" + std::to_string(id) + ")",
-                  faults.Enter("GetInterfaceObjectById") ? Find(id, 1) : nullptr);
+                  faults.Enter("GetInterfaceObjectById")
+                      ? Find(static_cast<std::uint16_t>(id), (id >> 16) + 1)
+                      : nullptr);
 }
 
 KnxStack::IInterfaceObject* FakePropertyService::GetInterfaceObject(std::uint16_t type,

@@ -19,7 +19,8 @@ class Recorder;
 
 class FakeProperty : public KnxStack::IInterfaceObjectProperty {
 public:
-    FakeProperty(Recorder& recorder, std::string name) : m_recorder(recorder), m_name(std::move(name)) {}
+    FakeProperty(FakePropertyService& service, std::string name)
+        : m_service(service), m_name(std::move(name)) {}
 
     KnxStack::BinaryData value;
 
@@ -28,7 +29,7 @@ public:
     void SetValue(const KnxStack::BinaryData& newValue) override;
 
 private:
-    Recorder& m_recorder;
+    FakePropertyService& m_service;
     std::string m_name;
 };
 
@@ -63,8 +64,11 @@ private:
 /// "<type>/<instance>/<id>". Recorded as "properties <operation>(<arguments>) -> <object or null>", "object
 /// <name> <operation>(<arguments>) -> <property or null>", "property <name> <operation>(<arguments>)".
 ///
+/// The id of an object is its type, with the number of instances before it in the upper 16 bits.
+///
 /// Faults by operation name, of all objects together; a refusing operation answers null. `CreateProperty` and
-/// `CreateArrayProperty` may also be refused for one object: "CreateProperty 50001/2".
+/// `CreateArrayProperty` may also be refused for one object: "CreateProperty 50001/2". GetValue cannot
+/// refuse. GetProperty and GetValue are interruption points, as calls that wait would be.
 class FakePropertyService : public KnxStack::IPropertyService {
 public:
     explicit FakePropertyService(Recorder& recorder) : m_recorder(recorder) {}
@@ -87,7 +91,7 @@ public:
 
 private:
     FakeInterfaceObject* Answer(const std::string& call, FakeInterfaceObject* object);
-    FakeInterfaceObject* Find(std::uint32_t type, std::uint16_t instance);
+    FakeInterfaceObject* Find(std::uint16_t type, std::uint32_t instance);
 
     Recorder& m_recorder;
     std::map<std::pair<std::uint16_t, std::uint16_t>, FakeInterfaceObject> m_objects;
