@@ -1,6 +1,8 @@
 // The KNX side's set-up and what it passes on to the plug-ins.
 #include "KnxHandlerTest.h"
 
+#include "OwnTicks.h"
+
 namespace {
 
 using TestSupport::FakeGroupObject;
@@ -29,6 +31,68 @@ TEST_F(SetUpTest, Init_AfterADeviceRestart_AsksTheHubForNothing) {
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): starting...
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): end
     )");
+}
+
+TEST_F(SetUpTest, BeforeInit_EverythingIsEmpty) {
+    EXPECT_EQ(handler.TimeMode(), 0);
+    EXPECT_TRUE(handler.InterfaceObjects().empty());
+    EXPECT_FALSE(handler.UsesUrns());
+    EXPECT_EQ(handler.TrimUrn("urn:oxn:dp:house:lamp"), "urn:oxn:dp:house:lamp");
+    EXPECT_TRUE(handler.IsTimeTransferDue());
+    EXPECT_FALSE(handler.Translation().IsEnabled());
+}
+
+TEST_F(SetUpTest, Init_WithoutPropertyService_Fails) {
+    hub.propertyService = nullptr;
+    EXPECT_FALSE(handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::Init));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Init(): starting...
+        hub GetGroupValueService()
+        hub GetApplicationProgramMemory()
+        service RegisterGroupValueUser(user)
+        hub GetPropertyService()
+        ERROR KnxStack.DscKnxAppPrg.KnxPropertyHandler | Property service is NULL.
+        ERROR KnxStack.DscKnxAppPrg.KnxHandler | Error init KNX property handler
+    )");
+}
+
+TEST_F(SetUpTest, Init_ThatFails_LeavesTheTranslationAlone) {
+    hub.propertyService = nullptr;
+    handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::Init);
+    recorder.Clear();
+    EXPECT_FALSE(handler.Translation().OnMessageReceived("?0005"));
+    ExpectRecord("host", "ERROR GroupAddressTranslation | Received message can't be sent, there is no group "
+                         "value service.");
+
+    hub.propertyService = &propertyService;
+    handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::Init);
+    recorder.Clear();
+    EXPECT_TRUE(handler.Translation().OnMessageReceived("?0005"));
+    ExpectRecord("host", "service SendReadRequest(5) -> true");
+}
+
+TEST_F(SetUpTest, Init_KeepsTheInterfaceObjects) {
+    plugins["A"].interfaceObjectId = 50001;
+    propertyService.Add(50001);
+    SetUpWith({"A"});
+    EXPECT_THAT(
+        handler.InterfaceObjects(),
+        testing::ElementsAre(testing::Pair(50001, testing::ElementsAre(&propertyService.Object(50001)))));
+    EXPECT_TRUE(handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::DeviceRestart));
+    EXPECT_EQ(handler.InterfaceObjects().size(), 1u);
+    handler.Exit();
+    EXPECT_EQ(handler.InterfaceObjects().size(), 1u);
+}
+
+TEST_F(SetUpTest, Init_FromEitherPlace_ForgetsTheLastTimeTransfer) {
+    const OwnTicks ticks(10'000'000'000);
+    handler.NoteTimeTransfer();
+    EXPECT_FALSE(handler.IsTimeTransferDue());
+    handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::Init);
+    EXPECT_TRUE(handler.IsTimeTransferDue());
+    handler.NoteTimeTransfer();
+    handler.Init(hub, DscKnxAppPrg::CallerEntryPoint::DeviceRestart);
+    EXPECT_TRUE(handler.IsTimeTransferDue());
 }
 
 TEST_F(SetUpTest, Identification_WithUrnsButWithoutClient_KeepsThePrefix) {

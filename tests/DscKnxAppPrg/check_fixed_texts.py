@@ -15,7 +15,6 @@ import sys
 # Guards that nothing around the program can make true, each with its reason. One that a test asserts after all, or
 # that is gone from the sources, is reported too.
 UNREACHABLE = {
-    "Init(): knxHandler init failed.": "the set-up of the KNX side cannot fail yet",
     "Exit(): failed.": "the KNX side's Exit always succeeds",
     "OnDeviceRestart(): OXN Client is NULL!": "Connect succeeds only with a client",
     "~DscKnxAppPrg(): ": "only memory or a lock may fail there",
