@@ -1,5 +1,6 @@
-// Cost of a telegram in the library: a group write, a read, a value change, with a device stack client that
-// does nothing. Baseline: look-ups in a std::map<uint16_t, …> of 1,000 entries, in the same run.
+// Cost of a telegram in the library: each group value callback, a value change, a translated telegram both
+// ways, with a device stack client that does nothing. Baseline: look-ups in a std::map<uint16_t, …> of 1,000
+// entries, in the same run. The counter "allocations" is the number of calls of operator new per telegram.
 #include "AllocationCount.h"
 #include "DscKnxAppPrg.h"
 #include "KnxStack/GroupValue.h"
@@ -7,10 +8,13 @@
 #include "KnxStack/IDownloadService.h"
 #include "KnxStack/IGroupObject.h"
 #include "KnxStack/IGroupValueService.h"
+#include "KnxStack/IPropertyService.h"
 #include "Ratios.h"
 
 #include <log4cplus/initializer.h>
 #include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+#include <log4cplus/nullappender.h>
 
 #include <algorithm>
 #include <chrono>
@@ -55,6 +59,13 @@ private:
     TemperatureObject m_object;
 };
 
+class NoInterfaceObjects : public KnxStack::IPropertyService {
+public:
+    KnxStack::IInterfaceObject* CreateInterfaceObject(std::uint16_t) override { return nullptr; }
+    KnxStack::IInterfaceObject* GetInterfaceObjectById(std::uint32_t) override { return nullptr; }
+    KnxStack::IInterfaceObject* GetInterfaceObject(std::uint16_t, std::uint16_t) override { return nullptr; }
+};
+
 class Hub : public KnxStack::IApiHub, private KnxStack::IDownloadService {
 public:
     void OnApplicationProgramStartupStateChanged(KnxStack::IApplicationProgram::StartupState state) override {
@@ -66,7 +77,7 @@ public:
     std::map<std::string, std::string> GetApplicationProgramSettings() override { return {}; }
     KnxStack::IGroupValueService* GetGroupValueService() override { return &service; }
     KnxStack::IApplicationProgramMemory* GetApplicationProgramMemory() override { return nullptr; }
-    KnxStack::IPropertyService* GetPropertyService() override { return nullptr; }
+    KnxStack::IPropertyService* GetPropertyService() override { return &m_interfaceObjects; }
     KnxStack::IDownloadService& GetDownloadService() override { return *this; }
     void OnApplicationProgramRestarted(unsigned, unsigned) override {}
 
@@ -83,6 +94,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_running = false;
+    NoInterfaceObjects m_interfaceObjects;
     KnxStack::BinaryData m_noData;
 };
 
@@ -200,7 +212,8 @@ void ShowAllocations(benchmark::State& state, std::uint64_t before) {
                                                        benchmark::Counter::kAvgIterations);
 }
 
-/// Every CO in turn; the identity of each is cached.
+/// Every CO in turn; the identity of each is cached. No allocation: the value and its text fit into the
+/// objects that carry them.
 void GroupWriteCached(benchmark::State& state) {
     const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
     const KnxStack::GroupValue value = Temperature();
@@ -215,6 +228,21 @@ void GroupWriteCached(benchmark::State& state) {
     ShowAllocations(state, before);
 }
 BENCHMARK(GroupWriteCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
+
+void GroupResponseCached(benchmark::State& state) {
+    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
+    const KnxStack::GroupValue value = Temperature();
+    KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    Handler().ClearCoAndIdMap();
+    for (const std::uint16_t co : cos)
+        user.OnGroupValueResponse(co, value);
+    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
+    const std::uint64_t before = Bench::AllocationCount();
+    for ([[maybe_unused]] auto _ : state)
+        user.OnGroupValueResponse(telegrams.Next(), value);
+    ShowAllocations(state, before);
+}
+BENCHMARK(GroupResponseCached)->Arg(1000);
 
 /// Every CO in turn after the caches were cleared, as after a new project; the plug-in answers at once. Time
 /// per telegram.
@@ -268,6 +296,68 @@ void ValueChangeCached(benchmark::State& state) {
 }
 BENCHMARK(ValueChangeCached)->Arg(10)->Arg(1000)->Arg(kMaxCos);
 
+/// COs 1 to 1,000 go to another application while it lives.
+class Translation {
+public:
+    Translation() {
+        Handler().Translation().SetTargetName("DscKnxAppPrg::field::2");
+        Handler().Translation().SetRange({1, 1000});
+    }
+    ~Translation() { Handler().Translation().SetRange({0, 0}); }
+};
+
+/// One allocation: the command. The message is short enough to be held without one, and so is the answer.
+void TranslatedWrite(benchmark::State& state) {
+    const Translation translation;
+    const KnxStack::GroupValue value = Temperature();
+    KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    Telegrams telegrams(1000);
+    const std::uint64_t before = Bench::AllocationCount();
+    for ([[maybe_unused]] auto _ : state)
+        user.OnGroupValueWrite(telegrams.Next(), value);
+    ShowAllocations(state, before);
+}
+BENCHMARK(TranslatedWrite);
+
+/// The other direction. No allocation: a group value of up to 16 bytes is held without one.
+void TranslatedMessage(benchmark::State& state) {
+    const Translation translation;
+    const std::string sender = "DscKnxAppPrg";
+    const std::string message = "!0012100c33";
+    auto& handler = *Client::s_eventHandler;
+    const std::uint64_t before = Bench::AllocationCount();
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize(handler.OnApplicationEvent(nullptr, sender, message));
+    ShowAllocations(state, before);
+}
+BENCHMARK(TranslatedMessage);
+
+/// One of the lines that stand on a telegram's way, with its level switched off. A group write passes four.
+void LogLineOff(benchmark::State& state) {
+    const log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.DscKnxAppPrg.KnxHandler");
+    Telegrams telegrams(1000);
+    for ([[maybe_unused]] auto _ : state)
+        LOG4CPLUS_DEBUG(logger, "GetIDFromCO(): Getting ID for CO " << telegrams.Next() << " for unknown");
+}
+BENCHMARK(LogLineOff);
+
+/// All of them composed and handed to an appender that drops them.
+void GroupWriteLogged(benchmark::State& state) {
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    root.removeAllAppenders();
+    root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
+    root.setLogLevel(log4cplus::ALL_LOG_LEVEL);
+    const KnxStack::GroupValue value = Temperature();
+    KnxStack::IGroupValueUser& user = *g_program->hub.service.user;
+    Telegrams telegrams(1000);
+    const std::uint64_t before = Bench::AllocationCount();
+    for ([[maybe_unused]] auto _ : state)
+        user.OnGroupValueWrite(telegrams.Next(), value);
+    ShowAllocations(state, before);
+    root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
+}
+BENCHMARK(GroupWriteLogged);
+
 void Decode(benchmark::State& state, std::uint16_t main, unsigned sizeInBits,
             const KnxStack::BinaryData& data) {
     const Vesk::KnxValueConverter converter;
@@ -301,7 +391,13 @@ int main(int argc, char** argv) {
             {"group write, 1,000 COs / three map look-ups", "GroupWriteCached/1000", "MapLookUp/1000", 3, 1},
             {"value change, 1,000 COs / three map look-ups", "ValueChangeCached/1000", "MapLookUp/1000", 3,
              1},
+            {"group response, 1,000 COs / three map look-ups", "GroupResponseCached/1000", "MapLookUp/1000",
+             3, 0},
             {"group read, 1,000 COs / three map look-ups", "GroupReadCached/1000", "MapLookUp/1000", 3, 0},
+            {"translated write / three map look-ups", "TranslatedWrite", "MapLookUp/1000", 3, 0},
+            {"translated message / three map look-ups", "TranslatedMessage", "MapLookUp/1000", 3, 0},
+            {"a log line that is off / a map look-up", "LogLineOff", "MapLookUp/1000", 1, 0},
+            {"group write logged / with logging off", "GroupWriteLogged", "GroupWriteCached/1000", 1, 0},
             {"group write, 65,534 COs / 1,000 COs", "GroupWriteCached/65534", "GroupWriteCached/1000", 1, 0},
             {"map look-up, 65,534 / 1,000 entries", "MapLookUp/65534", "MapLookUp/1000", 1, 0},
             {"group write uncached / cached, 1,000 COs", "GroupWriteUncached/1000", "GroupWriteCached/1000",
