@@ -150,6 +150,13 @@ TEST_F(TimeTransferTest, ChangeThatCannotBeSent_IsNotCounted) {
     EXPECT_THAT(SentFor(1006), ElementsAre(Sent(21)));
 }
 
+TEST_F(TimeTransferTest, ChangeOfADataPointWithoutCo_IsAFailureAndNotCounted) {
+    plugins["A"].bindings.pop_back(); // 1007
+    Start();
+    EXPECT_FALSE(stack.ValueChanged(1007, "", "18").get());
+    EXPECT_THAT(SentFor(1006), ElementsAre(Sent(21)));
+}
+
 TEST_F(TimeTransferTest, TheSecond_BeginsWhenTheSendingIsDone) {
     Start();
     const auto gate = service.faults.Block("SendGroupValue");
