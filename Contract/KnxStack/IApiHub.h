@@ -36,7 +36,8 @@ public:
     /// The memory block of application program 1; null when the device has none. Borrowed. Called from Init.
     virtual IApplicationProgramMemory* GetApplicationProgramMemory() = 0;
 
-    /// Interface objects and their properties; null when the host has none. Borrowed. Called from Init.
+    /// Interface objects and their properties; null when the host has none, and Init then fails. Borrowed.
+    /// Called from Init.
     virtual IPropertyService* GetPropertyService() = 0;
 
     /// The data of the last download. Called on the program's start-up thread.
