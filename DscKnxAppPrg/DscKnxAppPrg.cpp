@@ -52,12 +52,17 @@ DscKnxAppPrg::~DscKnxAppPrg() {
             control->thread.detach();
     }
     try {
+        EndStart();
         m_knxHandler.StopClock(); // it uses the client
         m_handlers.Clear();
         m_knxHandler.Translation().ReplaceClient(nullptr);
-        // Before any other member: until its callback thread is joined, a callback may use all of them.
-        delete m_client.get();
-        static_cast<void>(m_client.release());
+        {
+            // Before any other member: until its callback thread is joined, a callback may use all of them.
+            const std::lock_guard lock(m_clientMutex);
+            delete m_client.get();
+            static_cast<void>(m_client.release());
+        }
+        WaitForWorkers(kDeleteTimeoutMs); // the last callback may have been the end of a configuration change
     } catch (const std::exception& error) {
         LOG4CPLUS_ERROR(m_logger, "~DscKnxAppPrg(): " << error.what());
     }
@@ -174,6 +179,11 @@ std::uint64_t DscKnxAppPrg::CurrentStart() const {
     return m_start;
 }
 
+bool DscKnxAppPrg::IsUnderway(std::uint64_t start) const {
+    const std::lock_guard lock(m_startMutex);
+    return start == m_start && m_startupState != StartupState::Failed;
+}
+
 bool DscKnxAppPrg::SetStartupState(std::uint64_t start, StartupState state) {
     const std::lock_guard lock(m_startMutex);
     if (start != m_start)
@@ -182,13 +192,12 @@ bool DscKnxAppPrg::SetStartupState(std::uint64_t start, StartupState state) {
     return true;
 }
 
-void DscKnxAppPrg::DoFinalStartupState(StartupState state) {
-    const std::uint64_t start = CurrentStart();
+void DscKnxAppPrg::DoFinalStartupState(StartupState state, std::uint64_t start) {
     {
         const boost::this_thread::disable_interruption hubCall;
         KnxStack::IApiHub* const hub = m_hub;
-        if (hub == nullptr)
-            return; // the program was exited; a late thread has nobody to report to
+        if (hub == nullptr || !IsUnderway(start))
+            return; // the program was exited, or the start that came meanwhile has an end of its own
         hub->OnApplicationProgramStartupStateChanged(state);
     }
     LOG4CPLUS_DEBUG(m_logger, "DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: "

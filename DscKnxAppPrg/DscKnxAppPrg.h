@@ -327,9 +327,12 @@ private:
     void BeginStart();
     void EndStart();
     std::uint64_t CurrentStart() const;
+    /// False once another start has begun or the program was exited.
+    bool IsUnderway(std::uint64_t start) const;
     /// False, and nothing else, when `start` is not the current one any more.
     bool SetStartupState(std::uint64_t start, StartupState state);
-    void DoFinalStartupState(StartupState state);
+    /// Nothing when `start` is not underway any more.
+    void DoFinalStartupState(StartupState state, std::uint64_t start);
     bool WriteState();
     bool RequestValue(TAVOBJECTID id, std::string& error);
     bool IsCommunicationEnabled(std::uint32_t id, KnxHandler::OpMode mode);
@@ -364,7 +367,7 @@ private:
     bool StartInitThread(KnxStack::IApiHub& hub);
     bool StopInitThread(unsigned int timeoutMs);
     /// Its thread is detached: nobody waits for it but WaitForWorkers.
-    bool StartConfigurationChangeThread();
+    bool StartConfigurationChangeThread(std::uint64_t start);
     bool StartResponseQueueThread();
     bool StopResponseQueueThread(unsigned int timeoutMs);
     template <typename Caller>

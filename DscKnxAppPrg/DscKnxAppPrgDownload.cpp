@@ -27,15 +27,18 @@ DscKnxAppPrg::UpdateAppState DscKnxAppPrg::ExecuteDownloadHandler() {
         return UpdateAppState::NoFile;
     }
 
+    boost::this_thread::interruption_point(); // loading may have taken longer than the stop of this start
+
     Vesk::KnxAppPrg::CoDescriptorDataMap coDescriptors;
-    m_knxHandler.FillCoDescriptorData(coDescriptors);
-    const Vesk::IKnxDownloadHandler::AppData appData{m_etsConfigurationChanged};
+    Vesk::IKnxDownloadHandler::AppData appData;
     const KnxStack::BinaryData* data = nullptr;
     {
-        const boost::this_thread::disable_interruption hubCall;
+        const boost::this_thread::disable_interruption stackCalls;
         KnxStack::IApiHub* const hub = m_hub;
         if (hub == nullptr)
             return UpdateAppState::NoFile; // the program was exited meanwhile
+        m_knxHandler.FillCoDescriptorData(coDescriptors);
+        appData.configurationChangeRaised = m_etsConfigurationChanged;
         data = &hub->GetDownloadService().GetApplicationData();
     }
     const bool created = WithOwnExceptions([&] {
@@ -55,6 +58,8 @@ void DscKnxAppPrg::AnnounceConfigurationChange() {
 bool DscKnxAppPrg::OnConfigurationChanged(void*, TAVOBJECTID, const std::string& key, const std::string&) {
     if (!m_etsConfigurationChanged || key != kProjectKey)
         return true;
+    // Of now: a restart or an exit while the plug-ins read their configuration has nothing to do with it.
+    const std::uint64_t start = CurrentStart();
     LOG4CPLUS_INFO(m_logger, "OnConfigurationChanged(): reload KnxAppPrgHandlers");
     try {
         m_handlers.Ask([](const auto& handlers) { return handlers.Reload(); });
@@ -64,14 +69,19 @@ bool DscKnxAppPrg::OnConfigurationChanged(void*, TAVOBJECTID, const std::string&
     }
     m_knxHandler.ClearCoAndIdMap();
     m_etsConfigurationChanged = false;
-    if (!StartConfigurationChangeThread())
+    if (!StartConfigurationChangeThread(start))
         m_etsConfigurationChanged = true; // the next change of the project finishes the start
     return true;
 }
 
 void DscKnxAppPrg::FinishConfigurationChange(std::uint64_t start) {
-    SendEmitEvent("configurationChangeEnd");
-    m_knxHandler.UpdateIdUrnMap();
-    if (start == CurrentStart()) // else the start that came meanwhile has an end of its own
-        DoFinalStartupState(StartupState::Running);
+    try {
+        SendEmitEvent("configurationChangeEnd");
+        m_knxHandler.UpdateIdUrnMap();
+        DoFinalStartupState(StartupState::Running, start);
+    } catch (...) {
+        // As on the init thread: the host gets to know that this start has no end.
+        DoFinalStartupState(StartupState::Failed, start);
+        throw;
+    }
 }

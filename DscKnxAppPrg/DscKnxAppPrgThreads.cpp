@@ -62,7 +62,7 @@ void DscKnxAppPrg::InitCaller::operator()() const {
     } catch (...) {
         // The host gets to know that this start has no end, so that it can make another one.
         if (m_control->running)
-            m_appPrg.DoFinalStartupState(StartupState::Failed);
+            m_appPrg.DoFinalStartupState(StartupState::Failed, m_appPrg.CurrentStart());
         throw;
     }
 }
@@ -98,7 +98,7 @@ void DscKnxAppPrg::InitCaller::Start() const {
         return;
     LOG4CPLUS_DEBUG(logger, "operator()(): DoFinalStartupState with state: "
                                 << static_cast<std::uint32_t>(StartupState::Running));
-    m_appPrg.DoFinalStartupState(StartupState::Running);
+    m_appPrg.DoFinalStartupState(StartupState::Running, m_appPrg.CurrentStart());
 }
 
 void DscKnxAppPrg::InitCaller::ApplyNtpPolicy() const {
@@ -241,10 +241,10 @@ bool DscKnxAppPrg::StopInitThread(unsigned int timeoutMs) {
     return joined;
 }
 
-bool DscKnxAppPrg::StartConfigurationChangeThread() {
+bool DscKnxAppPrg::StartConfigurationChangeThread(std::uint64_t start) {
     auto control = std::make_shared<ThreadControl>();
     try {
-        StartWorker(control, ConfigurationChangeCaller(*this, CurrentStart()));
+        StartWorker(control, ConfigurationChangeCaller(*this, start));
     } catch (const boost::thread_resource_error& error) {
         LOG4CPLUS_ERROR(m_logger, "Cannot create Thread. " << error.code().message());
         return false;

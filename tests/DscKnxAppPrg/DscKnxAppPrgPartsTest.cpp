@@ -10,7 +10,15 @@
 namespace {
 
 using StartupState = KnxStack::IApplicationProgram::StartupState;
-using PartsTest = KnxHandlerTest;
+
+class PartsTest : public KnxHandlerTest {
+protected:
+    /// The final state of the current start.
+    void Report(StartupState state) {
+        const std::uint64_t start = (program.*Reach(PrivateMembers::CurrentStart()))();
+        (program.*Reach(PrivateMembers::DoFinalStartupState()))(state, start);
+    }
+};
 
 TEST_F(PartsTest, Events_AreOpenUnderTheirNameAndNoneIsSignalled) {
     TavEvents& events = program.*Reach(PrivateMembers::Events());
@@ -37,8 +45,8 @@ TEST_F(PartsTest, WithoutClient_RequestsFailAndSay) {
 TEST_F(PartsTest, FinalState_OtherThanRunning_IsOnlyReported) {
     ASSERT_EQ(program.Init(hub), StartupState::InProgress);
     recorder.Clear();
-    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Failed);
-    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::InProgress);
+    Report(StartupState::Failed);
+    Report(StartupState::InProgress);
     ExpectRecord("host", R"(
         hub OnApplicationProgramStartupStateChanged(0)
         DEBUG KnxStack.DscKnxAppPrg | DoFinalStartupState: call OnApplicationProgramStartupStateChanged with state: 0
@@ -49,8 +57,18 @@ TEST_F(PartsTest, FinalState_OtherThanRunning_IsOnlyReported) {
 }
 
 TEST_F(PartsTest, FinalState_WithoutHub_IsReportedToNobody) {
-    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Running);
+    Report(StartupState::Running);
     ExpectRecord("host", "");
+}
+
+TEST_F(PartsTest, FinalState_OfAFormerStart_IsReportedToNobody) {
+    ASSERT_EQ(program.Init(hub), StartupState::InProgress);
+    const std::uint64_t former = (program.*Reach(PrivateMembers::CurrentStart()))();
+    ASSERT_EQ(program.OnDeviceRestart(), StartupState::InProgress);
+    recorder.Clear();
+    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Running, former);
+    ExpectRecord("host", "");
+    program.Exit();
 }
 
 TEST_F(PartsTest, State_FollowsTheLife) {
@@ -88,7 +106,7 @@ TEST_F(PartsTest, FinalState_WithADeviceRestartToCome_IsInProgressInside) {
     auto& state = program.*Reach(PrivateMembers::CurrentState());
     EXPECT_EQ(state, StartupState::InProgress);
     state = StartupState::Running;
-    (program.*Reach(PrivateMembers::DoFinalStartupState()))(StartupState::Running);
+    Report(StartupState::Running);
     EXPECT_EQ(state, StartupState::InProgress);
     program.Exit();
 }

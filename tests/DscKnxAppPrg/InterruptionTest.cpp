@@ -102,6 +102,10 @@ INSTANTIATE_TEST_SUITE_P(
                     HangingCall{"OnApplicationProgramRestarted", HangingCall::Hub, true, false, false, R"(
             ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
         )"},
+                    HangingCall{"GetDownloadService", HangingCall::Hub, true, false, false, R"(
+            DEBUG KnxStack.DscKnxAppPrg | operator()(): download handler result: 1
+            ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
+        )"},
                     HangingCall{"Command", HangingCall::Client, false, true, true, R"(
             WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: No response received for GetProcessView
             ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
@@ -163,6 +167,10 @@ INSTANTIATE_TEST_SUITE_P(
                         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
                     )"},
                     HangingCall{"OnApplicationProgramRestarted", HangingCall::Hub, true, false, true, R"(
+                        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+                    )"},
+                    HangingCall{"GetDownloadService", HangingCall::Hub, true, false, true, R"(
+                        DEBUG KnxStack.DscKnxAppPrg | operator()(): download handler result: 1
                         DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
                     )"},
                     HangingCall{"Command", HangingCall::Client, false, true, true, R"(

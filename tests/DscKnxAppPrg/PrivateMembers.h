@@ -41,7 +41,16 @@ KNX_PRIVATE_MEMBER(FindDeviceType, std::uint32_t (*)(std::string_view), FindDevi
 KNX_PRIVATE_MEMBER(SendEmitEvent, void (DscKnxAppPrg::*)(const std::string&), SendEmitEvent);
 KNX_PRIVATE_MEMBER(RestartDevice, void (*)(ClientPointer&), RestartDevice);
 KNX_PRIVATE_MEMBER(SetNtpState, void (*)(ClientPointer&, bool), SetNtpState);
-KNX_PRIVATE_MEMBER(DoFinalStartupState, void (DscKnxAppPrg::*)(StartupState), DoFinalStartupState);
+KNX_PRIVATE_MEMBER(DoFinalStartupState, void (DscKnxAppPrg::*)(StartupState, std::uint64_t),
+                   DoFinalStartupState);
+KNX_PRIVATE_MEMBER(CurrentStart, std::uint64_t (DscKnxAppPrg::*)() const, CurrentStart);
+KNX_PRIVATE_MEMBER(ExecuteDownloadHandler, DscKnxAppPrg::UpdateAppState (DscKnxAppPrg::*)(),
+                   ExecuteDownloadHandler);
+KNX_PRIVATE_MEMBER(AnnounceConfigurationChange, void (DscKnxAppPrg::*)(), AnnounceConfigurationChange);
+KNX_PRIVATE_MEMBER(ChangeIsAnnounced, std::atomic<bool> DscKnxAppPrg::*, m_etsConfigurationChanged);
+KNX_PRIVATE_MEMBER(OnConfigurationChanged,
+                   bool (DscKnxAppPrg::*)(void*, std::uint32_t, const std::string&, const std::string&),
+                   OnConfigurationChanged);
 KNX_PRIVATE_MEMBER(WriteState, bool (DscKnxAppPrg::*)(), WriteState);
 KNX_PRIVATE_MEMBER(OnReadValue, bool (DscKnxAppPrg::*)(void*, std::uint32_t, const std::string&),
                    OnReadValue);

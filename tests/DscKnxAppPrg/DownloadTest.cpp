@@ -1,0 +1,441 @@
+// What a device restart makes of a download: the download handlers, from loading to unloading.
+#include "DownloadTest.h"
+
+#include "ParameterNames.h"
+
+#include <filesystem>
+
+namespace {
+
+TEST_F(DownloadTest, WithoutHandlers_GoesOnWithoutAMessage) {
+    StartAndRestart();
+    ExpectDownload(R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadTest, HandlersUnderAnotherName_AreNotLoaded) {
+    RegisterPlugins({"DownloadA"}, "user", "DscKnxDownload");
+    StartAndRestart();
+    ExpectDownload(R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadTest, OneHandler_ThatCreatesNothing_TheStartGoesOn) {
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadTest, OneHandler_ThatAnnouncesTheChange_TheStartWaitsForTheProject) {
+    plugins.Download("DownloadA").announcements = 1;
+    plugins.Download("DownloadA").creates = true;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA announces
+        client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"})
+        client Command({"command":"EmitEvent","eventType":"etsConfigChanged"})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+    )",
+                   kWaits);
+}
+
+TEST_F(DownloadTest, OneHandler_ThatCreatesTheFileUnannounced_TheStartGoesOn) {
+    plugins.Download("DownloadA").creates = true;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+    )",
+                   m_goesOnWithTheFile);
+}
+
+TEST_F(DownloadTest, OneHandler_ThatAnnouncesButCreatesNothing_TheStartGoesOn) {
+    plugins.Download("DownloadA").announcements = 1;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA announces
+        client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"})
+        client Command({"command":"EmitEvent","eventType":"etsConfigChanged"})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadTest, TwoHandlers_OnlyTheFirstGetsTheCallback) {
+    plugins.Download("DownloadB").announcements = 1;
+    plugins.Download("DownloadB").creates = true;
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, nothing, not raised, {1, 3})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+    )",
+                   m_goesOnWithTheFile);
+}
+
+TEST_F(DownloadTest, TwoHandlers_TheFirstAnnouncesAndTheSecondCreates_TheStartWaits) {
+    plugins.Download("DownloadA").announcements = 1;
+    plugins.Download("DownloadB").creates = true;
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA announces
+        client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"})
+        client Command({"command":"EmitEvent","eventType":"etsConfigChanged"})
+        download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, nothing, not raised, {1, 3})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+    )",
+                   kWaits);
+}
+
+TEST_F(DownloadTest, TwoHandlers_NeitherCreates_TheStartGoesOn) {
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    EXPECT_THAT(recorder.LinesWith("CreateFileWithKnxData"),
+                testing::ElementsAre("download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, "
+                                     "not raised, {1, 3})",
+                                     "download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, nothing, "
+                                     "not raised, {1, 3})"));
+    EXPECT_EQ(recorder.Count("DEBUG KnxStack.DscKnxAppPrg | operator()(): download handler result: 1"), 1u);
+}
+
+TEST_F(DownloadTest, TwoHandlers_TheFirstCreates_TheSecondIsNotAsked) {
+    plugins.Download("DownloadA").creates = true;
+    plugins.Download("DownloadB").creates = true;
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    EXPECT_THAT(recorder.LinesWith("CreateFileWithKnxData"),
+                testing::ElementsAre("download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, "
+                                     "not raised, {1, 3})"));
+    EXPECT_EQ(recorder.Count("download DownloadB DeleteHandler()"), 1u);
+}
+
+TEST_F(DownloadTest, HandlersOfBothDirectories_AreAskedInOrder) {
+    RegisterPlugins({"DownloadB"}, "user", "dscknxdownload");
+    // Both programs in one file.
+    files.Write(
+        "stack/knxappprghandlers.xml",
+        "<KnxApplicationPrograms><KnxApplicationProgram Name=\"dscknxdownload\"><DynamicHandlers>"
+        "<DynamicHandler Library=\"" +
+            TestSupport::FakePlugins::Library("DownloadA") +
+            "\" ConfigFile=\"first.json\"/></DynamicHandlers></KnxApplicationProgram>"
+            "<KnxApplicationProgram Name=\"dscknxappprg\"><DynamicHandlers><DynamicHandler Library=\"" +
+            TestSupport::FakePlugins::Library("A") +
+            "\"/></DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>");
+    StartAndRestart();
+    EXPECT_THAT(
+        recorder.LinesWith("download Download"),
+        testing::ElementsAre(
+            "download DownloadA CreateHandler(first.json)", "download DownloadA Initialize()",
+            "download DownloadB CreateHandler(DownloadB.json)", "download DownloadB Initialize()",
+            "download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})",
+            "download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, nothing, not raised, {1, 3})",
+            "download DownloadA DeleteHandler()", "download DownloadB DeleteHandler()"));
+}
+
+TEST_F(DownloadTest, EachCallOfTheCallback_IsTwoEvents) {
+    plugins.Download("DownloadA").announcements = 2;
+    plugins.Download("DownloadA").creates = true;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    EXPECT_THAT(recorder.LinesWith("EmitEvent"),
+                testing::ElementsAre(
+                    R"(client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"}))",
+                    R"(client Command({"command":"EmitEvent","eventType":"etsConfigChanged"}))",
+                    R"(client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"}))",
+                    R"(client Command({"command":"EmitEvent","eventType":"etsConfigChanged"}))"));
+    EXPECT_EQ(recorder.Count("DEBUG KnxStack.DscKnxAppPrg | operator()(): start up state is waiting for ETS "
+                             "project created. Flag is 1"),
+              1u);
+}
+
+TEST_F(DownloadTest, UnansweredAnnouncement_IsLoggedAndCountsAllTheSame) {
+    plugins.Download("DownloadA").announcements = 1;
+    plugins.Download("DownloadA").creates = true;
+    RegisterDownloadHandlers({"DownloadA"});
+    Start();
+    stack.faults.Refuse("Command");
+    Restart();
+    EXPECT_THAT(
+        recorder.LinesWith("Emit event failed"),
+        testing::ElementsAre("ERROR KnxStack.DscKnxAppPrg | Emit event failed: configurationChangeBegin",
+                             "ERROR KnxStack.DscKnxAppPrg | Emit event failed: etsConfigChanged"));
+    EXPECT_EQ(recorder.Count("DEBUG KnxStack.DscKnxAppPrg | operator()(): start up state is waiting for ETS "
+                             "project created. Flag is 1"),
+              1u);
+}
+
+TEST_F(DownloadTest, ChangeThatIsStillAnnounced_EveryHandlerIsTold) {
+    plugins.Download("DownloadA").announcements = 1;
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    plugins.Download("DownloadA").announcements = 0;
+    plugins.Download("DownloadB").creates = true;
+    recorder.Clear();
+    Restart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, raised, {1, 3})
+        download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, nothing, raised, {1, 3})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+    )",
+                   kWaits, "worker 3");
+}
+
+TEST_F(DownloadTest, StartThatWaits_SendsNoChanges) {
+    plugins["A"].bindings.push_back({.co = 4, .id = 500, .dpt = {1, 0, 1, 1}, .eventing = true});
+    service.objects[4] = TestSupport::FakeGroupObject(1);
+    plugins.Download("DownloadA").announcements = 1;
+    plugins.Download("DownloadA").creates = true;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    recorder.Clear();
+    EXPECT_TRUE(stack.ValueChanged(500, "", "1").get());
+    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
+}
+
+TEST_F(DownloadTest, WithoutGroupCommunication_HandlersGetNoCos) {
+    hub.groupValueService = nullptr;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    EXPECT_EQ(recorder.Count("ERROR KnxStack.DscKnxAppPrg.KnxHandler | Group value service is NULL."), 1u);
+    EXPECT_EQ(recorder.Count(
+                  "download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {})"),
+              1u);
+}
+
+TEST_F(DownloadTest, EmptyDownload_IsHandedOnAsItIs) {
+    hub.applicationData = {};
+    service.objects.clear();
+    plugins["A"].interfaceObjectId = 0;
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    EXPECT_EQ(recorder.Count("download DownloadA CreateFileWithKnxData({}, , announce, not raised, {})"), 1u);
+}
+
+TEST_F(DownloadTest, HandlerThatThrows_IsUnloadedAndTheStartGoesOn) {
+    plugins.Download("DownloadA").announcements = 1;
+    plugins.Download("DownloadA").faults.Throw("CreateFileWithKnxData", "table is cut short");
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadA CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadA announces
+        client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"})
+        client Command({"command":"EmitEvent","eventType":"etsConfigChanged"})
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+        ERROR KnxStack.DscKnxAppPrg | operator()(): download handler failed: table is cut short
+    )",
+                   m_goesOn);
+}
+
+// Loading.
+
+using DownloadLoaderTest = DownloadTest;
+
+constexpr const char* kLoadingError = "DEBUG KnxStack.DscKnxAppPrg | ExecuteDownloadHandler(): Error while "
+                                      "loading dynamic knx download handlers.";
+
+TEST_F(DownloadLoaderTest, HandlerThatDoesNotInitialize_TakesAllWithIt) {
+    plugins.Download("DownloadB").faults.Refuse("Initialize");
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+        DEBUG KnxStack.DscKnxAppPrg | ExecuteDownloadHandler(): Error while loading dynamic knx download handlers.
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadLoaderTest, LibraryWithoutCreateHandler_IsALoadingError) {
+    RegisterDownloadHandlers({"WithoutCreate"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library WithoutCreate loaded
+        library WithoutCreate unloaded
+        DEBUG KnxStack.DscKnxAppPrg | ExecuteDownloadHandler(): Error while loading dynamic knx download handlers.
+    )",
+                   m_goesOn);
+}
+
+class BadDownloadLibrary : public DownloadTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(BadDownloadLibrary, IsALoadingError) {
+    files.Write("user/knxappprghandlers.xml",
+                R"(<KnxApplicationPrograms><KnxApplicationProgram Name="dscknxdownload"><DynamicHandlers>)"
+                R"(<DynamicHandler Library=")" +
+                    std::string(GetParam()) +
+                    R"("/></DynamicHandlers></KnxApplicationProgram></KnxApplicationPrograms>)");
+    StartAndRestart();
+    ExpectDownload(kLoadingError, m_goesOn);
+}
+INSTANTIATE_TEST_SUITE_P(DownloadLoaderTest, BadDownloadLibrary,
+                         testing::Values("", "/nowhere/libdownload.so", "/etc/passwd"),
+                         TestSupport::NamesInOrder({"NoName", "NoFile", "NoLibrary"}));
+
+TEST_F(DownloadLoaderTest, DecliningHandler_IsNeitherAFailureNorAsked) {
+    plugins.Download("DownloadA").faults.Refuse("CreateHandler");
+    plugins.Download("DownloadB").announcements = 1;
+    plugins.Download("DownloadB").creates = true;
+    RegisterDownloadHandlers({"DownloadA", "DownloadB"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        library DownloadA unloaded
+        library DownloadB loaded
+        download DownloadB CreateHandler(DownloadB.json)
+        download DownloadB Initialize()
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+        download DownloadB CreateFileWithKnxData({50001: 1}, 0a0b, announce, not raised, {1, 3})
+        download DownloadB announces
+        client Command({"command":"EmitEvent","eventType":"configurationChangeBegin"})
+        client Command({"command":"EmitEvent","eventType":"etsConfigChanged"})
+        download DownloadB DeleteHandler()
+        library DownloadB unloaded
+    )",
+                   kWaits);
+}
+
+TEST_F(DownloadLoaderTest, HandlerThatThrowsInInitialize_IsUnloadedAndTheStartGoesOn) {
+    plugins.Download("DownloadA").faults.Throw("Initialize", "no template");
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    ExpectDownload(R"(
+        library DownloadA loaded
+        download DownloadA CreateHandler(DownloadA.json)
+        download DownloadA Initialize()
+        download DownloadA DeleteHandler()
+        library DownloadA unloaded
+        ERROR KnxStack.DscKnxAppPrg | operator()(): download handler failed: no template
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadLoaderTest, DirectoryWhoseStatusIsUnknown_IsLoggedAndTheStartGoesOn) {
+    Start();
+    std::filesystem::rename(files / "user", files / "away");
+    std::filesystem::create_symlink(files / "user", files / "user");
+    Restart();
+    ExpectDownload("ERROR KnxStack.DscKnxAppPrg | operator()(): download handler failed: Too many levels of "
+                   "symbolic links",
+                   m_goesOn);
+}
+
+TEST_F(DownloadLoaderTest, DirectoryThatIsGone_ListsNothing) {
+    RegisterDownloadHandlers({"DownloadA"});
+    Start();
+    std::filesystem::remove_all(files / "user");
+    Restart();
+    ExpectDownload(R"(
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | FillCoDescriptorData(): CO count with enabled communication flag: 2
+        hub GetDownloadService()
+    )",
+                   m_goesOn);
+}
+
+TEST_F(DownloadLoaderTest, EveryDownload_ReadsTheRegistryAndLoadsAnew) {
+    RegisterDownloadHandlers({"DownloadA"});
+    StartAndRestart();
+    RegisterDownloadHandlers({"DownloadB"});
+    recorder.Clear();
+    Restart();
+    EXPECT_THAT(recorder.LinesWith("library "),
+                testing::ElementsAre("library DownloadB loaded", "library DownloadB unloaded"));
+}
+
+} // namespace
