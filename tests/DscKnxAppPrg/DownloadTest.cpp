@@ -3,6 +3,7 @@
 
 #include "ParameterNames.h"
 
+#include <chrono>
 #include <filesystem>
 
 namespace {
@@ -14,6 +15,10 @@ TEST_F(DownloadTest, WithoutHandlers_GoesOnWithoutAMessage) {
         hub GetDownloadService()
     )",
                    m_goesOn);
+    EXPECT_GE(recorder.Between("DEBUG KnxStack.DscKnxAppPrg | operator()(): Waiting 1 second before "
+                               "executing download handler to finish writing config.",
+                               "DEBUG KnxStack.DscKnxAppPrg | operator()(): execute download handler."),
+              std::chrono::seconds(1));
 }
 
 TEST_F(DownloadTest, HandlersUnderAnotherName_AreNotLoaded) {
