@@ -219,13 +219,8 @@ void DscKnxAppPrg::DoFinalStartupState(StartupState state, std::uint64_t start) 
         WriteState();
 }
 
-bool DscKnxAppPrg::IsConnected() const {
-    const std::lock_guard lock(m_clientMutex);
-    return m_client != nullptr;
-}
-
 bool DscKnxAppPrg::WriteState() {
-    if (!IsConnected()) {
+    if (!m_connected) {
         LOG4CPLUS_ERROR(m_logger, "WriteState(): client not connected.");
         return false;
     }
@@ -249,7 +244,7 @@ bool DscKnxAppPrg::RequestValue(TAVOBJECTID id, std::string& error) {
 }
 
 bool DscKnxAppPrg::IsCommunicationEnabled(std::uint32_t id, KnxHandler::OpMode mode) {
-    if (!IsConnected()) {
+    if (!m_connected) {
         LOG4CPLUS_ERROR(m_logger, "IsCommunicationEnabled(): client not connected.");
         return false;
     }

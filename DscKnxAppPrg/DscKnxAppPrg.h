@@ -56,7 +56,7 @@ class IPropertyService;
 ///
 /// Locks, in the order in which they are taken:
 ///   1. the client mutex, which serialises requests to the device stack client. Taken by: Connect,
-///      Disconnect, IsConnected, SendEmitEvent, the request of ReadDeviceConfiguration, the requests of
+///      Disconnect, SendEmitEvent, the request of ReadDeviceConfiguration, the requests of
 ///      WriteState, the question for data point 1000, the command of UpdateIdUrnMap, the three group value
 ///      callbacks. Never by what runs on the client's callback thread, because Disconnect holds it while that
 ///      thread is joined; and not by SetNtpState, the clock and the group address translation.
@@ -346,8 +346,6 @@ private:
     static void RestartDevice(std::unique_ptr<Vesk::IDeviceStackClient>& client);
     static void SetNtpState(std::unique_ptr<Vesk::IDeviceStackClient>& client, bool enable);
     void SetNullValue(TAVOBJECTID id);
-    /// Takes the client mutex: a start-up thread that comes late must not look at a client that is going.
-    bool IsConnected() const;
 
     // Device configuration.
     struct DeviceType {
@@ -391,8 +389,11 @@ private:
     std::atomic<KnxStack::IApiHub*> m_hub = nullptr; // not owned; null before Init and after Exit
     KnxHandler m_knxHandler;
     std::unique_ptr<Vesk::IDeviceStackClient> m_client;
+    // Whether there is a client: for a start-up thread that comes late, which must not look at one that is
+    // going, and does not wait for whoever holds the client mutex.
+    std::atomic<bool> m_connected = false;
     log4cplus::Logger m_logger;
-    mutable std::mutex m_clientMutex;
+    std::mutex m_clientMutex;
     std::shared_ptr<ThreadControl> m_initThread;          // host's thread only
     std::shared_ptr<ThreadControl> m_responseQueueThread; // host's thread only
     std::string m_deviceStackConfigPath;                  // written before an init thread starts

@@ -33,6 +33,7 @@ bool DscKnxAppPrg::Connect() {
     LOG4CPLUS_DEBUG(m_logger, "Connect(): end CreateDeviceStackClient.");
     if (!m_client)
         return false;
+    m_connected = true;
     m_knxHandler.Translation().ReplaceClient(m_client.get());
 
     m_client->SetClientMode(1);
@@ -53,6 +54,7 @@ void DscKnxAppPrg::Disconnect() {
     LOG4CPLUS_DEBUG(m_logger, "Disconnect(): starting...");
     const std::lock_guard lock(m_clientMutex);
     const auto start = std::chrono::steady_clock::now();
+    m_connected = false;
     m_knxHandler.Translation().ReplaceClient(nullptr);
     // Destroyed first, cleared after: until its callback thread is joined, a callback may still use the
     // pointer, and the dying client refuses what it asks.

@@ -116,20 +116,34 @@ TEST_F(ClientMutexTest, Disconnect_HoldsItUntilTheClientIsGone) {
     EXPECT_TRUE(IsFree());
 }
 
-TEST_F(ClientMutexTest, IsConnected_WaitsForIt) {
-    // A start that comes late must not see a client that is on its way out.
+TEST_F(ClientMutexTest, WriteState_WantsItForItsRequestsOnly) {
+    SetUpWith({"A"});
+    std::future<void> state;
+    {
+        const std::lock_guard lock(program.*Reach(PrivateMembers::ClientMutex()));
+        state = std::async(std::launch::async, [this] { WriteState(); });
+        EXPECT_TRUE(recorder.WaitFor(
+            "DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 12 and DPT 1.1"));
+        EXPECT_EQ(state.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        EXPECT_THAT(recorder.LinesWith("GetValueRequest"), testing::IsEmpty());
+    }
+    state.wait();
+    EXPECT_THAT(recorder.LinesWith("GetValueRequest"),
+                testing::ElementsAre("client GetValueRequest(1002, 1)", "client GetValueRequest(1003, 1)"));
+}
+
+TEST_F(ClientMutexTest, WriteState_WithAClientThatIsGoing_FindsNone) {
+    // A start that comes late must not look at it, nor wait for its end.
     SetUpWith({"A"});
     const auto gate = plugins["A"].faults.Block("GetCOFromID");
     auto callback = stack.WriteValue(77, "1", "");
     ASSERT_TRUE(gate->WaitForArrival());
     const auto end = std::async(std::launch::async, [this] { Disconnect(); });
     ASSERT_TRUE(recorder.WaitFor("client is being destroyed"));
-    auto state = std::async(std::launch::async, [this] { WriteState(); });
-    EXPECT_EQ(state.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    WriteState();
+    EXPECT_EQ(recorder.Count("ERROR KnxStack.DscKnxAppPrg | WriteState(): client not connected."), 1u);
     gate->Open();
     callback.wait();
-    state.wait();
-    EXPECT_EQ(recorder.Count("ERROR KnxStack.DscKnxAppPrg | WriteState(): client not connected."), 1u);
 }
 
 TEST_F(ClientMutexTest, SetNtpState_GoesWithoutIt) {
