@@ -26,7 +26,7 @@ KnxStack::IApplicationProgram* createApplicationProgram() {
 void deleteApplicationProgram(KnxStack::IApplicationProgram* applicationProgram) {
     const log4cplus::Logger logger = log4cplus::Logger::getInstance(kLoggerName);
     LOG4CPLUS_DEBUG(logger, "deleteApplicationProgram(): ...");
-    const auto* program = static_cast<DscKnxAppPrg*>(applicationProgram);
+    const auto* program = dynamic_cast<DscKnxAppPrg*>(applicationProgram); // only this one has threads
     if (program != nullptr && !program->WaitForWorkers(kDeleteTimeoutMs)) {
         LOG4CPLUS_ERROR(
             logger,

@@ -24,6 +24,27 @@ TEST_F(StartTest, Delete_OfNull_IsAllowed) {
     ExpectRecord("host", "DEBUG KnxStack.DscKnxAppPrg | deleteApplicationProgram(): ...");
 }
 
+/// A program of somebody else, which tells of its end.
+class OtherProgram : public KnxStack::IApplicationProgram {
+public:
+    explicit OtherProgram(TestSupport::Recorder& recorder) : m_recorder(recorder) {}
+    ~OtherProgram() override { m_recorder.Add("other program destroyed"); }
+    StartupState Init(KnxStack::IApiHub&) override { return StartupState::Failed; }
+    StartupState OnDeviceRestart() override { return StartupState::Failed; }
+    bool Exit() override { return false; }
+
+private:
+    TestSupport::Recorder& m_recorder;
+};
+
+TEST_F(StartTest, Delete_GoesThroughTheDestructorOfTheInterface) {
+    ProgramLibrary::Get().destroy(new OtherProgram(recorder));
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | deleteApplicationProgram(): ...
+        other program destroyed
+    )");
+}
+
 TEST_F(StartTest, FirstStart_OnTheHostsThread) {
     RegisterPlugins({"A"});
     Create();
