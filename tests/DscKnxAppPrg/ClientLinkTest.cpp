@@ -97,6 +97,39 @@ TEST_F(ClientLinkTest, StatusAnswers_BeforeTheFinalState_AreIgnored) {
     ExpectRecord("client", "");
 }
 
+TEST_F(ClientLinkTest, StatusAnswer_WithAnError_IsPassedOnLikeAnyOther) {
+    Start();
+    EXPECT_TRUE(stack.AnswerGetValue(1003, "", "2", 5).get());
+    EXPECT_TRUE(stack.AnswerGetValue(1002, "", "", 5).get()); // no value, which no bus can be told
+    EXPECT_THAT(recorder.LinesWith("service "),
+                testing::ElementsAre("service SendGroupValue(13, 02/8, 0) -> true"));
+    EXPECT_THAT(recorder.LinesWith("ERROR"),
+                testing::ElementsAre(
+                    "ERROR KnxStack.DscKnxAppPrg.KnxHandler | WriteValue(): GetGroupValueFromValue failed."));
+}
+
+TEST_F(ClientLinkTest, WhileADeviceRestartIsToCome_ChangesAndAnswersAreIgnored) {
+    hub.restartPending = true;
+    Start();
+    EXPECT_TRUE(stack.ValueChanged(600, "", "21.5").get());
+    EXPECT_TRUE(stack.AnswerGetValue(1002, "", "1").get());
+    ExpectRecord("client", "");
+}
+
+TEST_F(ClientLinkTest, AnyId_IsPassedOnAsItIs) {
+    Start();
+    EXPECT_TRUE(stack.ValueChanged(0, "", "1").get());
+    EXPECT_TRUE(stack.ValueChanged(4294967295, "", "1").get());
+    EXPECT_FALSE(stack.ReadValue(0, "").get());
+    EXPECT_FALSE(stack.WriteValue(4294967295, "1", "").get());
+    EXPECT_THAT(recorder.LinesWith("plugin "),
+                testing::ElementsAre(
+                    "plugin A IsKnxEventDataPoint(0)", "plugin A IsKnxEventDataPoint(4294967295)",
+                    "plugin A GetCOFromID(0, reading)", "plugin A GetCOFromID(4294967295, writing)"));
+    EXPECT_THAT(recorder.LinesWith("client "), testing::ElementsAre("client SetValue(0, '', 1, 1)",
+                                                                    "client SetValue(4294967295, '', 1, 1)"));
+}
+
 TEST_F(ClientLinkTest, OtherAnswers_AreIgnored) {
     Start();
     EXPECT_TRUE(stack.AnswerGetValue(500, "", "1").get());

@@ -37,6 +37,65 @@ TEST_F(ConfigurationTest, Settings_AreAppliedBeforeTheRegistration) {
     EXPECT_EQ(recorder.Count("plugin B Initialize()"), 1u);
 }
 
+/// The lines of a start from the question for the settings to the connection.
+class SettingsTest : public ConfigurationTest {
+protected:
+    void ExpectSettings(std::string_view transcript, const char* file = __builtin_FILE(),
+                        int line = __builtin_LINE()) {
+        Create();
+        EXPECT_EQ(Init(), StartupState::InProgress);
+        const auto lines = recorder.LinesOf("host");
+        const auto from = std::find(lines.begin(), lines.end(), "hub GetApplicationProgramSettings()");
+        const auto to =
+            std::find(lines.begin(), lines.end(), "DEBUG KnxStack.DscKnxAppPrg | Connect(): starting...");
+        ASSERT_NE(from, lines.end());
+        ASSERT_NE(to, lines.end());
+        ExpectTranscript({from + 1, to}, transcript, file, line);
+    }
+};
+
+TEST_F(SettingsTest, AreToldInOrder) {
+    hub.settings = {{"AppPrgHandlerName", "other"},
+                    {"DscInstanceId", "5"},
+                    {"GroupAddressTranslationTargetId", "7"},
+                    {"ImplicitNtpDisableOnClientMode", "true"},
+                    {"Unknown", "ignored"}};
+    ExpectSettings(R"(
+        INFO KnxStack.DscKnxAppPrg | Init(): DscInstanceId = 5
+        INFO KnxStack.DscKnxAppPrg | Init(): GroupAddressTranslationTargetId = 7
+        INFO KnxStack.DscKnxAppPrg | Init(): AppPrgHandlerName = other
+    )");
+}
+
+TEST_F(SettingsTest, KeysInAnotherCase_CountAsAbsent) {
+    hub.settings = {
+        {"APPPRGHANDLERNAME", "other"}, {"dscinstanceid", "5"}, {"groupAddressTranslationTargetId", "7"}};
+    ExpectSettings(R"(
+        INFO KnxStack.DscKnxAppPrg | Init(): DscInstanceId = KNX
+        INFO KnxStack.DscKnxAppPrg | Init(): AppPrgHandlerName = dscknxappprg
+    )");
+}
+
+TEST_F(SettingsTest, EmptyTarget_IsPassedOverInSilence) {
+    hub.settings = {{"GroupAddressTranslationTargetId", ""}};
+    ExpectSettings(R"(
+        INFO KnxStack.DscKnxAppPrg | Init(): DscInstanceId = KNX
+        INFO KnxStack.DscKnxAppPrg | Init(): AppPrgHandlerName = dscknxappprg
+    )");
+}
+
+TEST_F(SettingsTest, EmptyTexts_CountAsGiven) {
+    hub.settings = {{"AppPrgHandlerName", ""}, {"DscInstanceId", ""}};
+    RegisterPlugins({"A"}, "stack", "one");
+    RegisterPlugins({"B"}, "user", "another");
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    EXPECT_EQ(recorder.Count("client RegisterApplication(DscKnxAppPrg, field, )"), 1u);
+    EXPECT_EQ(recorder.Count("INFO KnxStack.DscKnxAppPrg | Init(): DscInstanceId = "), 1u);
+    EXPECT_EQ(recorder.Count("INFO KnxStack.DscKnxAppPrg | Init(): AppPrgHandlerName = "), 1u);
+    EXPECT_TRUE(recorder.InOrder("plugin A Initialize()", "plugin B Initialize()")); // of every program
+}
+
 TEST_F(ConfigurationTest, Settings_ThatAreGoneAtALaterInit_HaveTheirDefaultsAgain) {
     hub.settings = {{"DscInstanceId", "5"}, {"AppPrgHandlerName", "other"}};
     RegisterPlugins({"A"});
@@ -72,6 +131,81 @@ TEST_F(ConfigurationTest, OtherText_IsAWarning) {
     ExpectReading(R"(
         client GetConfiguration(1)
         WARN KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Failed to parse device configuration response: syntax error
+    )");
+}
+
+struct BadJson {
+    const char* name;
+    const char* text;
+    const char* error;
+};
+
+void PrintTo(const BadJson& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class NoJson : public ConfigurationTest, public testing::WithParamInterface<BadJson> {};
+
+TEST_P(NoJson, IsAWarningInTheParsersWords) {
+    stack.configuration = GetParam().text;
+    RegisterPlugins({"A"});
+    ExpectReading(std::string(R"(
+        client GetConfiguration(1)
+        WARN KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Failed to parse device configuration response: )") +
+                  GetParam().error);
+}
+INSTANTIATE_TEST_SUITE_P(
+    ConfigurationTest, NoJson,
+    testing::Values(BadJson{"Nothing", "", "incomplete JSON"}, BadJson{"Blanks", "  \n", "incomplete JSON"},
+                    BadJson{"SecondValue", R"({"ipc":{}} {"ipc":{}})", "extra data"},
+                    BadJson{"Comment", R"({"ipc":{}} // all)", "extra data"},
+                    BadJson{"TrailingComma", R"({"ipc":{},})", "syntax error"},
+                    BadJson{"SingleQuotes", "{'ipc':{}}", "syntax error"},
+                    BadJson{"ByteOrderMark", "\xEF\xBB\xBF{\"ipc\":{}}", "syntax error"},
+                    BadJson{"ControlCharacter", "{\"ipc\":{\"DeviceId\":\"a\tb\"}}", "syntax error"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(ConfigurationTest, MemberThatIsRepeated_CountsAsItStandsLast) {
+    stack.configuration = R"({"ipc":5,"ipc":{"DeviceId":"QTRMNV01","DeviceId":"VELDNV03"}})";
+    ExpectReading(R"(
+        client GetConfiguration(1)
+        INFO KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Device type is VELDNV03
+    )");
+}
+
+TEST_F(ConfigurationTest, MembersInAnotherCase_CountAsAbsent) {
+    RegisterPlugins({"A"});
+    stack.configuration = R"({"ipc":{"deviceId":"QTRMNV01","deviceStackConfigPath":")" + files / "stack" +
+                          R"(","USERDATAPATH":")" + files / "stack" + R"("}})";
+    ExpectReading("client GetConfiguration(1)");
+}
+
+TEST_F(ConfigurationTest, EscapedTexts_AreRead) {
+    stack.configuration = R"({"ipc":{"DeviceId":"\u0056ELD\u004eV03"},"other":[1,{"ipc":null}]})";
+    ExpectReading(R"(
+        client GetConfiguration(1)
+        INFO KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Device type is VELDNV03
+    )");
+}
+
+TEST_F(ConfigurationTest, EmptyDevice_IsNamedToo) {
+    stack.configuration = R"({"ipc":{"DeviceId":""}})";
+    Create();
+    EXPECT_EQ(Init(), StartupState::InProgress);
+    EXPECT_EQ(recorder.Count("INFO KnxStack.DscKnxAppPrg | ReadDeviceConfiguration(): Device type is "), 1u);
+}
+
+TEST_F(ConfigurationTest, SameDirectoryTwice_ListsItsPluginsTwice) {
+    stack.configuration = R"({"ipc":{"DeviceStackConfigPath":")" + files / "stack" + R"(","UserDataPath":")" +
+                          files / "stack" + R"("}})";
+    RegisterPlugins({"A"});
+    ExpectReading(R"(
+        client GetConfiguration(1)
+        library A loaded
+        plugin A CreateHandler(A.json)
+        plugin A Initialize()
+        plugin A CreateHandler(A.json)
+        plugin A Initialize()
     )");
 }
 

@@ -138,6 +138,11 @@ TEST_F(PartsTest, CallbacksBeforeConnect_SetNoNull) {
     )");
 }
 
+TEST_F(PartsTest, RestartDataPointBeforeConnect_IsTaken) {
+    EXPECT_TRUE(handler.WriteValue(1004, "", "1", true));
+    ExpectRecord("host", "");
+}
+
 TEST_F(PartsTest, Event_CarriesNoBlanks) {
     SetUpWith({});
     (program.*Reach(PrivateMembers::SendEmitEvent()))("etsConfigChanged");
@@ -322,6 +327,23 @@ TEST_F(ResponseQueueTest, Stop_WithoutThread_Succeeds) {
         DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): starting...
         DEBUG KnxStack.DscKnxAppPrg | StopResponseQueueThread(): end.
     )");
+}
+
+TEST_F(ResponseQueueTest, Stop_IsSeenAfterTheWaitOfAQuarterOfASecond) {
+    // A stop in the middle of a wait comes back when the wait is over. On a busy machine that may take more
+    // tries than one to show.
+    using std::chrono::milliseconds;
+    bool waited = false;
+    for (int round = 0; round != 20 && !waited; ++round) {
+        EXPECT_TRUE(StartQueue());
+        ASSERT_TRUE(recorder.WaitFor(
+            "DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started.", round + 1));
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(StopQueue(5000));
+        const auto elapsed = std::chrono::steady_clock::now() - start;
+        waited = elapsed > milliseconds(150) && elapsed < milliseconds(400);
+    }
+    EXPECT_TRUE(waited);
 }
 
 TEST_F(ResponseQueueTest, Event_EndsTheThread) {

@@ -3,6 +3,7 @@
 #include "World.h"
 
 #include <future>
+#include <typeinfo>
 
 namespace {
 
@@ -129,6 +130,76 @@ TEST_F(FacadeTest, ExtendedProperties_AreThoseOfTheFirstPluginThatHasSome) {
     const auto properties = set.GetExtendedProperties();
     ASSERT_THAT(properties, testing::SizeIs(1));
     EXPECT_EQ(properties.front().name, "a");
+}
+
+TEST_F(FacadeTest, PluginsException_PassesThroughAndEndsTheQuestion) {
+    plugins["A"].faults.Throw("GetIDFromCO", "no");
+    Load();
+    try {
+        set.GetIDFromCO(5, dpt);
+        FAIL() << "nothing was thrown";
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), "no");
+        EXPECT_THAT(typeid(error).name(), testing::HasSubstr("PluginFailure")); // the plug-in's own
+    }
+    EXPECT_THAT(recorder.LinesWith("plugin B"), IsEmpty());
+}
+
+TEST_F(FacadeTest, EveryQuestion_IsPutToThePluginsInTheirOrder) {
+    std::uint8_t dataType = 0;
+    std::uint16_t count = 0;
+    std::string name;
+    Load();
+    set.GetIDFromCO(5, dpt);
+    set.GetUrnFromCO(5, dpt);
+    set.GetCOFromID(500, false, dpt);
+    set.GetCOFromUrn("lamp", false, dpt);
+    set.IsKnxEventDataPoint(500);
+    set.IsKnxEventDataPoint("lamp");
+    set.IsOxnReadInternalDataPoint(500);
+    set.IsOxnReadInternalDataPoint("lamp");
+    set.GetTimeCoByIndex(1, false, dpt);
+    set.GetInterfaceObjectId();
+    set.GetPropertyByIndex(1, dataType, name, count);
+    set.GetExtendedInterfaceObjectType();
+    set.GetExtendedProperties();
+    set.GetGroupAddressTranslationRange();
+    set.GetUseUrns();
+    set.Reload();
+    ExpectRecord("host", R"(
+        plugin A GetIDFromCO(5)
+        plugin B GetIDFromCO(5)
+        plugin A GetUrnFromCO(5)
+        plugin B GetUrnFromCO(5)
+        plugin A GetCOFromID(500, writing)
+        plugin B GetCOFromID(500, writing)
+        plugin A GetCOFromUrn('lamp', writing)
+        plugin B GetCOFromUrn('lamp', writing)
+        plugin A IsKnxEventDataPoint(500)
+        plugin B IsKnxEventDataPoint(500)
+        plugin A IsKnxEventDataPoint('lamp')
+        plugin B IsKnxEventDataPoint('lamp')
+        plugin A IsOxnReadInternalDataPoint(500)
+        plugin B IsOxnReadInternalDataPoint(500)
+        plugin A IsOxnReadInternalDataPoint('lamp')
+        plugin B IsOxnReadInternalDataPoint('lamp')
+        plugin A GetTimeCoByIndex(1, reading)
+        plugin B GetTimeCoByIndex(1, reading)
+        plugin A GetInterfaceObjectId()
+        plugin B GetInterfaceObjectId()
+        plugin A GetPropertyByIndex(1)
+        plugin B GetPropertyByIndex(1)
+        plugin A GetExtendedInterfaceObjectType()
+        plugin B GetExtendedInterfaceObjectType()
+        plugin A GetExtendedProperties()
+        plugin B GetExtendedProperties()
+        plugin A GetGroupAddressTranslationRange()
+        plugin B GetGroupAddressTranslationRange()
+        plugin A GetUseUrns()
+        plugin B GetUseUrns()
+        plugin A Reload()
+        plugin B Reload()
+    )");
 }
 
 struct RangeCase {

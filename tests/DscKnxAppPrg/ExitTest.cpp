@@ -53,6 +53,42 @@ TEST_F(ExitTest, BeforeInit_HasNothingToRelease) {
     )");
 }
 
+TEST_F(ExitTest, Twice_LeavesTheBusAgainAndNothingElse) {
+    RegisterPlugins({"A"});
+    Start();
+    ASSERT_TRUE(Exit());
+    recorder.Clear();
+    EXPECT_TRUE(Exit());
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | Exit(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | StopInitThread(): end.
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Exit(): starting...
+        service RegisterGroupValueUser(null)
+        DEBUG KnxStack.DscKnxAppPrg.KnxHandler | Exit(): end
+        DEBUG KnxStack.DscKnxAppPrg | Disconnect(): starting...
+        DEBUG KnxStack.DscKnxAppPrg | Disconnect(): duration: # ms
+        DEBUG KnxStack.DscKnxAppPrg | Disconnect(): end.
+        DEBUG KnxStack.DscKnxAppPrg | Exit(): end.
+    )");
+}
+
+TEST_F(ExitTest, WithoutExit_DeleteReleasesPluginsThenTheClientAndLeavesTheBusAlone) {
+    RegisterPlugins({"A", "B"});
+    Start();
+    ProgramLibrary::Get().destroy(program);
+    Forget();
+    ExpectRecord("host", R"(
+        DEBUG KnxStack.DscKnxAppPrg | deleteApplicationProgram(): ...
+        plugin A DeleteHandler()
+        library A unloaded
+        plugin B DeleteHandler()
+        library B unloaded
+        client is being destroyed
+        client destroyed
+    )");
+}
+
 TEST_F(ExitTest, InTheFirstPause_EndsTheStartAfterIt) {
     RegisterPlugins({"A"});
     CreateAndInit();

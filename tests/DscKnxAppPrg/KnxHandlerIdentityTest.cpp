@@ -200,6 +200,46 @@ TEST_F(IdOfCo, FoundForADirection_AlsoAnswersForTheId) {
     EXPECT_EQ(recorder.Count("plugin A GetCOFromID(500, writing)"), 1u);
 }
 
+TEST_F(IdOfCo, FoundForWriting_AlsoAnswersForTheId) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}}};
+    service.objects[5] = TestSupport::FakeGroupObject(1);
+    SetUpWith({"A"});
+    EXPECT_EQ(handler.GetIDFromCO(5, dpt, OpMode::Writing), 500u);
+    recorder.Clear();
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Writing), 5);
+    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 5);
+    EXPECT_EQ(recorder.Count("plugin A GetCOFromID(500, reading)"), 1u);
+}
+
+TEST_F(IdOfCo, FoundForASecondCo_LeavesTheIdItsFirst) {
+    plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}},
+                             {.co = 6, .id = 500, .dpt = {1, 0, 1, 2}}};
+    service.objects = {{5, TestSupport::FakeGroupObject(1)}, {6, TestSupport::FakeGroupObject(1)}};
+    SetUpWith({"A"});
+    EXPECT_EQ(handler.GetIDFromCO(5, dpt, OpMode::Reading), 500u);
+    EXPECT_EQ(handler.GetIDFromCO(6, dpt, OpMode::Reading), 500u);
+    EXPECT_EQ(handler.GetIDFromCO(6, dpt, OpMode::Writing), 500u); // known: no direction is filled
+    recorder.Clear();
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Reading), 5);
+    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
+    EXPECT_EQ(handler.GetCOFromID(500, "", dpt, OpMode::Writing), 5);
+    EXPECT_EQ(recorder.Count("plugin A GetCOFromID(500, writing)"), 1u);
+}
+
+TEST_F(IdOfCo, FoundAfterAQuestionForItsState_KeepsTheState) {
+    plugins["A"].bindings = {
+        {.co = 5, .id = 500, .dpt = {1, 0, 1, 1}, .eventing = true, .readInternal = true}};
+    SetUpWith({"A"});
+    EXPECT_TRUE(handler.IsKnxEventDataPoint(500, ""));
+    EXPECT_TRUE(handler.IsOxnReadInternalDataPoint(500));
+    EXPECT_EQ(handler.GetIDFromCO(5, dpt, OpMode::Writing), 500u);
+    recorder.Clear();
+    EXPECT_TRUE(handler.IsKnxEventDataPoint(500, ""));
+    EXPECT_TRUE(handler.IsOxnReadInternalDataPoint(500));
+    EXPECT_THAT(recorder.LinesWith("plugin"), IsEmpty());
+}
+
 TEST_F(IdOfCo, FoundForATelegram_AnswersForNoDirection) {
     plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}}};
     service.objects[5] = TestSupport::FakeGroupObject(1);

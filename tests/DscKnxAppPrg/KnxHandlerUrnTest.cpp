@@ -3,6 +3,7 @@
 #include "ParameterNames.h"
 
 #include <atomic>
+#include <future>
 #include <thread>
 
 namespace {
@@ -175,17 +176,22 @@ TEST_P(ProcessViewId, IsReadLeniently) {
         EXPECT_EQ(Mapped(GetParam().id), "a");
     }
 }
-INSTANTIATE_TEST_SUITE_P(UrnTest, ProcessViewId,
-                         testing::Values(IdCase{"DigitsBeforeLetters", R"("42abc")", 42},
-                                         IdCase{"Letters", R"("abc")", 0}, IdCase{"EmptyText", R"("")", 0},
-                                         IdCase{"SignedText", R"("-5")", 0},
-                                         IdCase{"BlankBeforeDigits", R"(" 5")", 0},
-                                         IdCase{"LargestText", R"("4294967294")", 4294967294},
-                                         IdCase{"TextTooLarge", R"("4294967296")", 0},
-                                         IdCase{"Null", "null", 0}, IdCase{"Boolean", "true", 0},
-                                         IdCase{"Array", "[5]", 0}, IdCase{"Object", "{}", 0},
-                                         IdCase{"Zero", "0", 0}, IdCase{"Exponent", "1e3", 1000}),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    UrnTest, ProcessViewId,
+    testing::Values(IdCase{"DigitsBeforeLetters", R"("42abc")", 42}, IdCase{"Letters", R"("abc")", 0},
+                    IdCase{"EmptyText", R"("")", 0}, IdCase{"SignedText", R"("-5")", 0},
+                    IdCase{"BlankBeforeDigits", R"(" 5")", 0},
+                    IdCase{"LargestText", R"("4294967294")", 4294967294},
+                    IdCase{"TextTooLarge", R"("4294967296")", 0}, IdCase{"Null", "null", 0},
+                    IdCase{"Boolean", "true", 0}, IdCase{"Array", "[5]", 0}, IdCase{"Object", "{}", 0},
+                    IdCase{"Zero", "0", 0}, IdCase{"Exponent", "1e3", 1000},
+                    IdCase{"WholeDouble", "42.0", 42}, IdCase{"MinusZero", "-0.0", 0},
+                    IdCase{"LargestDouble", "4294967294.0", 4294967294},
+                    IdCase{"LeadingZeros", R"("0042")", 42}, IdCase{"PlusSign", R"("+5")", 0},
+                    IdCase{"DigitsBeforeAPoint", R"("42.9")", 42}, IdCase{"HexadecimalText", R"("0x2A")", 0},
+                    IdCase{"TextFarTooLarge", R"("99999999999999999999999")", 0},
+                    IdCase{"RepeatedMember", R"(7,"id":42)", 42}),
+    [](const auto& row) { return row.param.name; });
 
 class ProcessViewBadElement : public UrnTest, public testing::WithParamInterface<IdCase> {};
 
@@ -207,6 +213,14 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(IdCase{"NegativeId", R"({"id":-1,"urn":"urn:oxn:dp:house:b"})", 0},
                     IdCase{"BrokenId", R"({"id":1.5,"urn":"urn:oxn:dp:house:b"})", 0},
                     IdCase{"IdTooLarge", R"({"id":4294967296,"urn":"urn:oxn:dp:house:b"})", 0},
+                    IdCase{"IdJustTooLargeADouble", R"({"id":4294967296.0,"urn":"urn:oxn:dp:house:b"})", 0},
+                    IdCase{"IdFarTooLarge", R"({"id":99999999999999999999999,"urn":"urn:oxn:dp:house:b"})",
+                           0},
+                    IdCase{"IdBeyondADouble", R"({"id":1e400,"urn":"urn:oxn:dp:house:b"})", 0},
+                    IdCase{"NegativeDouble", R"({"id":-1.0,"urn":"urn:oxn:dp:house:b"})", 0},
+                    IdCase{"BadIdWithoutUrn", R"({"id":-1,"urn":""})", 0},
+                    IdCase{"NullAsUrn", R"({"id":0,"urn":null})", 0}, IdCase{"NullAsElement", "null", 0},
+                    IdCase{"ArrayAsElement", R"([501,"urn:oxn:dp:house:b"])", 0},
                     IdCase{"NumberAsUrn", R"({"id":501,"urn":5})", 0}, IdCase{"NoUrn", R"({"id":501})", 0},
                     IdCase{"NoId", R"({"urn":"urn:oxn:dp:house:b"})", 0}, IdCase{"NoObject", "5", 0}),
     [](const auto& row) { return row.param.name; });
@@ -284,6 +298,57 @@ TEST_F(UrnTest, ProcessView_ThatDoesNotCome_LeavesTheMapEmpty) {
         WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: No response received for GetProcessView
     )");
     EXPECT_EQ(Mapped(500), "");
+}
+
+TEST_F(UrnTest, ProcessView_ThatIsAnEmptyText_CountsAsNone) {
+    SetUpWithUrns({"A"});
+    stack.responses[kQuestion] = "";
+    EXPECT_FALSE(handler.UpdateIdUrnMap());
+    EXPECT_EQ(
+        recorder.Count("WARN KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: No response received for "
+                       "GetProcessView"),
+        1u);
+}
+
+TEST_F(UrnTest, ProcessView_WithoutDataPoints_EmptiesTheMap) {
+    stack.urns[500] = "urn:oxn:dp:house:lamp";
+    SetUpWithUrns({"A"});
+    handler.ResolveID(500);
+    stack.responses[kQuestion] = ProcessView("[]");
+    EXPECT_TRUE(handler.UpdateIdUrnMap());
+    EXPECT_EQ(recorder.Count(
+                  "INFO KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Added 0 entries to ID-URN Map"),
+              1u);
+    EXPECT_EQ(Mapped(500), "");
+}
+
+TEST_F(UrnTest, ProcessView_WhileItIsAskedFor_KeepsNobodyWaiting) {
+    stack.urns[500] = "urn:oxn:dp:house:lamp";
+    SetUpWithUrns({"A"});
+    stack.responses[kQuestion] = ProcessView(R"([{"id":501,"urn":"urn:oxn:dp:house:b"}])");
+    const auto gate = stack.faults.Block("Command");
+    auto update = std::async(std::launch::async, [this] { return handler.UpdateIdUrnMap(); });
+    ASSERT_TRUE(gate->WaitForArrival());
+    auto others = std::async(std::launch::async, [this] {
+        EXPECT_EQ(handler.ResolveID(500), "lamp"); // asked for, and added
+        EXPECT_EQ(handler.ResolveUrn("lamp"), 500u);
+    });
+    EXPECT_EQ(others.wait_for(TestSupport::Recorder::kPatience), std::future_status::ready);
+    gate->Open();
+    EXPECT_TRUE(update.get());
+    others.wait();
+    EXPECT_EQ(recorder.Count(
+                  "INFO KnxStack.DscKnxAppPrg.KnxHandler | UpdateIdUrnMap: Added 2 entries to ID-URN Map"),
+              1u); // what the map holds, whoever put it there
+}
+
+TEST_F(UrnTest, LargestId_IsMappedButNeverResolved) {
+    SetUpWithUrns({"A"});
+    stack.responses[kQuestion] = ProcessView(R"([{"id":"4294967295","urn":"urn:oxn:dp:house:a"}])");
+    EXPECT_TRUE(handler.UpdateIdUrnMap());
+    EXPECT_EQ(handler.ResolveUrn("a"), 4294967295u);
+    EXPECT_EQ(handler.ResolveID(4294967295u), "");
+    EXPECT_THAT(recorder.LinesWith("client Get"), IsEmpty());
 }
 
 TEST_F(UrnTest, ProcessView_RepeatedIdsAndUrns_AreRefused) {

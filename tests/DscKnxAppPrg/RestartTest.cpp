@@ -148,6 +148,24 @@ TEST_F(RestartTest, DuringAStart_EndsItFirst) {
     EXPECT_EQ(recorder.Count("hub OnApplicationProgramStartupStateChanged(1)"), 1u);
 }
 
+TEST_F(RestartTest, AfterARestart_IsARestartLikeTheFirst) {
+    RegisterPlugins({"A"});
+    Start();
+    std::vector<std::string> first;
+    for (int round = 1; round != 3; ++round) {
+        recorder.Clear();
+        ASSERT_EQ(program->OnDeviceRestart(), StartupState::InProgress);
+        ASSERT_TRUE(InitThreadFinished());
+        std::vector<std::string> lines = recorder.LinesOf("host");
+        const auto worker = recorder.LinesOf("worker " + std::to_string(round + 1));
+        EXPECT_THAT(worker, testing::Contains("hub OnApplicationProgramRestarted(1, 0)"));
+        lines.insert(lines.end(), worker.begin(), worker.end());
+        if (round == 1)
+            first = lines;
+        EXPECT_EQ(lines, first);
+    }
+}
+
 TEST_F(RestartTest, OverAStartThatReachesItsEndMeanwhile_IsInProgressAgain) {
     plugins["A"].bindings = {{.co = 5, .id = 500, .dpt = {1, 0, 1, 1}, .eventing = true}};
     service.objects[5] = TestSupport::FakeGroupObject(1);

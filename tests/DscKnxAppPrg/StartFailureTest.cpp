@@ -99,6 +99,16 @@ TEST_F(StartFailureTest, Init_Again_FindsTheClientAndTheInitThread) {
     )");
 }
 
+TEST_F(StartFailureTest, Create_WhereTheSystemGivesNoThread_Throws) {
+    {
+        const FailingThreads noThreads;
+        EXPECT_THROW(Create(), std::exception);
+    }
+    EXPECT_EQ(program, nullptr);
+    ExpectRecord("host", "DEBUG KnxStack.DscKnxAppPrg | createApplicationProgram(): ...");
+    CreateAndInit(); // nothing is left of the first one
+}
+
 TEST_F(StartFailureTest, Init_WhereTheSystemGivesNoThread_FailsByItsResult) {
     Create();
     {

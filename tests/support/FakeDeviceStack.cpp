@@ -59,10 +59,14 @@ private:
     std::thread m_thread;                      // last: uses the others
 };
 
-class NoError : public Vesk::IDeviceStackClient::IError {
+class Error : public Vesk::IDeviceStackClient::IError {
 public:
-    int GetCode() const override { return 0; }
-    std::string GetText() const override { return {}; }
+    explicit Error(int code = 0) : m_code(code) {}
+    int GetCode() const override { return m_code; }
+    std::string GetText() const override { return m_code != 0 ? "refused by the test" : ""; }
+
+private:
+    int m_code;
 };
 
 thread_local std::string t_lastError;
@@ -261,9 +265,10 @@ std::future<bool> FakeDeviceStack::WriteValue(Id id, std::string value, std::str
     });
 }
 
-std::future<bool> FakeDeviceStack::AnswerGetValue(Id id, std::string urn, std::string value) {
+std::future<bool> FakeDeviceStack::AnswerGetValue(Id id, std::string urn, std::string value, int errorCode) {
     return Post([=](Client& client) {
-        client.responseHandler->OnGetValue(client.responseContext, "request", id, urn, value, NoError());
+        client.responseHandler->OnGetValue(client.responseContext, "request", id, urn, value,
+                                           Error(errorCode));
         return true;
     });
 }
@@ -285,7 +290,7 @@ std::future<bool> FakeDeviceStack::EveryOtherCallback() {
         Vesk::IDeviceStackClient::IEventHandler& events = *client.eventHandler;
         Vesk::IDeviceStackClient::IResponseHandler& answers = *client.responseHandler;
         void* const ctx = client.responseContext;
-        const NoError none;
+        const Error none;
         const bool handled = events.OnValueChanged(client.eventContext, 1, "value") &&
                              events.OnDeviceDiscovery(client.eventContext, 1, "name", "value");
         events.OnConnectionLost();

@@ -47,7 +47,7 @@ public:
     std::future<bool> ValueChanged(Id id, std::string urn, std::string value);
     std::future<bool> ReadValue(Id id, std::string urn);
     std::future<bool> WriteValue(Id id, std::string value, std::string urn);
-    std::future<bool> AnswerGetValue(Id id, std::string urn, std::string value);
+    std::future<bool> AnswerGetValue(Id id, std::string urn, std::string value, int errorCode = 0);
     std::future<bool> ConfigurationChanged(std::string key, std::string value);
     std::future<bool> ApplicationEvent(std::string sender, std::string message);
     std::future<bool> EveryOtherCallback();
