@@ -25,11 +25,14 @@ log4cplus::Logger& Log() {
 Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read)
     : m_configuration(std::move(configuration)), m_read(std::move(read)),
       m_objects(m_configuration.MakeTable()), m_interfaceObjects(m_configuration.interfaceObjects),
-      m_link(m_configuration), m_service(m_objects, m_link),
-      m_application(library, {m_service, m_interfaceObjects}, m_configuration.program.settings, *this,
-                    [this] { m_link.Close(); }) {
+      m_downloaded(m_configuration.memory, m_configuration.applicationData), m_link(m_configuration),
+      m_service(m_objects, m_link),
+      m_application(library, {m_service, m_interfaceObjects, m_downloaded}, m_configuration.program.settings,
+                    *this, [this] { m_link.Close(); }) {
     m_configuration.groupObjects = {};
     m_configuration.interfaceObjects = {};
+    m_configuration.memory = {};
+    m_configuration.applicationData = {};
 }
 
 void Host::Open() {
@@ -87,6 +90,7 @@ void Host::Apply() {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());
     m_interfaceObjects.Load(m_next->interfaceObjects);
+    m_downloaded.Replace(std::move(m_next->memory), std::move(m_next->applicationData));
     m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
     DaemonSupport::SetLogLevel(m_next->log.level);
     m_next.reset();

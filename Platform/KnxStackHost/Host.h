@@ -1,6 +1,7 @@
 // The running host: links, device and application program put together.
 #pragma once
 
+#include "KnxDevice/DownloadedData.h"
 #include "KnxDevice/GroupObjects.h"
 #include "KnxDevice/InterfaceObjects.h"
 #include "KnxStackHost/ApplicationThread.h"
@@ -35,10 +36,11 @@ private:
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
-    Configuration m_configuration; // as started; group and interface objects are in the next two only
+    Configuration m_configuration; // as started; what is in the next three is not here
     const ReadConfiguration m_read;
     KnxDevice::GroupObjects m_objects;
     KnxDevice::InterfaceObjects m_interfaceObjects;
+    KnxDevice::DownloadedData m_downloaded;
     LinkThread m_link;
     GroupValueService m_service;
     ApplicationThread m_application;

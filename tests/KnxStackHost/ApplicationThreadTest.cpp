@@ -112,7 +112,7 @@ protected:
 
     void Start() {
         m_thread = std::make_unique<ApplicationThread>(
-            ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects},
+            ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects, m_downloaded},
             ApiHub::Settings{{"key", "value"}}, static_cast<ReloadSource&>(*this),
             [this] { m_journal.Add("ended"); });
         m_thread->Start();
@@ -134,6 +134,7 @@ protected:
     FakeOutlet m_outlet;
     GroupValueService m_service{m_objects, m_outlet};
     KnxDevice::InterfaceObjects m_interfaceObjects;
+    KnxDevice::DownloadedData m_downloaded{{1, 2}, {3}};
     std::atomic<bool> m_readable{true};
     std::atomic<bool> m_otherObjects{false};
     std::function<void()> m_inApply;
@@ -333,8 +334,8 @@ TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {
     EXPECT_EQ((ApiHub::Settings{{"key", "other"}}), hub.GetApplicationProgramSettings());
     EXPECT_EQ(&m_service, hub.GetGroupValueService());
     EXPECT_EQ(&m_interfaceObjects, hub.GetPropertyService());
-    EXPECT_EQ(0u, hub.GetApplicationProgramMemory()->GetData().GetSize());
-    EXPECT_EQ(0u, hub.GetDownloadService().GetApplicationData().GetSize());
+    EXPECT_EQ("0102", hub.GetApplicationProgramMemory()->GetData().ToString());
+    EXPECT_EQ("03", hub.GetDownloadService().GetApplicationData().ToString());
 }
 
 } // namespace
