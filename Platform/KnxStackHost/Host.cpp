@@ -37,7 +37,8 @@ Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguratio
 
 void Host::Open() {
     m_link.Open(m_objects, [this](Callback callback) { m_application.Post(std::move(callback)); },
-                {[this] { m_application.RequestReload(); }, [this] { Terminate(); }});
+                {[this] { m_application.RequestReload(); }, [this] { m_application.RequestDeviceRestart(); },
+                 [this] { Terminate(); }});
 }
 
 bool Host::Run() {
@@ -72,9 +73,9 @@ void Host::Terminate() {
     });
 }
 
-bool Host::Read() {
+bool Host::Read(Scope scope) {
     try {
-        m_next = m_read();
+        m_next = m_read(scope);
         return true;
     } catch (const ConfigurationError& error) {
         LOG4CPLUS_ERROR(Log(), fmt::format("{}; the former configuration stays in force", error.what()));
@@ -86,16 +87,25 @@ bool Host::ChangesGroupObjects() const {
     return m_next->MakeTable() != *m_objects.Tables();
 }
 
-void Host::Apply() {
+void Host::Apply(Scope scope) {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());
     m_interfaceObjects.Load(m_next->interfaceObjects);
     m_downloaded.Replace(std::move(m_next->memory), std::move(m_next->applicationData));
+    if (scope == Scope::Everything)
+        ApplySettings();
+    else if (m_next->program.settings != m_application.Hub().GetApplicationProgramSettings())
+        LOG4CPLUS_WARN(Log(), "/applicationProgram/settings has changed; that takes effect with SIGHUP");
+    m_next.reset();
+    LOG4CPLUS_INFO(Log(),
+                   fmt::format("{} in force, with {} group objects",
+                               scope == Scope::Everything ? "the new configuration is" : "the new device is",
+                               m_objects.Tables()->Count()));
+}
+
+void Host::ApplySettings() {
     m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
     DaemonSupport::SetLogLevel(m_next->log.level);
-    m_next.reset();
-    LOG4CPLUS_INFO(Log(), fmt::format("the new configuration is in force, with {} group objects",
-                                      m_objects.Tables()->Count()));
 }
 
 void Host::ReportWhatNeedsARestart(const Configuration& next) const {

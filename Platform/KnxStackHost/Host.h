@@ -17,8 +17,10 @@ namespace KnxStackHost {
 /// that lasts, the application thread.
 class Host final : private ReloadSource {
 public:
+    using ReloadSource::Scope;
+
     /// Reads the configuration anew, command line included; throws ConfigurationError.
-    using ReadConfiguration = std::function<Configuration()>;
+    using ReadConfiguration = std::function<Configuration(Scope)>;
 
     Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read);
 
@@ -30,9 +32,10 @@ public:
     bool Run();
 
 private:
-    bool Read() override;
+    bool Read(Scope scope) override;
     bool ChangesGroupObjects() const override;
-    void Apply() override;
+    void Apply(Scope scope) override;
+    void ApplySettings();
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
