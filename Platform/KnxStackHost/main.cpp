@@ -95,9 +95,13 @@ int Serve(const CommandLine& line) {
     KnxStackHost::CheckHandlerRegistry(configuration);
     KnxStackHost::Host host(std::move(configuration), library, [&line](KnxStackHost::Host::Scope scope) {
         auto next = ReadConfiguration(line);
-        // A download may be what brings the project in order, so it does not depend on it.
-        if (scope == KnxStackHost::Host::Scope::Everything)
+        try {
             KnxStackHost::CheckProjectFile(next);
+        } catch (const ConfigurationError&) {
+            // A download may be what brings the project in order, so it does not depend on it.
+            if (scope == KnxStackHost::Host::Scope::Everything)
+                throw;
+        }
         return next;
     });
     host.Open();
@@ -129,7 +133,7 @@ int CheckProject(const CommandLine& line) {
 }
 
 int CheckConfiguration(const CommandLine& line) {
-    const auto configuration = ReadConfiguration(line);
+    auto configuration = ReadConfiguration(line);
     EnterEnvironment(configuration);
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging({"error", ""});

@@ -109,6 +109,26 @@ TEST_F(DeviceRestart, DoesNotDependOnTheProjectThatTheDownloadIsToReplace) {
     EXPECT_TRUE(Recorded("device: pending yes, property 80, memory 01, data 02"));
 }
 
+TEST_F(DeviceRestart, KeepsOwnTelegramsFromTheTranslationRangeThatTheProjectHasNow) {
+    Start();
+    const auto sendOnObject1 = [this] { // which has the address of object 2
+        ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(0, 0, 250), kWrite, {4})));
+        EXPECT_EQ(0x2E, m_tunnel->Receive().at(0));
+        EXPECT_EQ(0x29, m_tunnel->Receive().at(0)) << "what the program sends";
+    };
+    sendOnObject1();
+    ASSERT_TRUE(Recorded("write 2 01"));
+
+    m_directory.Write("project.json", R"({"version": 1, "device": "house", "dataPoints": [],
+                                          "knx": {"translationRange": [2, 3]}})");
+    Download(Replaced(Device("80"), "{", R"({"project": "project.json",)"));
+    ASSERT_TRUE(Recorded("device: pending yes, property 80, memory 01, data 02"));
+    sendOnObject1();
+    ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(1, 2, 3), kWrite | 0)));
+    ASSERT_TRUE(Recorded("write 2 00")) << "what comes from outside still gets there";
+    EXPECT_EQ(1u, CountOf(m_directory.Read("record"), "write 2 01")) << m_directory.Read("record");
+}
+
 TEST_F(DeviceRestart, StaysPendingOverAProgramThatFails) {
     Start(R"(, "restart": "fail-once")");
     Download(Device("80", R"(, "restart": "fail-once")"));
