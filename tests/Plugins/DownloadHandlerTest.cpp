@@ -5,8 +5,9 @@
 #include <boost/thread/thread.hpp>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-using TestSupport::TemporaryDirectory;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -181,6 +182,40 @@ TEST_F(DownloadHandlerTest, WhatAPowerFailureLeftBehindIsOverwritten) {
     EXPECT_TRUE(Download(DataOf(kNewProject)));
     EXPECT_EQ(*Loaded(m_directory / "project.json"), *Parsed(kNewProject));
     EXPECT_FALSE(std::filesystem::exists(m_directory / "project.json.new"));
+}
+
+TEST_F(DownloadHandlerTest, ProcessThatEndsAtAnyStepLeavesTheOldProjectOrTheWholeNewOne) {
+    Start();
+    const auto data = DataOf(kNewProject);
+    for (const int last : {1, 2, 3, 4}) { // fsync of the file, announcement, renaming, fsync of the directory
+        const pid_t child = fork();
+        if (child == 0) {
+            int step = 0;
+            const auto endAt = [&step, last] {
+                if (++step == last) {
+                    _exit(0);
+                }
+                return 0;
+            };
+            SystemCalls::onFsync = [endAt](int) { return endAt(); };
+            SystemCalls::onRename = [endAt](const std::string&, const std::string&) { return endAt(); };
+            m_announce = [endAt] { endAt(); };
+            Download(data);
+            _exit(1);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status));
+        ASSERT_EQ(WEXITSTATUS(status), 0) << last;
+        if (last < 4) {
+            EXPECT_EQ(Project(), kOldProject) << last;
+        } else {
+            EXPECT_EQ(*Loaded(m_directory / "project.json"), *Parsed(kNewProject));
+        }
+    }
+    m_directory.Write("project.json", kOldProject);
+    EXPECT_TRUE(Download(data));
+    EXPECT_EQ(Files().size(), 2u); // and the next one leaves nothing behind
 }
 
 TEST_F(DownloadHandlerTest, WhatAnotherDownloadBeginsBehindTheRenamingIsLeftAlone) {
