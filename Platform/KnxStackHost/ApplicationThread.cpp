@@ -206,7 +206,6 @@ void ApplicationThread::CallInit() {
 
 void ApplicationThread::CallDeviceRestart() {
     LOG4CPLUS_INFO(Log(), "the device has restarted; the application program starts anew");
-    m_hub.SetDeviceRestartPending(true);
     m_lifecycle.OnCalling(Step::RestartDevice, Clock::now());
     auto state = StartupState::Failed;
     try {

@@ -146,13 +146,17 @@ TEST_F(DeviceRestart, StaysPendingOverAProgramThatFails) {
 
 TEST_F(DeviceRestart, LeavesSettingsAndLinksToOtherSignalsAndSaysSo) {
     Start();
-    Download(Replaced(Device("80", R"(, "more": "settings")"), "\"1.1.252\"", "\"1.1.253\""));
+    Download(Replaced(Replaced(Device("80"), R"("record": "record")", R"("other": "settings")"),
+                      "\"1.1.252\"", "\"1.1.253\""));
     ASSERT_TRUE(Recorded("device: pending yes, property 80, memory 01, data 02"));
     EXPECT_TRUE(
         m_daemon->WaitForLog("/server has changed; that takes effect at the next start of knxstackd"));
     EXPECT_TRUE(
         m_daemon->WaitForLog("/applicationProgram/settings has changed; that takes effect with SIGHUP"));
     EXPECT_THAT(m_directory.Read("record"), Not(HasSubstr("exit")));
+    ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(0, 0, 250), kWrite, {3})));
+    EXPECT_TRUE(Recorded("init", 2))
+        << "the next program has the former settings and so writes down its calls";
 }
 
 TEST_F(DeviceRestart, SighupLoadsTheDeviceTooForAProgramThatIsMadeAnew) {
