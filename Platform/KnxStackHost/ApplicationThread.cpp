@@ -217,6 +217,7 @@ void ApplicationThread::CallDeviceRestart() {
                                            CurrentExceptionText()));
     }
     m_lifecycle.OnReturned(state, Clock::now());
+    m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
 }
 
 void ApplicationThread::StopProgram() {

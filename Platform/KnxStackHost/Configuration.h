@@ -81,8 +81,8 @@ struct Configuration {
 };
 
 /// The most that the files of "applicationProgram" may hold, in bytes.
-constexpr std::size_t kLargestMemory = 64 * 1024;
-constexpr std::size_t kLargestApplicationData = 1024 * 1024;
+constexpr std::size_t kLargestMemory = std::size_t{64} * 1024;
+constexpr std::size_t kLargestApplicationData = std::size_t{1024} * 1024;
 
 /// True for four decimal numbers with dots.
 bool IsIpv4Address(const std::string& text);

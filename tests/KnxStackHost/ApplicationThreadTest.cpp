@@ -346,6 +346,17 @@ TEST_F(Application, ADeviceRestartHoldsTelegramsUntilTheProgramReportsThatItRuns
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
 }
 
+TEST_F(Application, ADeviceRestartThatReturnsRunningIsOver) {
+    s_script.restart = [](KnxStack::IApiHub&) { return State::Running; };
+    Start();
+    m_journal.Wait(2);
+    m_thread->RequestDeviceRestart();
+    m_journal.Wait(5);
+    m_thread->Post(WriteTo(1, 1));
+    m_journal.Wait(6);
+    EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
+}
+
 TEST_F(Application, ADeviceRestartWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
     s_script.init = ReportLater;
     m_otherObjects = true;

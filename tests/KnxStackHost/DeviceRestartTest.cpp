@@ -81,6 +81,24 @@ TEST_F(DeviceRestart, LoadsTheDeviceTellsTheProgramAndHoldsItsTelegramsUntilItRu
     EXPECT_EQ(0u, CountOf(m_daemon->Log(), "ERROR") + CountOf(m_daemon->Log(), "WARN ")) << m_daemon->Log();
 }
 
+TEST_F(DeviceRestart, AProgramThatTakesLongGetsItsTelegramsAfterThirtySecondsWithOneWarning) {
+    Start(R"(, "restart": "wait")");
+    Download(Device("80", R"(, "restart": "wait")"));
+    const std::string pending = "device: pending yes, property 80, memory 01, data 02";
+    ASSERT_TRUE(Recorded(pending));
+    ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(0, 0, 250), kWrite, {9})));
+    EXPECT_EQ(0x2E, m_tunnel->Receive().at(0)) << "confirmed all the same";
+    EXPECT_THAT(m_directory.Read("record"), Not(HasSubstr("write")))
+        << "delivered before the program reported";
+    ASSERT_TRUE(m_daemon->WaitForLog("has been starting for 30 s", seconds(60)));
+    EXPECT_TRUE(Recorded(pending, 2)) << "still pending";
+    EXPECT_EQ(1u, CountOf(m_daemon->Log(), "WARN ")) << m_daemon->Log();
+    m_directory.Write("record.go", "");
+    ASSERT_TRUE(m_daemon->WaitForLog("configured and running", seconds(30), 2));
+    ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(0, 0, 250), kWrite, {9})));
+    EXPECT_TRUE(Recorded("device: pending no, property 80, memory 01, data 02"));
+}
+
 TEST_F(DeviceRestart, ARefusedConfigurationLeavesEverythingAsItIsWithOneError) {
     Start();
     std::size_t refusals = 0;
