@@ -1,6 +1,10 @@
 # Test programs of the tree and of the conformance kit.
 include(GoogleTest)
 
+if(NOT DEFINED knx_test_timeout)
+    set(knx_test_timeout 120)
+endif()
+
 # knx_add_test(<name> SOURCES … [LIBRARIES …]): a test program linked to GoogleTest and GoogleMock with a
 # main(), its cases registered with ctest.
 function(knx_add_test name)
@@ -12,5 +16,5 @@ function(knx_add_test name)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     # A parameter stands under its name, not its value: a value may be as long as a file, or an address in memory.
     gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 120 ${arg_PROPERTIES})
+        PROPERTIES TIMEOUT ${knx_test_timeout} ${arg_PROPERTIES})
 endfunction()

@@ -24,6 +24,9 @@ packages_of() {
     done < <(grep -v '^#' "$root/scripts/packages")
 }
 
+# library_lines: those of the build and of the tests that are libraries to compile and link with.
+library_lines() { packages_of build test | sed -nE 's/^ *(lib[^ ]*-dev( .*)?)$/\1/p'; }
+
 # missing_lines <set>...: the lines of which no package is installed.
 missing_lines() {
     local line package

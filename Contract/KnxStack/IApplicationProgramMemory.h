@@ -10,8 +10,10 @@ class IApplicationProgramMemory {
 public:
     virtual ~IApplicationProgramMemory() = default;
 
-    /// The whole block, lowest address first. An unchanging snapshot: the reference is valid until the next
-    /// OnDeviceRestart, which replaces it, or until the program is deleted. Any thread.
+    /// The whole block, lowest address first; empty before the first download. An unchanging snapshot: a
+    /// download puts another one in its place before it calls OnDeviceRestart, but the reference stays valid
+    /// to the end of the process, for a start that could not be stopped, inside a plug-in, may still read it.
+    /// Any thread.
     virtual const BinaryData& GetData() const = 0;
 };
 

@@ -10,8 +10,8 @@ class IDownloadService {
 public:
     virtual ~IDownloadService() = default;
 
-    /// The application data; empty before the first download. An unchanging snapshot: the reference is valid
-    /// until the next OnDeviceRestart or until the program is deleted. Any thread.
+    /// The application data; empty before the first download. An unchanging snapshot that a download replaces
+    /// and that stays valid, as the memory of IApplicationProgramMemory does. Any thread.
     virtual const BinaryData& GetApplicationData() = 0;
 };
 

@@ -14,7 +14,7 @@ Core::Core(Settings settings, IEnvironment& environment, ValueCheck check, Devic
 
 std::string Core::SetProject(std::shared_ptr<const ProjectFile::Project> project, Instant now) {
     m_now = now;
-    if (auto conflict = IdConflict(m_stored, *project); !conflict.empty())
+    if (auto conflict = ProjectFile::IdConflict(m_stored.ids, *project); !conflict.empty())
         return conflict;
     const bool first = !m_store.HasProject();
     m_store.SetProject(std::move(project), m_stored, now.utc);

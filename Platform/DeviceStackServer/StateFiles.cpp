@@ -17,17 +17,10 @@
 namespace DeviceStackServer {
 namespace {
 
-constexpr const char* kIds = "ids.json";
 constexpr const char* kValues = "values.json";
 
 log4cplus::Logger Log() {
     return log4cplus::Logger::getInstance("DeviceStack.Server.State");
-}
-
-std::string UnreadableIds(const std::string& path, const std::string& cause) {
-    return fmt::format("{} cannot be read ({}); bring back a copy of it, or delete it when no id of a "
-                       "former project has to be kept from other data points",
-                       path, cause);
 }
 
 } // namespace
@@ -62,8 +55,8 @@ std::string StateFiles::Read(Milliseconds utc, StateImage& image) {
         const auto content = ReadFile(PathOf(name), error);
         return content ? take(*content, image) : error;
     };
-    if (const auto error = read(kIds, ReadIds); !error.empty())
-        return UnreadableIds(PathOf(kIds), error);
+    if (const auto error = read(ProjectFile::kIdsFile, ReadIds); !error.empty())
+        return ProjectFile::UnreadableIds(PathOf(ProjectFile::kIdsFile), error);
     if (const auto error = read(kValues, ReadValues); !error.empty())
         SetValuesAside(error, utc);
     return {};
@@ -80,7 +73,7 @@ void StateFiles::SetValuesAside(const std::string& error, Milliseconds utc) cons
 }
 
 void StateFiles::SaveIds(const StateImage& image) {
-    Save(PathOf(kIds), WriteIds(image));
+    Save(PathOf(ProjectFile::kIdsFile), WriteIds(image));
 }
 
 void StateFiles::SaveValues(const StateImage& image) {
@@ -109,18 +102,6 @@ void StateFiles::WritePending(const std::string& path) {
         return;
     m_onFailed();
     LOG4CPLUS_ERROR(Log(), path << ' ' << error << "; its content is only in memory.");
-}
-
-std::string IdFaultOnDisk(const std::string& directory, const std::string& projectPath,
-                          const ProjectFile::Project& project) {
-    const auto path = directory + '/' + kIds;
-    std::string error;
-    StateImage image;
-    if (const auto content = ReadFile(path, error))
-        if (const auto cause = ReadIds(*content, image); !cause.empty())
-            return UnreadableIds(path, cause);
-    const auto conflict = IdConflict(image, project);
-    return conflict.empty() ? conflict : projectPath + ": " + conflict;
 }
 
 void StateFiles::Finish() {

@@ -55,9 +55,4 @@ private:
     boost::asio::thread_pool m_writer{1};
 };
 
-/// Why the project of that path cannot be served with the ids of the directory, for checks before a start:
-/// one sentence, or "". "" also when there is no file of ids, or one that the checking user may not read.
-std::string IdFaultOnDisk(const std::string& directory, const std::string& projectPath,
-                          const ProjectFile::Project& project);
-
 } // namespace DeviceStackServer

@@ -6,23 +6,10 @@
 #include <boost/json.hpp>
 #include <fmt/format.h>
 
-#include <unordered_map>
-
 namespace DeviceStackServer {
 namespace {
 
 namespace json = boost::json;
-
-constexpr std::int64_t kVersion = 1;
-
-std::string TakeIds(const json::object& ids, StateImage& image) {
-    for (const auto& [urn, id] : ids) {
-        if (!id.is_int64() || id.get_int64() <= 0 || id.get_int64() > 0xFFFFFFFE)
-            return fmt::format("the id of \"{}\" is no number from 1 to 4294967294", std::string_view(urn));
-        image.ids.emplace(std::string(urn), static_cast<std::uint32_t>(id.get_int64()));
-    }
-    return {};
-}
 
 std::string TakeValues(const json::object& values, StateImage& image) {
     for (const auto& [urn, value] : values) {
@@ -41,52 +28,7 @@ std::string TakeValues(const json::object& values, StateImage& image) {
     return {};
 }
 
-/// Reads the object `member` of a file of the known version.
-std::string ReadPart(std::string_view text, const char* member, StateImage& image,
-                     std::string (*take)(const json::object&, StateImage&)) {
-    json::error_code failure;
-    const auto root = json::parse(json::string_view(text.data(), text.size()), failure);
-    if (failure)
-        return "not JSON: " + failure.message();
-    const auto* object = root.if_object();
-    const auto* version = object ? object->if_contains("version") : nullptr;
-    if (!version || !version->is_int64())
-        return "no version";
-    if (version->get_int64() != kVersion)
-        return fmt::format("version {} is not known here", version->get_int64());
-    const auto* part = object->if_contains(member);
-    if (!part || !part->is_object())
-        return fmt::format("member \"{}\" is missing", member);
-    StateImage found = image;
-    auto error = take(part->get_object(), found);
-    if (error.empty())
-        image = std::move(found);
-    return error;
-}
-
 } // namespace
-
-std::string IdConflict(const StateImage& image, const ProjectFile::Project& project) {
-    std::unordered_map<std::uint32_t, std::string_view> urns;
-    for (const auto& [urn, id] : image.ids)
-        urns.emplace(id, urn);
-    for (const auto& point : project.dataPoints) {
-        if (point.IsFixed())
-            continue;
-        const auto known = image.ids.find(point.urn);
-        if (known != image.ids.end() && known->second != point.id)
-            return fmt::format(
-                "{} has had the id {} in an earlier project and cannot get {}; give it back its id",
-                point.urn, known->second, point.id);
-        const auto holder = urns.find(point.id);
-        if (holder != urns.end() && holder->second != point.urn)
-            return fmt::format(
-                "the id {} belonged to {} in an earlier project and cannot go to {}; take an id "
-                "that was never used",
-                point.id, holder->second, point.urn);
-    }
-    return {};
-}
 
 bool AdoptIds(StateImage& image, const ProjectFile::Project& project) {
     bool added = false;
@@ -98,7 +40,7 @@ bool AdoptIds(StateImage& image, const ProjectFile::Project& project) {
 }
 
 std::string WriteIds(const StateImage& image) {
-    std::string text = fmt::format("{{\"version\":{},\n\"ids\":", kVersion);
+    std::string text = fmt::format("{{\"version\":{},\n\"ids\":", ProjectFile::kStateFileVersion);
     DeviceStack::JsonObject ids(text);
     for (const auto& [urn, id] : image.ids) {
         ids.Number(urn, id);
@@ -110,7 +52,7 @@ std::string WriteIds(const StateImage& image) {
 }
 
 std::string WriteValues(const StateImage& image) {
-    std::string text = fmt::format("{{\"version\":{},\n\"values\":", kVersion);
+    std::string text = fmt::format("{{\"version\":{},\n\"values\":", ProjectFile::kStateFileVersion);
     DeviceStack::JsonObject values(text);
     for (const auto& [urn, value] : image.values) {
         values.Name(urn);
@@ -127,11 +69,16 @@ std::string WriteValues(const StateImage& image) {
 }
 
 std::string ReadIds(std::string_view text, StateImage& image) {
-    return ReadPart(text, "ids", image, TakeIds);
+    return ProjectFile::ReadKnownIds(text, image.ids);
 }
 
 std::string ReadValues(std::string_view text, StateImage& image) {
-    return ReadPart(text, "values", image, TakeValues);
+    StateImage found = image;
+    auto error = ProjectFile::ReadStateFile(
+        text, "values", [&found](const json::object& values) { return TakeValues(values, found); });
+    if (error.empty())
+        image = std::move(found);
+    return error;
 }
 
 } // namespace DeviceStackServer

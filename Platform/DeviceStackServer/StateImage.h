@@ -2,15 +2,12 @@
 #pragma once
 
 #include "DeviceStackServer/Instant.h"
+#include "ProjectFile/KnownIds.h"
 
 #include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
-
-namespace ProjectFile {
-class Project;
-}
 
 namespace DeviceStackServer {
 
@@ -25,14 +22,11 @@ struct StoredValue {
 
 /// Every URN that ever had an id, and the values of persistent data points.
 struct StateImage {
-    std::map<std::string, std::uint32_t, std::less<>> ids;  ///< by URN; without the fixed data points
+    ProjectFile::KnownIds ids;
     std::map<std::string, StoredValue, std::less<>> values; ///< by URN
 
     bool operator==(const StateImage&) const = default;
 };
-
-/// Why the project may not follow the ids that were given before: a sentence with both URNs; "" when it may.
-std::string IdConflict(const StateImage& image, const ProjectFile::Project& project);
 
 /// Remembers the ids of the project. True when one was new.
 bool AdoptIds(StateImage& image, const ProjectFile::Project& project);

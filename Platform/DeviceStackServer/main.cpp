@@ -96,8 +96,8 @@ int Refuse(const std::string& error) {
 std::vector<std::string> FaultsOf(const Configuration& configuration, const ProjectFile::LoadResult& loaded) {
     if (!loaded)
         return loaded.errors;
-    auto fault = DeviceStackServer::IdFaultOnDisk(configuration.stateDirectory, configuration.project,
-                                                  *loaded.project);
+    auto fault =
+        ProjectFile::IdFaultOnDisk(configuration.stateDirectory, configuration.project, *loaded.project);
     return fault.empty() ? std::vector<std::string>() : std::vector<std::string>{std::move(fault)};
 }
 

@@ -107,6 +107,8 @@ void ApplicationThread::Run() {
                 Take(report);
             if (work.reload)
                 Reload();
+            if (work.restartDevice)
+                RestartDevice();
             Perform(work.step);
             if (work.callback)
                 Deliver(*work.callback);
@@ -145,9 +147,8 @@ bool ApplicationThread::TakeRequests(Work& work) {
     work.stop = m_stopRequested;
     work.reload = std::exchange(m_reloadRequested, false);
     work.reports = std::exchange(m_reports, {});
-    if (std::exchange(m_restartRequested, false))
-        m_lifecycle.RestartDevice();
-    if (work.stop || work.reload || !work.reports.empty())
+    work.restartDevice = std::exchange(m_restartRequested, false);
+    if (work.stop || work.reload || work.restartDevice || !work.reports.empty())
         return true;
     work.step = m_lifecycle.Next(Clock::now());
     if (work.step == Step::None && !m_lifecycle.HoldsCallbacks() && !m_queue.IsEmpty())
@@ -205,7 +206,6 @@ void ApplicationThread::CallInit() {
 
 void ApplicationThread::CallDeviceRestart() {
     LOG4CPLUS_INFO(Log(), "the device has restarted; the application program starts anew");
-    m_hub.SetDeviceRestartPending(true);
     m_lifecycle.OnCalling(Step::RestartDevice, Clock::now());
     auto state = StartupState::Failed;
     try {
@@ -217,6 +217,7 @@ void ApplicationThread::CallDeviceRestart() {
                                            CurrentExceptionText()));
     }
     m_lifecycle.OnReturned(state, Clock::now());
+    m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
 }
 
 void ApplicationThread::StopProgram() {
@@ -246,15 +247,29 @@ void ApplicationThread::StopProgram() {
 
 void ApplicationThread::Reload() {
     LOG4CPLUS_INFO(Log(), "reading the configuration again");
-    if (!m_reloadSource.Read())
+    if (!m_reloadSource.Read(ReloadSource::Scope::Everything))
         return;
     m_lifecycle.Reload();
     if (m_program != nullptr)
         StopProgram();
+    LoadAnew(ReloadSource::Scope::Everything);
+}
+
+void ApplicationThread::RestartDevice() {
+    LOG4CPLUS_INFO(Log(), "a download has ended; reading the device's part of the configuration again");
+    if (!m_reloadSource.Read(ReloadSource::Scope::Device))
+        return;
+    LoadAnew(ReloadSource::Scope::Device);
+    // Nothing is delivered between this and the call of OnDeviceRestart, which is due at once.
+    m_lifecycle.RestartDevice();
+    m_hub.SetDeviceRestartPending(true);
+}
+
+void ApplicationThread::LoadAnew(ReloadSource::Scope scope) {
     // Before the new objects are in force: what comes for them is not to be lost.
     if (m_reloadSource.ChangesGroupObjects())
         DropWaiting();
-    m_reloadSource.Apply();
+    m_reloadSource.Apply(scope);
 }
 
 void ApplicationThread::DropWaiting() {

@@ -17,19 +17,25 @@
 
 namespace KnxStackHost {
 
-/// A new configuration, on its way into a host whose program stops for it. Called on the application thread.
+/// A new configuration, on its way into the host. Called on the application thread.
 class ReloadSource {
 public:
+    /// What of the configuration is to change.
+    enum class Scope {
+        Everything, ///< and the program stops for it
+        Device,     ///< what a download brings; the program is told of it
+    };
+
     virtual ~ReloadSource() = default;
 
     /// Reads the configuration. False when it cannot be used, which was logged: everything stays as it is.
-    virtual bool Read() = 0;
+    virtual bool Read(Scope scope) = 0;
 
     /// True when what was read has other group objects than those in force.
     virtual bool ChangesGroupObjects() const = 0;
 
-    /// Puts what was read into force, while there is no program.
-    virtual void Apply() = 0;
+    /// Puts what was read into force: everything while there is no program, the device while it may run.
+    virtual void Apply(Scope scope) = 0;
 };
 
 /// Makes all lifecycle calls and all group value callbacks of the program, one at a time and in order. Others
@@ -54,6 +60,7 @@ public:
     /// Any thread; none of these waits for the program.
     void Post(Callback callback);
     void RequestReload();
+    /// A download has ended: the device is loaded anew, and the program told of it.
     void RequestDeviceRestart();
     void RequestStop();
 
@@ -71,6 +78,7 @@ private:
     struct Work {
         bool stop = false;
         bool reload = false;
+        bool restartDevice = false;
         Step step = Step::None;
         std::vector<StartupState> reports;
         std::optional<Callback> callback;
@@ -84,6 +92,8 @@ private:
     void CallDeviceRestart();
     void StopProgram();
     void Reload();
+    void RestartDevice();
+    void LoadAnew(ReloadSource::Scope scope);
     void DropWaiting();
     void Take(StartupState report);
     void Deliver(const Callback& callback);

@@ -69,6 +69,8 @@ struct Configuration {
     std::optional<InterfaceSettings> interface;
     std::vector<ConfiguredObject> groupObjects;
     std::vector<KnxDevice::InterfaceObjectDefinition> interfaceObjects; ///< instances numbered throughout
+    KnxStack::BinaryData memory;          ///< of application program 1; empty without a file
+    KnxStack::BinaryData applicationData; ///< likewise
     ProgramSettings program;
     std::string deviceStackSocket; ///< "" = the client library's own default
     std::string project;           ///< absolute path; "" = none
@@ -78,6 +80,10 @@ struct Configuration {
     KnxDevice::GroupObjectTable MakeTable() const;
 };
 
+/// The most that the files of "applicationProgram" may hold, in bytes.
+constexpr std::size_t kLargestMemory = std::size_t{64} * 1024;
+constexpr std::size_t kLargestApplicationData = std::size_t{1024} * 1024;
+
 /// True for four decimal numbers with dots.
 bool IsIpv4Address(const std::string& text);
 
@@ -85,7 +91,8 @@ bool IsIpv4Address(const std::string& text);
 /// the server's own address: every telegram would go round for ever. Other names are not looked up.
 bool LeadsBackToServer(const Configuration& configuration);
 
-/// Reads and checks the file. Throws ConfigurationError.
+/// Reads and checks the file, and reads the files that it names for memory and application data. Throws
+/// ConfigurationError.
 Configuration LoadConfiguration(const std::string& path);
 
 /// The same for a text that stands in `path`, which need not exist.

@@ -6,7 +6,11 @@
 #include <fmt/format.h>
 #include <netinet/in.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <vector>
 
 namespace KnxStackHost {
 
@@ -125,7 +129,8 @@ void ConfigurationReader::ReadProgram(Members& root) {
     const auto* object = root.Require("applicationProgram") ? root.Object("applicationProgram") : nullptr;
     if (object == nullptr)
         return;
-    Members program(*object, root.PlaceOf("applicationProgram"), m_errors, {"library", "settings"});
+    Members program(*object, root.PlaceOf("applicationProgram"), m_errors,
+                    {"library", "memory", "data", "settings"});
     if (program.Require("library")) {
         auto library = program.Text("library").value_or("");
         if (library.empty())
@@ -135,8 +140,38 @@ void ConfigurationReader::ReadProgram(Members& root) {
             library = Absolute(library);
         m_result.program.library = library;
     }
+    m_result.memory = ReadBlock(program, "memory", kLargestMemory);
+    m_result.applicationData = ReadBlock(program, "data", kLargestApplicationData);
     if (const auto* settings = program.Object("settings"))
         ReadSettings(*settings, program.PlaceOf("settings"));
+}
+
+KnxStack::BinaryData ConfigurationReader::ReadBlock(Members& program, std::string_view name,
+                                                    std::size_t largest) {
+    const auto path = program.Path(name, m_result.directory);
+    if (!path)
+        return {};
+    const auto refuse = [&](const std::string& cause) {
+        m_errors.Add(program.PlaceOf(name), fmt::format("{}: {}", *path, cause));
+        return KnxStack::BinaryData();
+    };
+    // To open anything else than a file could wait for somebody, or never end.
+    std::error_code error;
+    const auto status = std::filesystem::status(*path, error);
+    if (!std::filesystem::exists(status))
+        return refuse(fmt::format("cannot be read: {}", error.message()));
+    if (!std::filesystem::is_regular_file(status))
+        return refuse("is no file");
+    errno = 0;
+    std::ifstream file(*path, std::ios::binary);
+    std::vector<char> bytes(largest + 1);
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!file.is_open() || file.bad())
+        return refuse(fmt::format("cannot be read: {}", std::strerror(errno)));
+    const auto size = static_cast<std::size_t>(file.gcount());
+    if (size > largest)
+        return refuse(fmt::format("has more than {} KiB", largest / 1024));
+    return KnxStack::BinaryData({reinterpret_cast<const std::uint8_t*>(bytes.data()), size});
 }
 
 void ConfigurationReader::ReadSettings(const json::object& settings, const std::string& place) {

@@ -30,6 +30,8 @@ private:
     void ReadTunnels(Members& server);
     void ReadInterface(Members& root);
     void ReadProgram(Members& root);
+    /// The bytes of the file that a member names; faults are reported.
+    KnxStack::BinaryData ReadBlock(Members& program, std::string_view name, std::size_t largest);
     void ReadSettings(const boost::json::object& settings, const std::string& place);
     void ReadLog(Members& root);
     void ReadGroupObjects(Members& root);

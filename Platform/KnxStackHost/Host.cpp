@@ -25,16 +25,20 @@ log4cplus::Logger& Log() {
 Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read)
     : m_configuration(std::move(configuration)), m_read(std::move(read)),
       m_objects(m_configuration.MakeTable()), m_interfaceObjects(m_configuration.interfaceObjects),
-      m_link(m_configuration), m_service(m_objects, m_link),
-      m_application(library, {m_service, m_interfaceObjects}, m_configuration.program.settings, *this,
-                    [this] { m_link.Close(); }) {
+      m_downloaded(m_configuration.memory, m_configuration.applicationData), m_link(m_configuration),
+      m_service(m_objects, m_link),
+      m_application(library, {m_service, m_interfaceObjects, m_downloaded}, m_configuration.program.settings,
+                    *this, [this] { m_link.Close(); }) {
     m_configuration.groupObjects = {};
     m_configuration.interfaceObjects = {};
+    m_configuration.memory = {};
+    m_configuration.applicationData = {};
 }
 
 void Host::Open() {
     m_link.Open(m_objects, [this](Callback callback) { m_application.Post(std::move(callback)); },
-                {[this] { m_application.RequestReload(); }, [this] { Terminate(); }});
+                {[this] { m_application.RequestReload(); }, [this] { m_application.RequestDeviceRestart(); },
+                 [this] { Terminate(); }});
 }
 
 bool Host::Run() {
@@ -69,9 +73,9 @@ void Host::Terminate() {
     });
 }
 
-bool Host::Read() {
+bool Host::Read(Scope scope) {
     try {
-        m_next = m_read();
+        m_next = m_read(scope);
         return true;
     } catch (const ConfigurationError& error) {
         LOG4CPLUS_ERROR(Log(), fmt::format("{}; the former configuration stays in force", error.what()));
@@ -83,15 +87,25 @@ bool Host::ChangesGroupObjects() const {
     return m_next->MakeTable() != *m_objects.Tables();
 }
 
-void Host::Apply() {
+void Host::Apply(Scope scope) {
     ReportWhatNeedsARestart(*m_next);
     m_objects.Replace(m_next->MakeTable());
     m_interfaceObjects.Load(m_next->interfaceObjects);
+    m_downloaded.Replace(std::move(m_next->memory), std::move(m_next->applicationData));
+    if (scope == Scope::Everything)
+        ApplySettings();
+    else if (m_next->program.settings != m_application.Hub().GetApplicationProgramSettings())
+        LOG4CPLUS_WARN(Log(), "/applicationProgram/settings has changed; that takes effect with SIGHUP");
+    m_next.reset();
+    LOG4CPLUS_INFO(Log(),
+                   fmt::format("{} in force, with {} group objects",
+                               scope == Scope::Everything ? "the new configuration is" : "the new device is",
+                               m_objects.Tables()->Count()));
+}
+
+void Host::ApplySettings() {
     m_application.Hub().ReplaceSettings(std::move(m_next->program.settings));
     DaemonSupport::SetLogLevel(m_next->log.level);
-    m_next.reset();
-    LOG4CPLUS_INFO(Log(), fmt::format("the new configuration is in force, with {} group objects",
-                                      m_objects.Tables()->Count()));
 }
 
 void Host::ReportWhatNeedsARestart(const Configuration& next) const {

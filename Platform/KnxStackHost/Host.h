@@ -1,6 +1,7 @@
 // The running host: links, device and application program put together.
 #pragma once
 
+#include "KnxDevice/DownloadedData.h"
 #include "KnxDevice/GroupObjects.h"
 #include "KnxDevice/InterfaceObjects.h"
 #include "KnxStackHost/ApplicationThread.h"
@@ -16,8 +17,10 @@ namespace KnxStackHost {
 /// that lasts, the application thread.
 class Host final : private ReloadSource {
 public:
+    using ReloadSource::Scope;
+
     /// Reads the configuration anew, command line included; throws ConfigurationError.
-    using ReadConfiguration = std::function<Configuration()>;
+    using ReadConfiguration = std::function<Configuration(Scope)>;
 
     Host(Configuration configuration, ProgramLibrary library, ReadConfiguration read);
 
@@ -29,16 +32,18 @@ public:
     bool Run();
 
 private:
-    bool Read() override;
+    bool Read(Scope scope) override;
     bool ChangesGroupObjects() const override;
-    void Apply() override;
+    void Apply(Scope scope) override;
+    void ApplySettings();
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
-    Configuration m_configuration; // as started; group and interface objects are in the next two only
+    Configuration m_configuration; // as started; what is in the next three is not here
     const ReadConfiguration m_read;
     KnxDevice::GroupObjects m_objects;
     KnxDevice::InterfaceObjects m_interfaceObjects;
+    KnxDevice::DownloadedData m_downloaded;
     LinkThread m_link;
     GroupValueService m_service;
     ApplicationThread m_application;

@@ -52,6 +52,7 @@ public:
             m_interface.emplace(m_context, *m_configuration.interface,
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
         m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
+        m_signals->add(SIGUSR1);
     }
 
     std::uint16_t Port() const { return m_server ? m_server->Port() : 0; }
@@ -150,13 +151,12 @@ private:
             if (error)
                 return;
             WaitForSignal(); // first: what follows may throw
-            LOG4CPLUS_INFO(Log(), fmt::format("received {}", signal == SIGHUP   ? "SIGHUP"
-                                                             : signal == SIGINT ? "SIGINT"
-                                                                                : "SIGTERM"));
-            if (signal == SIGHUP)
-                m_requests.reload();
-            else
-                m_requests.terminate();
+            LOG4CPLUS_INFO(Log(), fmt::format("received SIG{}", ::sigabbrev_np(signal)));
+            switch (signal) {
+            case SIGHUP: m_requests.reload(); break;
+            case SIGUSR1: m_requests.restartDevice(); break;
+            default: m_requests.terminate();
+            }
         });
     }
 

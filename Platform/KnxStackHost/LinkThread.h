@@ -24,8 +24,9 @@ class LinkThread final : public BusOutlet {
 public:
     /// What the outside world asks of the host. Called on the thread of Run().
     struct Requests {
-        std::function<void()> reload;    ///< SIGHUP
-        std::function<void()> terminate; ///< SIGTERM or SIGINT
+        std::function<void()> reload;        ///< SIGHUP
+        std::function<void()> restartDevice; ///< SIGUSR1
+        std::function<void()> terminate;     ///< SIGTERM or SIGINT
     };
 
     explicit LinkThread(const Configuration& configuration);

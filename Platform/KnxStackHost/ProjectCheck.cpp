@@ -47,8 +47,6 @@ public:
         for (const auto& timeCo : m_project.timeCos)
             Check("the clock", timeCo.co);
         for (const auto& [number, object] : m_objects)
-            CheckTranslated(number, *object);
-        for (const auto& [number, object] : m_objects)
             if (!m_bound.contains(number) && !m_project.translationRange.Contains(number))
                 m_findings.notes.push_back(
                     fmt::format("group object {} \"{}\" is bound to no data point", number, object->name));
@@ -119,14 +117,6 @@ private:
             CheckType(user, object, *dpt);
     }
 
-    /// What the other application sends on one CO must not come back to it from another.
-    void CheckTranslated(std::uint16_t co, const ConfiguredObject& object) {
-        if (m_project.translationRange.Contains(co) && object.definition.ownTelegrams)
-            AddFault("translation range", co,
-                     "the group object needs \"ownTelegrams\": false, or it takes what the "
-                     "application program itself sends");
-    }
-
     void CheckType(const std::string& user, const ConfiguredObject& object, const KNXDPT& dpt) {
         const auto co = object.definition.number;
         if (object.dpt && object.dpt->main != dpt.main) {
@@ -157,11 +147,15 @@ private:
 
 } // namespace
 
-void CheckProjectFile(const Configuration& configuration) {
+void CheckProjectFile(Configuration& configuration) {
     if (configuration.project.empty())
         return;
-    if (const auto loaded = ProjectFile::LoadProject(configuration.project); !loaded)
+    const auto loaded = ProjectFile::LoadProject(configuration.project);
+    if (!loaded)
         throw ConfigurationError(loaded.Error());
+    for (auto& object : configuration.groupObjects)
+        if (loaded.project->translationRange.Contains(object.definition.number))
+            object.definition.ownTelegrams = false;
 }
 
 ProjectFindings CompareWithProject(const Configuration& configuration, const Project& project) {

@@ -15,7 +15,11 @@ namespace KnxStackHost {
 /// Reads the configuration's project file as the plug-ins will. Throws ConfigurationError with what is wrong
 /// in it: with a file that is refused the program would run without any binding. Nothing is read for a
 /// configuration without a project.
-void CheckProjectFile(const Configuration& configuration);
+///
+/// From then on the group objects of its translation range take none of the device's own telegrams, whatever
+/// the configuration says of them: what another application sends on one of them must not come back to it
+/// from a second one.
+void CheckProjectFile(Configuration& configuration);
 
 /// What the two files have against each other, a sentence each.
 struct ProjectFindings {

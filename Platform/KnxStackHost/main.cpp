@@ -52,6 +52,10 @@ void Describe(CLI::App& app, CommandLine& line) {
         ->check(CLI::Validator(known(DaemonSupport::LogLevelOf, "is no log level"), "LEVEL"));
     app.add_subcommand("check", "Compare the group objects with the bindings of the project file")
         ->fallthrough();
+    app.footer(
+        "Signals: SIGTERM and SIGINT end it, SIGHUP reads the configuration again and starts the\n"
+        "application program anew, SIGUSR1 says that a download has ended: the device is loaded again\n"
+        "from the configuration, and the application program is told of the restart.");
     app.set_version_flag("--version", "knxstackd " KNXSTACKD_VERSION);
 }
 
@@ -89,9 +93,15 @@ int Serve(const CommandLine& line) {
     const auto library = KnxStackHost::LoadProgramLibrary(configuration.program.library);
     KnxStackHost::CheckProjectFile(configuration);
     KnxStackHost::CheckHandlerRegistry(configuration);
-    KnxStackHost::Host host(std::move(configuration), library, [&line] {
+    KnxStackHost::Host host(std::move(configuration), library, [&line](KnxStackHost::Host::Scope scope) {
         auto next = ReadConfiguration(line);
-        KnxStackHost::CheckProjectFile(next);
+        try {
+            KnxStackHost::CheckProjectFile(next);
+        } catch (const ConfigurationError&) {
+            // A download may be what brings the project in order, so it does not depend on it.
+            if (scope == KnxStackHost::Host::Scope::Everything)
+                throw;
+        }
         return next;
     });
     host.Open();
@@ -123,7 +133,7 @@ int CheckProject(const CommandLine& line) {
 }
 
 int CheckConfiguration(const CommandLine& line) {
-    const auto configuration = ReadConfiguration(line);
+    auto configuration = ReadConfiguration(line);
     EnterEnvironment(configuration);
     const log4cplus::Initializer logging;
     KnxStackHost::StartLogging({"error", ""});

@@ -36,7 +36,7 @@ public:
     std::uint32_t U32() { return Take(4); }
     /// All that is left.
     std::string Text() {
-        const std::string text(m_rest.begin(), m_rest.end());
+        std::string text(m_rest.begin(), m_rest.end());
         m_rest = {};
         return text;
     }
@@ -178,7 +178,7 @@ std::string TakeText(Reader content, std::string& text) {
 }
 
 std::string Decoder::ReadDevice(Reader content) {
-    const std::string fault = TakeText(content, m_project.device);
+    std::string fault = TakeText(content, m_project.device);
     m_project.dataPoints = FixedDataPoints(m_project.device);
     return fault;
 }

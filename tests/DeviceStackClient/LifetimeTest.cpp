@@ -283,6 +283,14 @@ TEST_F(Lifetime, ThreadsAreNamedAndGoneAfterwards) {
     EXPECT_THAT(ThreadNames(), Contains("DscClientIo"));
     EXPECT_THAT(ThreadNames(), Contains("DscClientCb"));
     m_client.reset();
+    // A thread that was joined is listed for a moment still.
+    const auto limit = std::chrono::steady_clock::now() + 10s;
+    const auto gone = [](const auto& names) {
+        return std::ranges::none_of(names,
+                                    [](const std::string& name) { return name.starts_with("DscClient"); });
+    };
+    while (!gone(ThreadNames()) && std::chrono::steady_clock::now() < limit)
+        std::this_thread::sleep_for(1ms);
     EXPECT_THAT(ThreadNames(), Not(Contains("DscClientIo")));
     EXPECT_THAT(ThreadNames(), Not(Contains("DscClientCb")));
 }

@@ -47,6 +47,7 @@ private:
 struct Script {
     Journal* journal = nullptr;
     std::function<State(KnxStack::IApiHub&)> init;
+    std::function<State(KnxStack::IApiHub&)> restart;
     std::function<void(int)> inCallback;
     std::function<bool()> exit;
 };
@@ -62,8 +63,7 @@ public:
     }
     State OnDeviceRestart() override {
         s_script.journal->Add(m_hub->IsDeviceRestartPending() ? "restart, pending" : "restart");
-        m_hub->OnApplicationProgramStartupStateChanged(State::Running);
-        return State::InProgress;
+        return s_script.restart(*m_hub);
     }
     bool Exit() override {
         s_script.journal->Add("exit");
@@ -107,33 +107,36 @@ State ReportLater(KnxStack::IApiHub&) {
 
 class Application : public testing::Test, protected ReloadSource {
 protected:
-    Application() { s_script = {&m_journal, RunAtOnce, {}, {}}; }
+    Application() { s_script = {&m_journal, RunAtOnce, RunAtOnce, {}, {}}; }
     ~Application() override { m_thread.reset(); }
 
     void Start() {
         m_thread = std::make_unique<ApplicationThread>(
-            ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects},
+            ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects, m_downloaded},
             ApiHub::Settings{{"key", "value"}}, static_cast<ReloadSource&>(*this),
             [this] { m_journal.Add("ended"); });
         m_thread->Start();
     }
 
-    bool Read() override {
-        m_journal.Add(m_readable ? "read" : "unreadable");
+    bool Read(Scope scope) override {
+        m_journal.Add((m_readable ? "read " : "unreadable ") + NameOf(scope));
         return m_readable;
     }
     bool ChangesGroupObjects() const override { return m_otherObjects; }
-    void Apply() override {
-        m_journal.Add("apply");
+    void Apply(Scope scope) override {
+        m_journal.Add("apply " + NameOf(scope));
         if (m_inApply)
             m_inApply();
     }
+
+    static std::string NameOf(Scope scope) { return scope == Scope::Device ? "device" : "everything"; }
 
     Journal m_journal;
     KnxDevice::GroupObjects m_objects{TestTable()};
     FakeOutlet m_outlet;
     GroupValueService m_service{m_objects, m_outlet};
     KnxDevice::InterfaceObjects m_interfaceObjects;
+    KnxDevice::DownloadedData m_downloaded{{1, 2}, {3}};
     std::atomic<bool> m_readable{true};
     std::atomic<bool> m_otherObjects{false};
     std::function<void()> m_inApply;
@@ -275,8 +278,8 @@ TEST_F(Application, AReloadAppliesTheConfigurationWhileThereIsNoProgram) {
     Start();
     m_journal.Wait(2);
     m_thread->RequestReload();
-    EXPECT_THAT(m_journal.Wait(8),
-                ElementsAre("create", "init", "read", "exit", "delete", "apply", "create", "init"));
+    EXPECT_THAT(m_journal.Wait(8), ElementsAre("create", "init", "read everything", "exit", "delete",
+                                               "apply everything", "create", "init"));
 }
 
 TEST_F(Application, AReloadWithTheSameObjectsKeepsWhatWaits) {
@@ -287,8 +290,8 @@ TEST_F(Application, AReloadWithTheSameObjectsKeepsWhatWaits) {
     m_journal.Wait(2);
     m_thread->Post(WriteTo(2, 7));
     m_thread->RequestReload();
-    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read", "exit", "delete", "apply", "create",
-                                               "init", "write 2 07"));
+    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read everything", "exit", "delete",
+                                               "apply everything", "create", "init", "write 2 07"));
 }
 
 TEST_F(Application, AReloadWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
@@ -301,8 +304,8 @@ TEST_F(Application, AReloadWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
     m_journal.Wait(2);
     m_thread->Post(WriteTo(2, 7));
     m_thread->RequestReload();
-    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read", "exit", "delete", "apply", "create",
-                                               "init", "write 2 08"));
+    EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read everything", "exit", "delete",
+                                               "apply everything", "create", "init", "write 2 08"));
 }
 
 TEST_F(Application, AnUnusableConfigurationChangesNothing) {
@@ -312,17 +315,85 @@ TEST_F(Application, AnUnusableConfigurationChangesNothing) {
     m_thread->RequestReload();
     m_journal.Wait(3);
     m_thread->Post(WriteTo(1, 1));
-    EXPECT_THAT(m_journal.Wait(4), ElementsAre("create", "init", "unreadable", "write 1 01"));
+    EXPECT_THAT(m_journal.Wait(4), ElementsAre("create", "init", "unreadable everything", "write 1 01"));
 }
 
-TEST_F(Application, ADeviceRestartIsToldToTheRunningProgram) {
+TEST_F(Application, ADeviceRestartLoadsTheDeviceAndIsToldToTheRunningProgram) {
+    Start();
+    m_journal.Wait(2);
+    m_thread->RequestDeviceRestart();
+    m_journal.Wait(5);
+    m_thread->Post(WriteTo(1, 1));
+    EXPECT_THAT(m_journal.Wait(6), ElementsAre("create", "init", "read device", "apply device",
+                                               "restart, pending", "write 1 01"));
+    EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
+}
+
+TEST_F(Application, ADeviceRestartHoldsTelegramsUntilTheProgramReportsThatItRuns) {
+    s_script.restart = ReportLater;
+    m_inApply = [this] { m_thread->Post(WriteTo(2, 7)); }; // for the new device already
+    Start();
+    m_journal.Wait(2);
+    m_thread->RequestDeviceRestart();
+    m_journal.Wait(5);
+    m_thread->Post(WriteTo(2, 8));
+    m_thread->Hub().OnApplicationProgramStartupStateChanged(State::InProgress);
+    EXPECT_TRUE(m_thread->Hub().IsDeviceRestartPending());
+    m_journal.Add("reports");
+    m_thread->Hub().OnApplicationProgramStartupStateChanged(State::Running);
+    EXPECT_THAT(m_journal.Wait(8), ElementsAre("create", "init", "read device", "apply device",
+                                               "restart, pending", "reports", "write 2 07", "write 2 08"));
+    EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
+}
+
+TEST_F(Application, ADeviceRestartThatReturnsRunningIsOver) {
+    s_script.restart = [](KnxStack::IApiHub&) { return State::Running; };
+    Start();
+    m_journal.Wait(2);
+    m_thread->RequestDeviceRestart();
+    m_journal.Wait(5);
+    m_thread->Post(WriteTo(1, 1));
+    m_journal.Wait(6);
+    EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
+}
+
+TEST_F(Application, ADeviceRestartWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
+    s_script.init = ReportLater;
+    m_otherObjects = true;
+    m_inApply = [this] { m_thread->Post(WriteTo(2, 8)); };
+    Start();
+    m_journal.Wait(2);
+    m_thread->Post(WriteTo(2, 7));
+    m_thread->RequestDeviceRestart();
+    EXPECT_THAT(m_journal.Wait(6), ElementsAre("create", "init", "read device", "apply device",
+                                               "restart, pending", "write 2 08"));
+}
+
+TEST_F(Application, ARefusedDeviceChangesNothing) {
+    m_readable = false;
     Start();
     m_journal.Wait(2);
     m_thread->RequestDeviceRestart();
     m_journal.Wait(3);
-    m_thread->Post(WriteTo(1, 1));
-    EXPECT_THAT(m_journal.Wait(4), ElementsAre("create", "init", "restart, pending", "write 1 01"));
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
+    m_thread->Post(WriteTo(1, 1));
+    EXPECT_THAT(m_journal.Wait(4), ElementsAre("create", "init", "unreadable device", "write 1 01"));
+}
+
+TEST_F(Application, AFailedDeviceRestartIsToldToTheNextProgramAsPending) {
+    s_script.init = [&](KnxStack::IApiHub& hub) {
+        m_journal.Add(hub.IsDeviceRestartPending() ? "init, pending" : "init, not pending");
+        return RunAtOnce(hub);
+    };
+    s_script.restart = [&](KnxStack::IApiHub& hub) {
+        return m_starts++ == 0 ? State::Failed : RunAtOnce(hub);
+    };
+    Start();
+    m_journal.Wait(3);
+    m_thread->RequestDeviceRestart();
+    EXPECT_THAT(m_journal.Wait(12), ElementsAre("create", "init", "init, not pending", "read device",
+                                                "apply device", "restart, pending", "exit", "delete",
+                                                "create", "init", "init, pending", "restart, pending"));
 }
 
 TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {
@@ -333,8 +404,8 @@ TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {
     EXPECT_EQ((ApiHub::Settings{{"key", "other"}}), hub.GetApplicationProgramSettings());
     EXPECT_EQ(&m_service, hub.GetGroupValueService());
     EXPECT_EQ(&m_interfaceObjects, hub.GetPropertyService());
-    EXPECT_EQ(0u, hub.GetApplicationProgramMemory()->GetData().GetSize());
-    EXPECT_EQ(0u, hub.GetDownloadService().GetApplicationData().GetSize());
+    EXPECT_EQ("0102", hub.GetApplicationProgramMemory()->GetData().ToString());
+    EXPECT_EQ("03", hub.GetDownloadService().GetApplicationData().ToString());
 }
 
 } // namespace

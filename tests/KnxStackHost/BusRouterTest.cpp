@@ -12,7 +12,6 @@ using KnxFrames::IndividualAddress;
 using KnxFrames::LData;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 constexpr IndividualAddress kOwn(1, 1, 250);
 constexpr IndividualAddress kTunnels[] = {IndividualAddress(1, 1, 251), IndividualAddress(1, 1, 252)};

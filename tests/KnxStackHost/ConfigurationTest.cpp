@@ -1,6 +1,10 @@
 #include "KnxStackHost/Configuration.h"
 
+#include "../support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
+
+#include <sys/stat.h>
 
 namespace KnxStackHost {
 namespace {
@@ -145,6 +149,65 @@ TEST(Configuration, LeavesABareLibraryNameToTheLoader) {
               ParseConfiguration(Changed("lib/libprogram.so", "libprogram.so"), kFile).program.library);
 }
 
+/// A configuration in a directory of its own, whose program has a memory or data file.
+class ConfiguredBlock : public testing::Test {
+protected:
+    std::string File() const { return m_directory / "knxstackd.json"; }
+
+    Configuration Load(const std::string& member) const {
+        m_directory.Write("knxstackd.json", Changed("\"settings\"", member + ", \"settings\""));
+        return LoadConfiguration(File());
+    }
+
+    std::string RefusalOf(const std::string& member) const {
+        try {
+            Load(member);
+        } catch (const ConfigurationError& error) {
+            return error.what();
+        }
+        return "accepted";
+    }
+
+    TestSupport::TemporaryDirectory m_directory;
+};
+
+TEST_F(ConfiguredBlock, IsReadFromTheFileThatIsNamed) {
+    m_directory.Write("device/memory.bin", std::string("\x00\xFF\r\n", 4));
+    m_directory.Write("data.bin", std::string("KAPD"));
+    const auto configuration = Load(R"("memory": "device/memory.bin", "data": "data.bin")");
+    EXPECT_EQ("00ff0d0a", configuration.memory.ToString());
+    EXPECT_EQ("4b415044", configuration.applicationData.ToString());
+}
+
+TEST_F(ConfiguredBlock, MayBeEmptyOrAsLongAsItsBound) {
+    m_directory.Write("empty", "");
+    m_directory.Write("memory", std::string(64 * 1024, 'm'));
+    m_directory.Write("data", std::string(1024 * 1024, 'd'));
+    EXPECT_EQ(0u, Load(R"("memory": "empty", "data": "empty")").memory.GetSize());
+    const auto configuration = Load(R"("memory": "memory", "data": "data")");
+    EXPECT_EQ(64u * 1024, configuration.memory.GetSize());
+    EXPECT_EQ(1024u * 1024, configuration.applicationData.GetSize());
+    EXPECT_EQ('d', configuration.applicationData.Bytes().back());
+}
+
+TEST_F(ConfiguredBlock, IsRefusedWithPlaceFileAndCause) {
+    m_directory.Write("memory", std::string(64 * 1024 + 1, 'm'));
+    m_directory.Write("data", std::string(1024 * 1024 + 1, 'd'));
+    m_directory.Write("directory/file", "");
+    ASSERT_EQ(0, ::mkfifo((m_directory / "pipe").c_str(), 0600));
+    const auto place = File() + ": /applicationProgram/";
+    EXPECT_EQ(place + "memory: " + (m_directory / "memory") + ": has more than 64 KiB",
+              RefusalOf(R"("memory": "memory")"));
+    EXPECT_EQ(place + "data: " + (m_directory / "data") + ": has more than 1024 KiB",
+              RefusalOf(R"("data": "data")"));
+    EXPECT_EQ(place + "memory: " + (m_directory / "missing") + ": cannot be read: No such file or directory",
+              RefusalOf(R"("memory": "missing")"));
+    EXPECT_EQ(place + "memory: " + (m_directory / "directory") + ": is no file",
+              RefusalOf(R"("memory": "directory")"));
+    EXPECT_EQ(place + "data: " + (m_directory / "pipe") + ": is no file", RefusalOf(R"("data": "pipe")"));
+    EXPECT_EQ(place + "data: must be a path, not an empty text", RefusalOf(R"("data": "")"));
+}
+
 TEST(Configuration, HasDefaults) {
     const auto configuration = ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"},
         "server": {"tunnels": ["1.1.2"]}, "applicationProgram": {"library": "libp.so"}})",
@@ -155,6 +218,9 @@ TEST(Configuration, HasDefaults) {
     EXPECT_EQ("", configuration.server.multicastGroup);
     EXPECT_FALSE(configuration.interface);
     EXPECT_TRUE(configuration.groupObjects.empty());
+    EXPECT_TRUE(configuration.interfaceObjects.empty());
+    EXPECT_EQ(0u, configuration.memory.GetSize());
+    EXPECT_EQ(0u, configuration.applicationData.GetSize());
     EXPECT_EQ("info", configuration.log.level);
 }
 

@@ -107,6 +107,7 @@ TEST_F(ProgramInDaemon, SighupStartsTheProgramAnewWithTheNewConfiguration) {
 
 TEST_F(ProgramInDaemon, SighupWithTheSameObjectsKeepsTelegramsThatWait) {
     Start(R"(, "init": "silent")");
+    ASSERT_TRUE(Recorded("init")) << "there is a program to stop";
     RawTunnel tunnel(m_port);
     for (std::uint8_t value = 1; value <= 3; ++value)
         ASSERT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {value})));
@@ -118,6 +119,7 @@ TEST_F(ProgramInDaemon, SighupWithTheSameObjectsKeepsTelegramsThatWait) {
 
 TEST_F(ProgramInDaemon, SighupWithOtherObjectsSaysHowManyTelegramsItDrops) {
     Start(R"(, "init": "silent")");
+    ASSERT_TRUE(Recorded("init")) << "there is a program to stop";
     RawTunnel tunnel(m_port);
     for (std::uint8_t value = 1; value <= 3; ++value)
         ASSERT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {value})));

@@ -40,7 +40,7 @@ protected:
                          if (++m_reloads == 1)
                              throw std::runtime_error("no");
                      },
-                     [this] { m_link.Close(); }});
+                     [this] { ++m_restarts; }, [this] { m_link.Close(); }});
         m_link.Start();
         m_thread = std::thread([this] { m_link.Run(); });
     }
@@ -63,6 +63,7 @@ protected:
     LinkThread m_link{m_configuration};
     std::atomic<int> m_callbacks{0};
     std::atomic<int> m_reloads{0};
+    std::atomic<int> m_restarts{0};
     std::thread m_thread;
 };
 
@@ -73,6 +74,18 @@ TEST_F(Link, ASignalIsHeardAfterOneWhoseHandlerThrew) {
         ASSERT_TRUE(Eventually([&] { return m_reloads == count; }));
     }
     ASSERT_EQ(0, ::kill(::getpid(), SIGTERM));
+    m_thread.join();
+}
+
+TEST_F(Link, EachSignalHasItsRequest) {
+    Serve();
+    ASSERT_EQ(0, ::kill(::getpid(), SIGUSR1));
+    ASSERT_TRUE(Eventually([&] { return m_restarts == 1; }));
+    EXPECT_EQ(0, m_reloads);
+    ASSERT_EQ(0, ::kill(::getpid(), SIGHUP));
+    ASSERT_TRUE(Eventually([&] { return m_reloads == 1; }));
+    EXPECT_EQ(1, m_restarts);
+    ASSERT_EQ(0, ::kill(::getpid(), SIGINT));
     m_thread.join();
 }
 

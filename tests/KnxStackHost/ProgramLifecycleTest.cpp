@@ -162,6 +162,38 @@ TEST_F(Lifecycle, ADeviceRestartFollowsAnInitInProgress) {
     EXPECT_FALSE(m_lifecycle.IsDeviceRestartPending());
 }
 
+TEST_F(Lifecycle, ADeviceRestartThatTakesLongReleasesCallbacksOnceAndStaysPending) {
+    Start();
+    m_lifecycle.OnReport(State::Running, m_now);
+    m_lifecycle.RestartDevice();
+    m_now += seconds(100);
+    m_lifecycle.OnCalling(Step::RestartDevice, m_now);
+    m_lifecycle.OnReturned(State::InProgress, m_now);
+    EXPECT_EQ(m_now + seconds(30), m_lifecycle.NextTime());
+    EXPECT_EQ(Step::None, m_lifecycle.Next(m_now + milliseconds(29999)));
+    ASSERT_EQ(Step::ReleaseCallbacks, m_lifecycle.Next(m_now + seconds(30)));
+    m_lifecycle.OnReleased();
+    EXPECT_FALSE(m_lifecycle.HoldsCallbacks());
+    EXPECT_EQ(Step::None, m_lifecycle.Next(m_now + seconds(1000)));
+    EXPECT_TRUE(m_lifecycle.IsDeviceRestartPending());
+    m_lifecycle.OnReport(State::Running, m_now + seconds(1000));
+    EXPECT_FALSE(m_lifecycle.IsDeviceRestartPending());
+}
+
+TEST_F(Lifecycle, ASecondDeviceRestartDuringTheFirstIsToldAsWell) {
+    Start();
+    m_lifecycle.RestartDevice();
+    m_lifecycle.OnCalling(Step::RestartDevice, m_now);
+    m_lifecycle.OnReturned(State::InProgress, m_now);
+    m_lifecycle.RestartDevice();
+    m_lifecycle.OnReport(State::Running, m_now); // of the first
+    EXPECT_TRUE(m_lifecycle.IsDeviceRestartPending());
+    ASSERT_EQ(Step::RestartDevice, m_lifecycle.Next(m_now));
+    m_lifecycle.OnCalling(Step::RestartDevice, m_now);
+    m_lifecycle.OnReport(State::Running, m_now);
+    EXPECT_FALSE(m_lifecycle.IsDeviceRestartPending());
+}
+
 TEST_F(Lifecycle, ADeviceRestartStaysPendingOverAFailedProgram) {
     m_lifecycle.RestartDevice();
     Start(State::Failed);

@@ -1,5 +1,6 @@
 #include "KnxStackHost/ProjectCheck.h"
 
+#include "../support/TemporaryDirectory.h"
 #include "ProjectFile/Project.h"
 
 #include <gmock/gmock.h>
@@ -125,20 +126,42 @@ TEST(ProjectCheck, FindsAPropertyOfAnotherShape) {
     EXPECT_THAT(FindingsOf(configuration, kFitting, knx + "2}]").faults, IsEmpty());
 }
 
-TEST(ProjectCheck, FindsATranslatedObjectThatTakesOwnTelegrams) {
-    const auto configuration = Objects(R"(, {"number": 901, "size": 8, "flags": "C"})");
-    EXPECT_THAT(
-        FindingsOf(configuration, kFitting,
-                   R"("timeCos": [{"co": 4, "dpt": "10.001"}], "translationRange": [900, 910])")
-            .faults,
-        ElementsAre(
-            "translation range: CO 901: the group object needs \"ownTelegrams\": false, or it takes what "
-            "the application program itself sends"));
+/// Numbers of the objects that take the device's own telegrams.
+std::vector<unsigned> TakersOfOwnTelegrams(const Configuration& configuration) {
+    std::vector<unsigned> numbers;
+    for (const auto& object : configuration.groupObjects)
+        if (object.definition.ownTelegrams)
+            numbers.push_back(object.definition.number);
+    return numbers;
+}
+
+TEST(ProjectCheck, KeepsTheDevicesOwnTelegramsFromTheTranslationRange) {
+    const TestSupport::TemporaryDirectory directory;
+    directory.Write("project.json", R"({"version": 1, "device": "house", "dataPoints": [],
+                                        "knx": {"translationRange": [900, 910]}})");
+    auto configuration =
+        Objects(R"(, {"number": 899, "size": 8, "flags": "C"}, {"number": 900, "size": 8, "flags": "C"},
+                     {"number": 910, "size": 8, "flags": "C", "ownTelegrams": true},
+                     {"number": 911, "size": 8, "flags": "C"})");
+    CheckProjectFile(configuration); // there is none
+    EXPECT_THAT(TakersOfOwnTelegrams(configuration), ElementsAre(1, 2, 3, 4, 899, 900, 910, 911));
+    configuration.project = directory / "project.json";
+    CheckProjectFile(configuration);
+    EXPECT_THAT(TakersOfOwnTelegrams(configuration), ElementsAre(1, 2, 3, 4, 899, 911));
+}
+
+TEST(ProjectCheck, LeavesTheObjectsOfAProjectWithoutTranslationAsTheyAre) {
+    const TestSupport::TemporaryDirectory directory;
+    directory.Write("project.json", R"({"version": 1, "device": "house", "dataPoints": []})");
+    auto configuration = Objects(R"(, {"number": 5, "size": 8, "flags": "C", "ownTelegrams": false})");
+    configuration.project = directory / "project.json";
+    CheckProjectFile(configuration);
+    EXPECT_THAT(TakersOfOwnTelegrams(configuration), ElementsAre(1, 2, 3, 4));
 }
 
 TEST(ProjectCheck, NotesWhatIsBoundToNothing) {
     const auto configuration = Objects(R"(, {"number": 6, "name": "spare", "size": 8, "flags": "C"},
-                                          {"number": 901, "name": "passed on", "size": 8, "flags": "C", "ownTelegrams": false})");
+                                          {"number": 901, "name": "passed on", "size": 8, "flags": "C"})");
     const auto findings =
         FindingsOf(configuration, kFitting,
                    R"("timeCos": [{"co": 4, "dpt": "10.001"}], "translationRange": [900, 910])");

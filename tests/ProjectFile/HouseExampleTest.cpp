@@ -150,3 +150,17 @@ TEST(HouseExample, RegistryNamesTheProjectThatTheDaemonsUse) {
         EXPECT_NE(Contents(file).find(R"(": "devicestack.sock")"), std::string::npos) << file;
     }
 }
+
+TEST(HouseExample, DownloadReplacesTheProjectOfTheDeviceStack) {
+    const auto read = [](const std::string& name) {
+        ProjectFile::ErrorList errors(name);
+        const auto root = ProjectFile::ParseJson(Contents(name), errors);
+        EXPECT_TRUE(root) << name;
+        return root->as_object();
+    };
+    const auto download = read("download.json");
+    const auto deviceStack = read("devicestackd.json");
+    EXPECT_EQ(download.at("project"), deviceStack.at("project"));
+    EXPECT_EQ(download.at("stateDirectory"), deviceStack.at("stateDirectory"));
+    EXPECT_NE(Contents("knxappprghandlers.xml").find(R"(ConfigFile="download.json")"), std::string::npos);
+}
