@@ -6,6 +6,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -144,6 +145,77 @@ TEST_F(StressTest, ExitOverALateStartThread) {
     EXPECT_TRUE(Exit());
     opener.join();
     Delete();
+}
+
+/// A program with a translation range, whose downloads announce changes one after the other.
+class ChangeStressTest : public StressTest {
+protected:
+    ChangeStressTest() {
+        plugins["A"].translationRange = {1, 5};
+        plugins.Download("DownloadA").announcements = 200;
+        plugins.Download("DownloadA").creates = true;
+        RegisterDownloadHandlers({"DownloadA"});
+        hub.settings = {{"GroupAddressTranslationTargetId", "KNX2"}};
+    }
+
+    /// Four threads: the bus, the field side of the device stack, another application, and its projects.
+    std::vector<std::function<void()>> FourThreads() {
+        return {
+            [this] {
+                service.Write(NextCo(), Bits(1, 1));
+                service.Read(NextCo());
+                service.Response(NextCo(), Bits(1, 0));
+            },
+            [this] {
+                const std::uint32_t id = NextId();
+                IfConnected([&] { stack.ValueChanged(id, stack.urns.at(id), "1").get(); });
+                IfConnected([&] { stack.WriteValue(id, "0", "").get(); });
+                IfConnected([&] { stack.ReadValue(id, "").get(); });
+            },
+            [this] {
+                IfConnected([&] { stack.ApplicationEvent("DscKnxAppPrg", "!00030101").get(); });
+                IfConnected([&] { stack.ApplicationEvent("DscKnxAppPrg", "?0004").get(); });
+            },
+            [this] { IfConnected([&] { stack.ConfigurationChanged("Project", "").get(); }); },
+        };
+    }
+
+private:
+    /// Before the registration and after Exit there is no client that could call back.
+    template <typename Callback>
+    static void IfConnected(const Callback& callback) {
+        try {
+            callback();
+        } catch (const std::logic_error&) {
+        }
+    }
+};
+
+TEST_F(ChangeStressTest, FourThreadsDuringStartRestartAndExit) {
+    Create();
+    Crowd crowd(FourThreads());
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500)); // over the whole start
+    EXPECT_EQ(program->OnDeviceRestart(), StartupState::InProgress);
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(4000)); // over the download and the changes after it
+    EXPECT_TRUE(Exit());
+    crowd.Stop();
+    EXPECT_GT(crowd.Rounds(), 100u);
+    Delete();
+}
+
+TEST_F(ChangeStressTest, ExitAndDeleteWhileChangesAreFinished) {
+    for (int round = 0; round != 3; ++round) {
+        Create();
+        ASSERT_EQ(Init(), StartupState::InProgress);
+        ASSERT_EQ(program->OnDeviceRestart(), StartupState::InProgress);
+        Crowd crowd(FourThreads());
+        std::this_thread::sleep_for(std::chrono::milliseconds(2050 + 50 * round)); // into the download
+        EXPECT_TRUE(Exit());
+        Delete();
+        crowd.Stop();
+    }
 }
 
 TEST_F(StressTest, ManyProgramsAtOnce) {
