@@ -9,13 +9,14 @@
 #include <fmt/ranges.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <utility>
 
 namespace {
 
-constexpr std::string_view kTypeCharacters = "!#?"; // by event type
+constexpr std::array<char, 3> kTypeCharacters{'!', '#', '?'}; // by event type
 constexpr char kUnknownType = '.';
 
 constexpr std::size_t kShortestMessage = 5; // type and CO
@@ -122,7 +123,7 @@ bool GroupAddressTranslationHandler::OnMessageReceived(std::string_view message)
         return false;
     }
     const char type = message[0];
-    if (kTypeCharacters.find(type) == std::string_view::npos) {
+    if (std::find(kTypeCharacters.begin(), kTypeCharacters.end(), type) == kTypeCharacters.end()) {
         LOG4CPLUS_ERROR(m_logger, "Received message has invalid type '" << type << "'.");
         return false;
     }
