@@ -8,6 +8,7 @@ import struct
 
 OPEN_GROUP_CONNECTION = 0x0026
 GROUP_PACKET = 0x0027
+RESPONSE = 0x0040
 WRITE = 0x0080
 
 
@@ -28,6 +29,10 @@ class GroupSocket:
     def write(self, address, data):
         """A group write of a value of whole octets."""
         self._send(GROUP_PACKET, struct.pack(">HH", parse_address(address), WRITE) + data)
+
+    def respond(self, address, data):
+        """A group response of a value of whole octets."""
+        self._send(GROUP_PACKET, struct.pack(">HH", parse_address(address), RESPONSE) + data)
 
     def close(self):
         self._socket.close()
