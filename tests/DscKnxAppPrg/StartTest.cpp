@@ -213,6 +213,8 @@ TEST_F(StartTest, FirstStart_WithoutGroupCommunication_StillStarts) {
     hub.groupValueService = nullptr;
     Create();
     EXPECT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(InitThreadFinished());
+    EXPECT_EQ(recorder.Count("hub OnApplicationProgramStartupStateChanged(1)"), 1u);
     EXPECT_THAT(recorder.LinesWith("service "), testing::IsEmpty());
 }
 
