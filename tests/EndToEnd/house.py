@@ -161,7 +161,7 @@ class House:
         self.dsctl("set", name, value)
 
     def watch(self, *patterns):
-        """Changes from now on of the data points whose names match a pattern."""
+        """Changes from now on of the data points whose names match a pattern, and what applications announce."""
         return Changes(self, patterns)
 
 
@@ -236,13 +236,13 @@ class Telegrams:
 
 
 class Changes:
-    """The changes that "dsctl watch" printed, in order: (name, value, origin)."""
+    """What "dsctl watch" printed: changes in order, as (name, value, origin), and the names of events in order."""
 
     PROBE = "House.Scene.Learn"  # bound to no group object
 
     def __init__(self, house, patterns):
         process = house.start("dsctl watch", [
-            BIN / "dsctl", "--socket", house.socket, "--json", "watch", *patterns, self.PROBE])
+            BIN / "dsctl", "--socket", house.socket, "--json", "watch", "--events", *patterns, self.PROBE])
         self._process = process
 
         def watches():
@@ -250,6 +250,11 @@ class Changes:
             return process.count(self.PROBE)
         wait_until(watches, 20, "dsctl watches")
 
+    def _lines(self):
+        return [json.loads(text) for text in self._process.texts()]
+
     def all(self):
-        changes = [json.loads(text) for text in self._process.texts()]
-        return [(c["name"], c["value"], c["origin"]) for c in changes if c["name"] != self.PROBE]
+        return [(c["name"], c["value"], c["origin"]) for c in self._lines() if c.get("name") not in (None, self.PROBE)]
+
+    def events(self):
+        return [line["event"] for line in self._lines() if "event" in line]

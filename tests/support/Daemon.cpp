@@ -178,10 +178,12 @@ std::vector<std::string> Daemon::Arguments() const {
 bool Daemon::Start(const std::vector<std::string>& environment) {
     WriteText(directory / "log", "");
     m_process.emplace(Arguments(), directory / "log", environment);
-    return Eventually([&] {
-               return Log().find("Ready: ") != std::string::npos ||
-                      m_process->Wait(std::chrono::milliseconds(0)) >= 0;
-           }) &&
+    return Eventually(
+               [&] {
+                   return Log().find("Ready: ") != std::string::npos ||
+                          m_process->Wait(std::chrono::milliseconds(0)) >= 0;
+               },
+               std::chrono::seconds(60)) && // with thousands of data points, on a slow or busy machine
            m_process->Wait(std::chrono::milliseconds(0)) < 0;
 }
 
