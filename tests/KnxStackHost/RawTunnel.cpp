@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace KnxStackHost {
@@ -49,12 +50,14 @@ RawUdp::RawUdp(std::uint16_t peerPort) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
     socklen_t length = sizeof address;
-    ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length);
+    if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::system_error(errno, std::generic_category(), "no UDP port for the test");
     m_port = ntohs(address.sin_port);
     address.sin_port = htons(peerPort);
-    ::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    if (::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        throw std::system_error(errno, std::generic_category(), "no UDP socket for the test");
 }
 
 RawUdp::~RawUdp() {
