@@ -26,6 +26,9 @@ public:
 
     /// Bus to value. False when the size of the group value is not that of the datapoint type, or its fields
     /// are out of range. Data that the type marks as invalid (7FFFh of 9.xxx) succeeds with the null value.
+    /// The TAVTIME of a 10, 11 or 19.xxx holds what the telegram says, also 30 February and 24:00:00; parts
+    /// that a flag of 19.xxx calls not valid, with a fault all of them, are such that IsValidDate() and
+    /// IsValidTime() refuse them. The text holds everything.
     bool FromKnxValue(KNXDPT& dpt, const KnxStack::GroupValue& groupValue, TAVVALUE& value) const;
 };
 

@@ -10,6 +10,7 @@ namespace {
 
 constexpr unsigned kFirstYear = 1900; // 0 on the bus
 constexpr unsigned kLastYear = 2155;
+constexpr std::uint8_t kNobodysHour = 0xFF; // 0:00 would be a time
 
 // The largest numbers that the bits of a field hold, for fields that are not valid.
 bool FitsBits(const CivilTime& time) {
@@ -23,6 +24,28 @@ Status Check(const CivilTime& time, Reason reason) {
         }
     }
     return (time.flags & kNoTime) == 0 ? CheckTime(time, true, reason) : Status::Done;
+}
+
+// What a flag takes back, or a fault puts in doubt, is no date and no time of day to whoever asks for one:
+// devices send zeros there, which a clock must not take for midnight. The text keeps every bit.
+TAVTIME Vouched(const CivilTime& time) {
+    TAVTIME civil;
+    if ((time.flags & (kFault | kNoYear)) == 0) {
+        civil.year = static_cast<std::uint16_t>(time.year);
+    }
+    if ((time.flags & (kFault | kNoDate)) == 0) {
+        civil.month = static_cast<std::uint8_t>(time.month);
+        civil.day = static_cast<std::uint8_t>(time.day);
+    }
+    if ((time.flags & (kFault | kNoTime)) == 0) {
+        civil.hour = static_cast<std::uint8_t>(time.hour);
+        civil.minute = static_cast<std::uint8_t>(time.minute);
+        civil.second = static_cast<std::uint8_t>(time.second);
+    } else {
+        civil.hour = kNobodysHour;
+    }
+    civil.SetWeekYearDay();
+    return civil;
 }
 
 Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason reason) {
@@ -40,15 +63,7 @@ Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value
     }
     std::string text;
     PrintDateTime(time, text);
-    TAVTIME civil;
-    civil.year = static_cast<std::uint16_t>(time.year);
-    civil.month = static_cast<std::uint8_t>(time.month);
-    civil.day = static_cast<std::uint8_t>(time.day);
-    civil.hour = static_cast<std::uint8_t>(time.hour);
-    civil.minute = static_cast<std::uint8_t>(time.minute);
-    civil.second = static_cast<std::uint8_t>(time.second);
-    civil.SetWeekYearDay();
-    value.SetTime(civil, text);
+    value.SetTime(Vouched(time), text);
     return Status::Done;
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <random>
+#include <tuple>
 
 using namespace ConverterTest;
 
@@ -248,6 +249,33 @@ TEST(DateTime, RefusesFieldsOneBeyondTheirLimits) {
           "2024-05-00T00:00:00", "2024-05-32T00:00:00", "2024-05-01T25:00:00", "2024-05-01T00:60:00",
           "2024-05-01T00:00:60", "2024-05-01T00:00:00;dow=8"}) {
         EXPECT_EQ(ToBus("19.001", text), kRefused) << text;
+    }
+}
+
+TEST(DateTime, WhatAFlagTakesBackIsNoDateAndNoTimeOfDay) {
+    const auto timeWith = [](std::uint8_t flags) {
+        return TAVTIME(Value("19.001", {0x7C, 5, 1, 0x6C, 30, 5, flags, 0}));
+    };
+    const auto isDate = [](const TAVTIME& time) {
+        return TAVTIME::IsValidDate(time.year, time.month, time.day);
+    };
+    const auto isTime = [](const TAVTIME& time) {
+        return TAVTIME::IsValidTime(time.hour, time.minute, time.second);
+    };
+    for (const auto& [name, flags, date, time] :
+         {std::tuple{"fault", 0x80, false, false}, std::tuple{"no year", 0x10, false, true},
+          std::tuple{"no date", 0x08, false, true}, std::tuple{"no time", 0x02, true, false},
+          std::tuple{"the others", 0x65, true, true}}) {
+        const TAVTIME civil = timeWith(static_cast<std::uint8_t>(flags));
+        EXPECT_EQ(isDate(civil), date) << name;
+        EXPECT_EQ(isTime(civil), time) << name;
+        EXPECT_EQ(civil.dayOfWeek != 0, date) << name;
+        if (date) {
+            EXPECT_EQ(civil.Format("%F"), "2024-05-01") << name;
+        }
+        if (time) {
+            EXPECT_EQ(civil.Format("%T"), "12:30:05") << name;
+        }
     }
 }
 
