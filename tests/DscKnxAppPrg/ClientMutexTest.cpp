@@ -146,6 +146,41 @@ TEST_F(ClientMutexTest, WriteState_WithAClientThatIsGoing_FindsNone) {
     callback.wait();
 }
 
+TEST_F(ClientMutexTest, OnGroupValueWriteOfTheClock_HoldsItWhileTheClockIsAtWork) {
+    plugins["A"].bindings.push_back({.co = 20, .id = 1005, .dpt = {24, 0, 10, 1}});
+    service.objects[20] = TestSupport::FakeGroupObject(24);
+    SetUpWith({"A"});
+    const auto gate = stack.faults.Block("GetValue");
+    handler.OnGroupValueWrite(20, TestSupport::Octets({12, 0, 0}));
+    ASSERT_TRUE(gate->WaitForArrival());
+    EXPECT_TRUE(IsFree()); // the clock itself goes without it
+    auto telegram = std::async(std::launch::async, [this] {
+        handler.OnGroupValueWrite(20, TestSupport::Octets({13, 0, 0}));
+    });
+    EXPECT_EQ(telegram.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    EXPECT_FALSE(IsFree());
+    gate->Open();
+    telegram.wait();
+    EXPECT_TRUE(IsFree());
+}
+
+TEST_F(ClientMutexTest, TheClock_GoesWithoutIt) {
+    plugins["A"].bindings.push_back({.co = 20, .id = 1005, .dpt = {24, 0, 10, 1}});
+    service.objects[20] = TestSupport::FakeGroupObject(24);
+    stack.values[1005] = "2024-04-30T08:00:00";
+    SetUpWith({"A"});
+    handler.OnGroupValueWrite(20, TestSupport::Octets({12, 0, 0}));
+    const std::lock_guard lock(program.*Reach(PrivateMembers::ClientMutex()));
+    EXPECT_TRUE(recorder.WaitFor("client SetValue(1005, '2024-04-30T12:00:00', 0, 0)"));
+}
+
+TEST_F(ClientMutexTest, TheEndOfTheClock_GoesWithoutIt) {
+    SetUpWith({"A"});
+    const std::lock_guard lock(program.*Reach(PrivateMembers::ClientMutex()));
+    const auto end = std::async(std::launch::async, [this] { handler.Exit(); });
+    EXPECT_EQ(end.wait_for(TestSupport::Recorder::kPatience), std::future_status::ready);
+}
+
 TEST_F(ClientMutexTest, SetNtpState_GoesWithoutIt) {
     // The first thing that the start asks of the client; nobody else is there who could hold the mutex.
     hub.settings = {{"ImplicitNtpDisableOnClientMode", "true"}};

@@ -10,7 +10,10 @@ protected:
     using KnxHandler = DscKnxAppPrg::KnxHandler;
     using OpMode = KnxHandler::OpMode;
 
-    ~KnxHandlerTest() override { (program.*Reach(PrivateMembers::Disconnect()))(); }
+    ~KnxHandlerTest() override {
+        handler.StopClock(); // it uses the client
+        (program.*Reach(PrivateMembers::Disconnect()))();
+    }
 
     /// Connects, loads the plug-ins `names` and sets the KNX side up; the record then is empty.
     void SetUpWith(std::initializer_list<const char*> names) {
