@@ -64,10 +64,11 @@ def sending_addresses():
 class House:
     """Use as a context manager: everything started in it is ended, everything made in it is removed."""
 
-    def __init__(self, interface=None, host_environment=None):
+    def __init__(self, interface=None, host_environment=None, time_mode=0):
         """`interface`: (address, port) of a KNX/IP interface that the host attaches to. Every data point may be
         set and every group object may be read, so that each type can be tried in each direction."""
         self._interface = interface
+        self._time_mode = time_mode
         self._host_environment = host_environment
         self._processes = []
 
@@ -126,6 +127,8 @@ class House:
         host = load_json(self.configuration / "knxstackd.json")
         for group_object in host["groupObjects"]:
             group_object["flags"] = "CRWTU"
+        time_mode, = (p for o in host["interfaceObjects"] for p in o["properties"] if p["id"] == 201)
+        time_mode["value"] = f"{self._time_mode << 6:02x}"
         if self._interface:
             host["interface"] = {"host": self._interface[0], "port": self._interface[1]}
         self.address = host["device"]["individualAddress"]
