@@ -81,7 +81,8 @@ void DscKnxAppPrg::FinishConfigurationChange(std::uint64_t start) {
         DoFinalStartupState(StartupState::Running, start);
     } catch (...) {
         // As on the init thread: the host gets to know that this start has no end.
-        DoFinalStartupState(StartupState::Failed, start);
+        if (m_startupState != StartupState::Running)
+            DoFinalStartupState(StartupState::Failed, start);
         throw;
     }
 }

@@ -60,8 +60,9 @@ void DscKnxAppPrg::InitCaller::operator()() const {
     } catch (const boost::thread_interrupted&) {
         LOG4CPLUS_ERROR(logger, "operator()(): Init thread has been interrupted.");
     } catch (...) {
-        // The host gets to know that this start has no end, so that it can make another one.
-        if (m_control->running)
+        // The host gets to know that this start has no end, so that it can make another one. A program that
+        // runs already lacks only the values of its status objects.
+        if (m_control->running && m_appPrg.m_startupState != StartupState::Running)
             m_appPrg.DoFinalStartupState(StartupState::Failed, m_appPrg.CurrentStart());
         throw;
     }

@@ -171,6 +171,19 @@ TEST_F(StartFailureTest, InitThread_ThatMeetsAThrowingPlugin_LogsItAndEnds) {
     Delete();
 }
 
+TEST_F(StartFailureTest, InitThread_ThatMeetsAThrowingPluginOnceTheProgramRuns_ReportsNoFailure) {
+    plugins["A"].faults.Throw("GetCOFromID", "no table");
+    RegisterPlugins({"A"});
+    Create();
+    ASSERT_EQ(Init(), StartupState::InProgress);
+    ASSERT_TRUE(recorder.WaitFor(
+        "ERROR KnxStack.DscKnxAppPrg | operator()(): Thread ended by an exception: no table"));
+    EXPECT_EQ(recorder.Count("hub OnApplicationProgramStartupStateChanged(1)"), 1u);
+    EXPECT_EQ(recorder.Count("hub OnApplicationProgramStartupStateChanged(0)"), 0u);
+    EXPECT_TRUE(Exit());
+    Delete();
+}
+
 /// A hub of a maker who throws anything at all.
 class ThrowingHub : public TestSupport::FakeHub {
 public:

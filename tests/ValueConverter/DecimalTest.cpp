@@ -7,7 +7,6 @@
 
 using Datapoint::Decimal;
 using Datapoint::DecimalText;
-using Datapoint::Remainder;
 
 namespace {
 
