@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <memory>
 #include <netinet/in.h>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace KnxStackHost {
 namespace {
@@ -48,23 +50,36 @@ TEST_F(LookUp, AQuestionThatThrowsIsAnsweredWithTheCause) {
     EXPECT_EQ("nobody knows it", Result(lookUp, "it").cause);
 }
 
+/// Tells when the last copy of a question is gone, the one of the thread that asks it.
+class LastCopy {
+public:
+    explicit LastCopy(std::shared_ptr<std::promise<void>> gone) : m_gone(std::move(gone)) {}
+    ~LastCopy() { m_gone->set_value(); }
+    LastCopy(const LastCopy&) = delete;
+    LastCopy& operator=(const LastCopy&) = delete;
+
+private:
+    std::shared_ptr<std::promise<void>> m_gone;
+};
+
 TEST_F(LookUp, NobodyWaitsForOneThatIsStillAsking) {
     // Shared with the thread that is left behind.
     const auto leave = std::make_shared<std::promise<void>>();
     const auto gone = std::make_shared<std::promise<void>>();
     auto left = gone->get_future();
+    auto lastCopy = std::make_shared<LastCopy>(gone);
     std::promise<void> asking;
     int answers = 0;
     {
         boost::asio::io_context context{1};
-        NameLookUp lookUp(context, [&asking, leave, gone](const std::string&) -> LookedUp {
-            gone->set_value_at_thread_exit();
+        NameLookUp lookUp(context, [&asking, leave, lastCopy](const std::string&) -> LookedUp {
             asking.set_value();
             leave->get_future().wait();
             return {1, ""};
         });
         lookUp.Start("name", [&](const LookedUp&) { ++answers; });
         asking.get_future().wait();
+        lastCopy.reset();
     } // would wait for ever
     leave->set_value();
     EXPECT_EQ(std::future_status::ready, left.wait_for(seconds(30)));
