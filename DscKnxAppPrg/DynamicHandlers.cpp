@@ -26,6 +26,9 @@ std::vector<RegisteredHandler> ReadHandlerRegistry(const std::string& directory,
 
     const boost::filesystem::path file =
         boost::filesystem::path(Helper::File::make_path(directory)) / kRegistryFile;
+    boost::system::error_code ignored;
+    if (boost::filesystem::is_directory(file, ignored))
+        return handlers; // the parser would take it for a file of the greatest possible size
     pugi::xml_document document;
     if (!document.load_file(file.c_str()))
         return handlers;
