@@ -330,14 +330,15 @@ TEST_F(ResponseQueueTest, Stop_WithoutThread_Succeeds) {
 }
 
 TEST_F(ResponseQueueTest, Stop_IsSeenAfterTheWaitOfAQuarterOfASecond) {
-    // A stop in the middle of a wait comes back when the wait is over. On a busy machine that may take more
-    // tries than one to show.
+    // A stop in the middle of a wait comes back when the wait is over. A thread that is not waiting yet sees
+    // the stop by itself, and a busy machine may be late: each round leaves it more time to get there.
     using std::chrono::milliseconds;
     bool waited = false;
-    for (int round = 0; round != 20 && !waited; ++round) {
+    for (int round = 0; round != 50 && !waited; ++round) {
         EXPECT_TRUE(StartQueue());
         ASSERT_TRUE(recorder.WaitFor(
             "DEBUG KnxStack.DscKnxAppPrg | operator()(): Response Queue thread started.", round + 1));
+        std::this_thread::sleep_for(milliseconds(round));
         const auto start = std::chrono::steady_clock::now();
         EXPECT_TRUE(StopQueue(5000));
         const auto elapsed = std::chrono::steady_clock::now() - start;
