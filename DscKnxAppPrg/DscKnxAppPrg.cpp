@@ -1,4 +1,5 @@
 #include "DscKnxAppPrg.h"
+#include "DeviceDataPoints.h"
 
 #include "KnxStack/IApiHub.h"
 
@@ -13,8 +14,6 @@ namespace {
 constexpr const char* kLoggerName = "KnxStack.DscKnxAppPrg";
 constexpr unsigned kStopTimeoutMs = 5000;   // for a start that is still running
 constexpr unsigned kDeleteTimeoutMs = 3000; // for a thread that Exit had to leave behind
-constexpr std::uint32_t kReadyDataPoint = 1002;
-constexpr std::uint32_t kStateDataPoint = 1003;
 
 } // namespace
 

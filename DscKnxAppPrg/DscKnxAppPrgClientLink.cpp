@@ -1,4 +1,5 @@
 // The link to the device stack: the client's life, its callbacks, the commands sent to it.
+#include "DeviceDataPoints.h"
 #include "DscKnxAppPrg.h"
 
 #include "Tav/TAVVALUE.h"
@@ -12,10 +13,6 @@
 namespace {
 
 constexpr const char* kRestartCommand = "{\"command\":\"Restart\", \"type\":\"Device\"}";
-constexpr std::uint32_t kReadyDataPoint = 1002;
-constexpr std::uint32_t kStateDataPoint = 1003;
-constexpr std::uint32_t kFirstTimeDataPoint = 1005;
-constexpr std::uint32_t kLastTimeDataPoint = 1007;
 constexpr std::uint8_t kLimitedTimeMode = 1;
 
 } // namespace
@@ -100,8 +97,7 @@ bool DscKnxAppPrg::OnValueChanged(void*, TAVOBJECTID id, const std::string& urn,
                                   const std::string&) {
     if (m_startupState != StartupState::Running)
         return true;
-    if (id >= kFirstTimeDataPoint && id <= kLastTimeDataPoint &&
-        m_knxHandler.TimeMode() == kLimitedTimeMode) {
+    if (IsTimeDataPoint(id) && m_knxHandler.TimeMode() == kLimitedTimeMode) {
         if (!m_knxHandler.IsTimeTransferDue())
             return true;
         if (!m_knxHandler.WriteValue(id, urn, value, true))

@@ -1,4 +1,5 @@
 // The device's clock, set from the bus.
+#include "DeviceDataPoints.h"
 #include "DscKnxAppPrg.h"
 
 #include "Tav/TAVVALUE.h"
@@ -15,7 +16,6 @@
 
 namespace {
 
-constexpr std::uint32_t kClockDataPoint = 1005;
 constexpr unsigned kFirstMainNumber = 10;
 constexpr long kToleranceSeconds = 2;
 constexpr std::chrono::milliseconds kBatchPeriod{200};

@@ -32,7 +32,7 @@ std::uint8_t TimeModeOf(std::uint8_t byte) {
 /// behind it and leaves the answer to the start that came after it.
 template <typename Question>
 auto AskStack(const Question& question) {
-    const auto answer = [&] {
+    auto answer = [&] {
         const boost::this_thread::disable_interruption stackCall;
         return question();
     }();

@@ -1,4 +1,5 @@
 // Group telegrams to data points, and data points to group telegrams.
+#include "DeviceDataPoints.h"
 #include "DscKnxAppPrg.h"
 
 #include "KnxStack/GroupValue.h"
@@ -9,20 +10,10 @@
 
 namespace {
 
-constexpr std::uint32_t kReadyDataPoint = 1002;
-constexpr std::uint32_t kStateDataPoint = 1003;
-constexpr std::uint32_t kRestartDataPoint = 1004;
-constexpr std::uint32_t kClockDataPoint = 1005;
-constexpr std::uint32_t kClockTimeDataPoint = 1007; // the last of the clock's data points
-
 /// Data points whose values always go to the application that owns them.
 bool IsNeverReadInternal(std::uint32_t id) {
     return id == kReadyDataPoint || id == kStateDataPoint || (id >= 1008 && id <= 1049) ||
            (id >= 9000 && id <= 9999);
-}
-
-bool IsTimeDataPoint(std::uint32_t id) {
-    return id >= kClockDataPoint && id <= kClockTimeDataPoint;
 }
 
 /// A learn request of a scene goes to the data point behind the one that activates it.

@@ -45,7 +45,7 @@ bool DscKnxAppPrg::WaitForWorkers(unsigned timeoutMs) const {
 
 DscKnxAppPrg::InitCaller::InitCaller(DscKnxAppPrg& appPrg, KnxStack::IApiHub& hub,
                                      std::shared_ptr<ThreadControl> control)
-    : m_appPrg(appPrg), m_hub(hub), m_control(std::move(control)) {}
+    : m_appPrg(appPrg), m_hub(hub), m_control(std::move(control)), m_start(appPrg.CurrentStart()) {}
 
 void DscKnxAppPrg::InitCaller::operator()() const {
     const log4cplus::Logger& logger = m_appPrg.m_logger;
@@ -56,6 +56,7 @@ void DscKnxAppPrg::InitCaller::operator()() const {
     }
     try {
         Start();
+        boost::this_thread::interruption_point(); // the last step may have taken longer than a stop waits
         LOG4CPLUS_DEBUG(logger, "operator()(): Init thread finished.");
     } catch (const boost::thread_interrupted&) {
         LOG4CPLUS_ERROR(logger, "operator()(): Init thread has been interrupted.");
@@ -63,7 +64,7 @@ void DscKnxAppPrg::InitCaller::operator()() const {
         // The host gets to know that this start has no end, so that it can make another one. A program that
         // runs already lacks only the values of its status objects.
         if (m_control->running && m_appPrg.m_startupState != StartupState::Running)
-            m_appPrg.DoFinalStartupState(StartupState::Failed, m_appPrg.CurrentStart());
+            m_appPrg.DoFinalStartupState(StartupState::Failed, m_start);
         throw;
     }
 }
@@ -99,7 +100,7 @@ void DscKnxAppPrg::InitCaller::Start() const {
         return;
     LOG4CPLUS_DEBUG(logger, "operator()(): DoFinalStartupState with state: "
                                 << static_cast<std::uint32_t>(StartupState::Running));
-    m_appPrg.DoFinalStartupState(StartupState::Running, m_appPrg.CurrentStart());
+    m_appPrg.DoFinalStartupState(StartupState::Running, m_start);
 }
 
 void DscKnxAppPrg::InitCaller::ApplyNtpPolicy() const {

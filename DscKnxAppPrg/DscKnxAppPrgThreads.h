@@ -25,6 +25,7 @@ private:
     DscKnxAppPrg& m_appPrg;
     KnxStack::IApiHub& m_hub;
     std::shared_ptr<ThreadControl> m_control;
+    const std::uint64_t m_start; // this one's number; a thread that comes late reports nothing for another
 };
 
 /// The end of a configuration change, once the device stack has the new project. Nobody joins its thread.

@@ -307,4 +307,35 @@ TEST_F(LoaderTest, Loader_WritesNoLog) {
     EXPECT_THAT(recorder.LinesWith(" | "), IsEmpty());
 }
 
+template <typename Exception>
+std::string TextOf(const Exception& thrown) {
+    try {
+        WithOwnExceptions([&]() -> bool { throw thrown; });
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST(WithOwnExceptionsTest, ExceptionOfAPlugin_ComesOutWithItsText) {
+    EXPECT_EQ(TextOf(std::logic_error("no such object")), "no such object");
+    EXPECT_EQ(TextOf(boost::filesystem::filesystem_error(
+                  "status", "/a/b", make_error_code(boost::system::errc::permission_denied))),
+              "Permission denied");
+}
+
+TEST(WithOwnExceptionsTest, SomethingElseThatIsThrown_ComesOutAsAnUnknownException) {
+    EXPECT_EQ(TextOf(7), "unknown exception of a handler plug-in");
+}
+
+TEST(WithOwnExceptionsTest, Interruption_PassesThrough) {
+    EXPECT_THROW(WithOwnExceptions([]() -> bool { throw boost::thread_interrupted(); }),
+                 boost::thread_interrupted);
+}
+
+TEST(WithOwnExceptionsTest, Result_IsThatOfTheCall) {
+    EXPECT_TRUE(WithOwnExceptions([] { return true; }));
+    EXPECT_FALSE(WithOwnExceptions([] { return false; }));
+}
+
 } // namespace

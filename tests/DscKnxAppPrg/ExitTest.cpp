@@ -249,7 +249,7 @@ TEST_F(ExitInALongStep, InTheLookupsAfterTheFinalState_FindsTheClientGone) {
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
         ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): data point has no CO. ID = 1002
         ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): client not connected.
-        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+        ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
     )");
 }
 
@@ -266,7 +266,7 @@ TEST_F(ExitInALongStep, InTheLookupOfAnObjectThatIsThere_RequestsNothingOfTheCli
         library A unloaded
         DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 12 and DPT 1.1
         ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): client not connected.
-        DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+        ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
     )");
 }
 

@@ -97,6 +97,7 @@ TEST_F(StatusRequestTest, ObjectsWithoutCommunication_AreNotRequested) {
 
 TEST_F(StatusRequestTest, ObjectsThatDoNotExist_AreNotRequested) {
     EXPECT_THAT(RequestsOfAStart(), testing::IsEmpty());
+    EXPECT_THAT(recorder.LinesWith("ERROR"), testing::IsEmpty());
 }
 
 TEST_F(StatusRequestTest, OnlyTheStateObject_IsRequestedAlone) {

@@ -125,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(
             plugin A GetCOFromID(1003, writing)
             DEBUG KnxStack.DscKnxAppPrg.KnxHandler | GetCOFromID(): Returning CO 65535 and DPT 0.0
             ERROR KnxStack.DscKnxAppPrg | IsCommunicationEnabled(): data point has no CO. ID = 1003
-            DEBUG KnxStack.DscKnxAppPrg | operator()(): Init thread finished.
+            ERROR KnxStack.DscKnxAppPrg | operator()(): Init thread has been interrupted.
         )"}));
 
 /// The same with a call that comes back before the patience of the stop is over.
