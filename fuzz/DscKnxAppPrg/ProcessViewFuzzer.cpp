@@ -63,7 +63,7 @@ void CheckEntries(DscKnxAppPrg::KnxHandler& handler, const std::vector<Entry>& e
     for (const Entry& entry : entries) {
         if (entry.id == 0 || entry.urn.empty())
             continue;
-        const bool first = ids.count(entry.id) == 0 && urns.count(entry.urn) == 0;
+        const bool first = !ids.contains(entry.id) && !urns.contains(entry.urn);
         if (first) {
             ids.insert(entry.id);
             urns.insert(entry.urn);

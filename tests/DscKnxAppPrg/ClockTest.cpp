@@ -13,7 +13,6 @@ namespace {
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using TestSupport::Bits;
 using TestSupport::Octets;
 
 constexpr const char* kQuestion = "client GetValue(1005, 0)";

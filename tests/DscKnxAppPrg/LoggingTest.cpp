@@ -99,8 +99,9 @@ TEST_F(LoggingTest, Record_CarriesTheFunctionOfItsOperation) {
         {"Exit(): end.", "DscKnxAppPrg::Exit()"}};
     const auto records = log.Locations();
     for (const auto& [message, function] : expected) {
-        const auto record = std::find_if(records.begin(), records.end(),
-                                         [&](const auto& each) { return each.message == message; });
+        const auto record = std::find_if(records.begin(), records.end(), [&text = message](const auto& each) {
+            return each.message == text;
+        });
         ASSERT_NE(record, records.end()) << message;
         EXPECT_THAT(record->function, testing::HasSubstr(function)) << message;
     }

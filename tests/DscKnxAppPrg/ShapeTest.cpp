@@ -1,6 +1,9 @@
 // What hosts and plug-ins that were built elsewhere rely on in the binary: bases, virtual tables, slots.
 #include "ProgramTest.h"
 
+#include "KnxStack/IInterfaceObject.h"
+#include "KnxStack/IInterfaceObjectProperty.h"
+#include "KnxStack/IPropertyService.h"
 #include "Vesk/IKnxAppPrgHandler.h"
 #include "Vesk/IKnxDownloadHandler.h"
 
@@ -10,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 #include <typeinfo>
 
 namespace {
@@ -41,6 +45,11 @@ std::size_t SlotOf(Result (Class::*operation)(Arguments...)) {
     std::uintptr_t word = 0;
     std::memcpy(&word, &operation, sizeof word);
     return word / sizeof(void*); // on some machines the lowest bit says that the operation is virtual
+}
+
+template <typename Result, typename Class>
+std::size_t SlotOf(Result (Class::*operation)() const) {
+    return SlotOf(reinterpret_cast<Result (Class::*)()>(operation));
 }
 
 using ShapeTest = ProgramTest;
@@ -113,6 +122,23 @@ TEST(InterfaceShapeTest, HandlerPlugin_HasItsOperationsInTheOrderOfTheirSlots) {
 TEST(InterfaceShapeTest, DownloadPlugin_HasItsOperationsInTheOrderOfTheirSlots) {
     EXPECT_EQ(SlotOf(&Vesk::IKnxDownloadHandler::Initialize), 2u);
     EXPECT_EQ(SlotOf(&Vesk::IKnxDownloadHandler::CreateFileWithKnxData), 3u);
+}
+
+TEST(InterfaceShapeTest, DownloadedData_FitAMachineWord) {
+    EXPECT_LE(sizeof(Vesk::IKnxDownloadHandler::AppData), sizeof(void*));
+    EXPECT_TRUE(std::is_trivially_copyable_v<Vesk::IKnxDownloadHandler::AppData>);
+}
+
+TEST(InterfaceShapeTest, InterfaceObjects_HaveTheirOperationsInTheOrderOfTheirSlots) {
+    EXPECT_EQ(SlotOf(&KnxStack::IPropertyService::CreateInterfaceObject), 2u);
+    EXPECT_EQ(SlotOf(&KnxStack::IPropertyService::GetInterfaceObjectById), 3u);
+    EXPECT_EQ(SlotOf(&KnxStack::IPropertyService::GetInterfaceObject), 4u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObject::CreateProperty), 2u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObject::CreateArrayProperty), 3u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObject::GetProperty), 4u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObjectProperty::SetActive), 2u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObjectProperty::GetValue), 3u);
+    EXPECT_EQ(SlotOf(&KnxStack::IInterfaceObjectProperty::SetValue), 4u);
 }
 
 TEST(InterfaceShapeTest, StartupStates_AreNumbersOfTheInterface) {

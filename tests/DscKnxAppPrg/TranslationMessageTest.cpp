@@ -162,6 +162,16 @@ const BadMessage kBadMessages[] = {
 INSTANTIATE_TEST_SUITE_P(TranslationHandlerTest, BadMessages, testing::ValuesIn(kBadMessages),
                          [](const auto& row) { return row.param.name; });
 
+TEST_F(TranslationHandlerTest, OneBitForACoOfEightBits_IsRefusedAndAByteIsSentAsFarAsItReads) {
+    service.objects[18] = FakeGroupObject(8);
+    EXPECT_FALSE(handler.OnMessageReceived("!00120101"));
+    EXPECT_TRUE(handler.OnMessageReceived("!0012080G"));
+    ExpectRecord("host", R"(
+        ERROR GroupAddressTranslation | Received message for CO 18 has size of 1 bit but CO has size of 8 bit.
+        service SendGroupValue(18, 00/8, 0) -> true
+    )");
+}
+
 std::string WriteMessage(unsigned size, std::size_t digits) {
     return fmt::format("!0012{:02X}{}", size, std::string(digits, 'a'));
 }

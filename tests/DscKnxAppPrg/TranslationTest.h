@@ -36,7 +36,8 @@ protected:
     std::vector<std::string> Settings() const {
         std::vector<std::string> lines;
         for (const std::string& line : recorder.LinesOf("host")) {
-            if (line.starts_with("INFO KnxStack.DscKnxAppPrg | Init(): ") && line.find(" = ") != line.npos)
+            if (line.starts_with("INFO KnxStack.DscKnxAppPrg | Init(): ") &&
+                line.find(" = ") != std::string::npos)
                 lines.push_back(line);
         }
         return lines;
