@@ -27,12 +27,17 @@ packages_of() {
 # library_lines: those of the build and of the tests that are libraries to compile and link with.
 library_lines() { packages_of build test | sed -nE 's/^ *(lib[^ ]*-dev( .*)?)$/\1/p'; }
 
-# missing_lines <set>...: the lines of which no package is installed.
+# Without lists nobody knows what is available.
+has_package_lists() { compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null; }
+
+# missing_lines <set>...: the lines of which no package is installed. A later name counts only where the earlier ones do
+# not exist: it may be another compiler, or an older version.
 missing_lines() {
     local line package
     packages_of "$@" | while read -r line; do
         for package in $line; do
             is_installed "$package" && continue 2
+            if is_available "$package" || ! has_package_lists; then break; fi
         done
         echo "$line"
     done
