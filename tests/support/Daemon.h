@@ -20,7 +20,7 @@ std::string ReadText(const std::string& path);
 
 /// Waits until the condition holds, at most `limit`. What it held at last.
 template <typename Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10));
+bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 /// A child process with its standard error in a file.
 class Process {
@@ -35,7 +35,7 @@ public:
     void Signal(int signal) const;
 
     /// Exit status, 128 + n after signal n; -1 when it still runs after the limit.
-    int Wait(std::chrono::milliseconds limit = std::chrono::seconds(10));
+    int Wait(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 private:
     pid_t m_pid = -1;
@@ -56,11 +56,11 @@ public:
     void EndSending();
 
     /// The next line; nothing after the limit or when the server closed.
-    std::optional<std::string> Receive(std::chrono::milliseconds limit = std::chrono::seconds(5));
+    std::optional<std::string> Receive(std::chrono::milliseconds limit = std::chrono::seconds(30));
     /// The next line as JSON; null when there is none.
-    boost::json::value ReceiveJson(std::chrono::milliseconds limit = std::chrono::seconds(5));
+    boost::json::value ReceiveJson(std::chrono::milliseconds limit = std::chrono::seconds(30));
     /// True when the server closes within the limit; lines before that are dropped.
-    bool IsClosed(std::chrono::milliseconds limit = std::chrono::seconds(5));
+    bool IsClosed(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
     /// Sends a request and returns its answer, skipping what comes between.
     boost::json::value Call(const std::string& method, const std::string& params);
