@@ -70,4 +70,9 @@ Status CheckTime(const CivilTime& time, bool allow24, Reason reason);
 /// Refuses a month or day that no calendar has. 30 February passes.
 Status CheckDate(const CivilTime& time, Reason reason);
 
+/// Refuses what 19.001 refuses in its 8 octets (DateTime.cpp), and what 10.001 refuses in its 3
+/// (TimeOfDay.cpp).
+Status CheckDateTime(const std::uint8_t* octets, Reason reason);
+Status CheckTimeOfDay(const std::uint8_t* octets, Reason reason);
+
 } // namespace Datapoint

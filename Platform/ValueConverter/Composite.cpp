@@ -2,12 +2,8 @@
 #include "ValueConverter/Composite.h"
 
 #include "Tav/TAVVALUE.h"
-#include "ValueConverter/JsonFields.h"
-#include "ValueConverter/Layouts.h"
 
 #include <algorithm>
-#include <cassert>
-#include <iterator>
 #include <vector>
 
 namespace Datapoint {
@@ -17,7 +13,8 @@ namespace {
 // Bits in telegram order; a value of less than an octet is right-aligned in it.
 class BitCursor {
 public:
-    explicit BitCursor(unsigned sizeInBits) : m_at(sizeInBits < 8 ? 8 - sizeInBits : 0) {}
+    explicit BitCursor(const CompositeLayout& layout)
+        : m_at(layout.fixedBits < 8 ? 8 - layout.fixedBits : 0) {}
 
     std::uint64_t Read(std::span<const std::uint8_t> octets, unsigned bits) {
         std::uint64_t value = 0;
@@ -33,167 +30,158 @@ public:
         }
     }
 
+    // Texts begin with an octet. `bits` 0: the rest.
+    std::string_view ReadText(std::span<const std::uint8_t> octets, unsigned bits) {
+        const auto rest = octets.subspan(m_at / 8);
+        m_at += bits;
+        return {reinterpret_cast<const char*>(rest.data()), bits == 0 ? rest.size() : bits / 8};
+    }
+
+    void WriteText(std::string_view text, unsigned bits, std::uint8_t* octets) {
+        std::copy(text.begin(), text.end(), octets + m_at / 8);
+        m_at += bits;
+    }
+
 private:
     unsigned m_at;
 };
 
-void PrintField(const Field& field, std::uint64_t bits, std::string& text) {
-    if (field.kind == FieldKind::Digits) {
-        // A nibble above 9 is no digit, but it is what the device sent.
-        fmt::format_to(std::back_inserter(text), "\"{:0{}x}\"", bits, field.form.bits / 4);
-        return;
-    }
-    assert(field.form.bits > 0);
-    const unsigned unused = 64 - field.form.bits;
-    const auto raw = field.form.isSigned ? static_cast<std::int64_t>(bits << unused) >> unused
-                                         : static_cast<std::int64_t>(bits);
-    text += DecimalText(field.form.ToUnits(raw), field.form.decimals).View();
+const CompositeLayout& LayoutOf(const Type& type) {
+    return static_cast<const CompositeLayout&>(*type.layout);
 }
 
-// What a field may hold.
-enum class Allowed {
-    OfTheType,
-    WhatTheBitsHold, ///< also what only a device would send
-};
+// Reads the members of one object into octets.
+class Encoder {
+public:
+    Encoder(const CompositeLayout& layout, Allowed allowed, Octets& octets, Reason reason)
+        : m_layout(layout), m_allowed(allowed), m_octets(octets), m_reason(reason), m_cursor(layout) {}
 
-// 0 to 15; 16 for what is no digit.
-std::uint64_t Nibble(char c, Allowed allowed) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<std::uint64_t>(c - '0');
-    }
-    return allowed == Allowed::WhatTheBitsHold && c >= 'a' && c <= 'f'
-               ? static_cast<std::uint64_t>(c - 'a' + 10)
-               : 16;
-}
-
-Status ReadDigits(const Field& field, const JsonField& from, Allowed allowed, std::uint64_t& bits,
-                  Reason reason) {
-    const std::size_t digits = field.form.bits / 4;
-    const bool allDigits =
-        std::all_of(from.text.begin(), from.text.end(), [&](char c) { return Nibble(c, allowed) < 16; });
-    if (from.kind != JsonField::Kind::Text || from.text.size() != digits || !allDigits) {
-        return Refuse(Status::Malformed, reason, "a text of {} digits is expected", digits);
-    }
-    for (const char c : from.text) {
-        bits = bits << 4 | Nibble(c, allowed);
-    }
-    return Status::Done;
-}
-
-Status ReadField(const Field& field, const JsonField& from, Allowed allowed, std::uint64_t& bits,
-                 Reason reason) {
-    if (field.kind == FieldKind::Digits) {
-        return ReadDigits(field, from, allowed, bits, reason);
-    }
-    const bool isFlag = from.kind == JsonField::Kind::Boolean && field.form.bits == 1;
-    if (from.kind != JsonField::Kind::Number && !isFlag) {
-        return Refuse(Status::Malformed, reason, "a number is expected");
-    }
-    const Type limits = Limits(field.form.Minimum(), field.form.Maximum(), field.form.decimals);
-    std::int64_t raw = 0;
-    const Status status = ToRaw(field.form, limits, from.text, raw, reason);
-    if (status == Status::Done && allowed == Allowed::OfTheType && !field.members.empty() &&
-        !IsMember(field.members, raw)) {
-        return Refuse(Status::OutOfRange, reason, "{} is not one of {}", from.text, field.members);
-    }
-    bits = static_cast<std::uint64_t>(raw);
-    return status;
-}
-
-// The field's bits from the object's member, which is taken out of `members`.
-Status TakeField(const Field& field, std::vector<JsonField>& members, Allowed allowed, std::uint64_t& bits,
-                 Reason reason) {
-    bits = 0;
-    if (field.kind == FieldKind::Reserved) {
-        return Status::Done;
-    }
-    const auto member = std::find_if(members.begin(), members.end(), [&](const JsonField& candidate) {
-        return candidate.name == field.name;
-    });
-    if (member == members.end()) {
-        return field.presence == FieldPresence::Optional
-                   ? Status::Done
-                   : Refuse(Status::Malformed, reason, "\"{}\" is left out", field.name);
-    }
-    const Status status = ReadField(field, *member, allowed, bits, reason);
-    if (status != Status::Done && reason != nullptr) {
-        *reason = fmt::format("\"{}\": {}", field.name, *reason);
-    }
-    members.erase(member);
-    return status;
-}
-
-Status EncodeFields(const Type& type, std::string_view text, Allowed allowed, Octets& octets, Reason reason) {
-    const auto& layout = static_cast<const CompositeLayout&>(*type.layout);
-    std::vector<JsonField> members;
-    std::string error;
-    if (!ReadJsonFields(text, members, error)) {
-        return Refuse(Status::Malformed, reason, "'{}' is not a JSON object of single values ({})",
-                      Excerpt(text), error);
-    }
-    BitCursor cursor(layout.sizeInBits);
-    for (const Field& field : layout.fields) {
-        std::uint64_t bits = 0;
-        if (const Status status = TakeField(field, members, allowed, bits, reason); status != Status::Done) {
-            return status;
+    Status Encode(std::string_view text) {
+        std::string error;
+        if (!ReadJsonFields(text, m_members, error)) {
+            return Refuse(Status::Malformed, m_reason, "'{}' is not a JSON object of single values ({})",
+                          Excerpt(text), error);
         }
-        cursor.Write(bits, field.form.bits, octets.Data());
+        if (m_layout.sizeInBits == 0) {
+            m_octets.Resize(m_layout.fixedBits / 8 + LengthOfLastText() + 1);
+        }
+        for (const Field& field : m_layout.fields) {
+            if (const Status status = Add(field); status != Status::Done) {
+                return status;
+            }
+        }
+        // A member that is left is unknown, or was given twice.
+        if (!m_members.empty()) {
+            return Refuse(Status::Malformed, m_reason, "\"{}\" is too many", m_members.front().name);
+        }
+        return m_layout.check != nullptr ? m_layout.check(m_octets.Data(), m_allowed, m_reason)
+                                         : Status::Done;
     }
-    // A member that is left is unknown, or was given twice.
-    return members.empty() ? Status::Done
-                           : Refuse(Status::Malformed, reason, "\"{}\" is too many", members.front().name);
-}
 
-constexpr Field s_control[] = {UnsignedField("c", 1), UnsignedField("v", 1)};
+private:
+    std::vector<JsonField>::iterator Find(const Field& field) {
+        return std::find_if(m_members.begin(), m_members.end(),
+                            [&](const JsonField& member) { return member.name == field.name; });
+    }
 
-constexpr Field s_stepControl[] = {UnsignedField("c", 1), UnsignedField("stepcode", 3)};
+    std::size_t LengthOfLastText() {
+        const auto member = Find(m_layout.fields.back());
+        return member == m_members.end() ? 0 : member->text.size();
+    }
 
-constexpr Field s_statusMode[] = {
-    UnsignedField("a", 1), UnsignedField("b", 1),
-    UnsignedField("c", 1), UnsignedField("d", 1),
-    UnsignedField("e", 1), {"f", {.bits = 3}, FieldKind::Number, FieldPresence::Required, "1,2,4"},
-};
+    // The field from the object's member, which is taken out of the members.
+    Status Add(const Field& field) {
+        const unsigned bits = field.form.bits;
+        if (field.kind == FieldKind::Reserved) {
+            m_cursor.Write(0, bits, m_octets.Data());
+            return Status::Done;
+        }
+        const auto member = Find(field);
+        if (member == m_members.end()) {
+            if (field.presence == FieldPresence::Required) {
+                return Refuse(Status::Malformed, m_reason, "\"{}\" is left out", field.name);
+            }
+            m_cursor.Write(field.whenLeftOut, bits, m_octets.Data());
+            return Status::Done;
+        }
+        const Status status = field.IsText() ? AddText(field, *member) : AddNumber(field, *member);
+        if (status != Status::Done && m_reason != nullptr) {
+            *m_reason = fmt::format("\"{}\": {}", field.name, *m_reason);
+        }
+        m_members.erase(member);
+        return status;
+    }
 
-constexpr Field s_accessData[] = {
-    {"code", {.bits = 24}, FieldKind::Digits},
-    FlagField("e"),
-    FlagField("p"),
-    FlagField("d"),
-    FlagField("c"),
-    {"index", {.bits = 4}, FieldKind::Number, FieldPresence::Optional},
+    Status AddText(const Field& field, const JsonField& member) {
+        std::string text;
+        const Status status = ReadText(field, member, m_allowed, text, m_reason);
+        if (status == Status::Done) {
+            m_cursor.WriteText(text, field.form.bits, m_octets.Data());
+        }
+        return status;
+    }
+
+    Status AddNumber(const Field& field, const JsonField& member) {
+        std::uint64_t bits = 0;
+        const Status status = ReadField(field, member, m_allowed, bits, m_reason);
+        if (status == Status::Done) {
+            m_cursor.Write(bits, field.form.bits, m_octets.Data());
+        }
+        return status;
+    }
+
+    const CompositeLayout& m_layout;
+    const Allowed m_allowed;
+    Octets& m_octets;
+    const Reason m_reason;
+    BitCursor m_cursor;
+    std::vector<JsonField> m_members;
 };
 
 } // namespace
 
-constinit const CompositeLayout kControl = MakeComposite(s_control);
-constinit const CompositeLayout kStepControl = MakeComposite(s_stepControl);
-constinit const CompositeLayout kStatusMode = MakeComposite(s_statusMode);
-constinit const CompositeLayout kAccessData = MakeComposite(s_accessData);
-
-Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
-    const auto& layout = static_cast<const CompositeLayout&>(*type.layout);
-    BitCursor cursor(layout.sizeInBits);
-    std::string text;
-    for (const Field& field : layout.fields) {
-        const std::uint64_t bits = cursor.Read(octets, field.form.bits);
-        if (field.kind != FieldKind::Reserved) {
-            text += text.empty() ? "{\"" : ",\"";
-            text += field.name;
-            text += "\":";
-            PrintField(field, bits, text);
+Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, TAVVALUE& value,
+                       Reason reason) {
+    const CompositeLayout& layout = LayoutOf(type);
+    if (layout.sizeInBits == 0 && octets.size() <= layout.fixedBits / 8) {
+        return Refuse(Status::Malformed, reason, "{} octets are fewer than the {} of the shortest value",
+                      octets.size(), layout.fixedBits / 8 + 1);
+    }
+    if (layout.check != nullptr) {
+        const Status status = layout.check(octets.data(), Allowed::WhatTheBitsHold, reason);
+        if (status != Status::Done) {
+            return status;
         }
     }
-    text += '}';
-    value.SetJson(text);
+    BitCursor cursor(layout);
+    std::string json;
+    for (const Field& field : layout.fields) {
+        if (field.kind == FieldKind::Reserved) {
+            cursor.Read(octets, field.form.bits);
+            continue;
+        }
+        json += json.empty() ? "{\"" : ",\"";
+        json += field.name;
+        json += "\":";
+        if (!field.IsText()) {
+            PrintField(field, cursor.Read(octets, field.form.bits), json);
+        } else if (const Status status =
+                       PrintText(field, cursor.ReadText(octets, field.form.bits), json, reason);
+                   status != Status::Done) {
+            return status;
+        }
+    }
+    json += '}';
+    value.SetJson(json);
     return Status::Done;
 }
 
 Status EncodeComposite(const Type& type, std::string_view text, Octets& octets, Reason reason) {
-    return EncodeFields(type, text, Allowed::OfTheType, octets, reason);
+    return Encoder(LayoutOf(type), Allowed::OfTheType, octets, reason).Encode(text);
 }
 
 Status EncodeReceivedComposite(const Type& type, std::string_view text, Octets& octets, Reason reason) {
-    return EncodeFields(type, text, Allowed::WhatTheBitsHold, octets, reason);
+    return Encoder(LayoutOf(type), Allowed::WhatTheBitsHold, octets, reason).Encode(text);
 }
 
 } // namespace Datapoint

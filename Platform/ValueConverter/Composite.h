@@ -1,51 +1,26 @@
 // Values of several fields, which are JSON objects as text. Internal to the converter.
 #pragma once
 
+#include "ValueConverter/Field.h"
 #include "ValueConverter/Layout.h"
-#include "ValueConverter/NumberForm.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
 
 namespace Datapoint {
 
-enum class FieldKind : std::uint8_t {
-    Number,
-    Reserved, ///< ignored from the bus, 0 to the bus
-    Digits,   ///< text of one decimal digit per 4 bits
-};
-
-enum class FieldPresence : std::uint8_t {
-    Required,
-    Optional, ///< 0 when the object leaves it out
-};
-
-/// A field of a composite value.
-struct Field {
-    std::string_view name;
-    NumberForm form;
-    FieldKind kind = FieldKind::Number;
-    FieldPresence presence = FieldPresence::Required;
-    std::string_view members = {}; ///< the values allowed when they are not all: "1,2,4"
-};
-
-constexpr Field UnsignedField(std::string_view name, unsigned bits) {
-    return {name, {.bits = bits}};
-}
-
-/// A bit that says something about the others.
-constexpr Field FlagField(std::string_view name) {
-    return {name, {.bits = 1}, FieldKind::Number, FieldPresence::Optional};
-}
-
-constexpr Field ReservedField(unsigned bits) {
-    return {{}, {.bits = bits}, FieldKind::Reserved};
-}
+/// Refuses octets whose fields do not go together. From the bus they may be whatever the bits hold.
+using CompositeCheck = Status (*)(const std::uint8_t* octets, Allowed allowed, Reason reason);
 
 /// A layout made of fields, first the most significant. A new composite type is a list of fields.
 struct CompositeLayout : Layout {
     std::span<const Field> fields;
+    unsigned fixedBits;             ///< of all fields that have a size
+    CompositeCheck check = nullptr; ///< null: every field stands for itself
 };
 
 Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, TAVVALUE& value,
@@ -54,12 +29,32 @@ Status EncodeComposite(const Type& type, std::string_view text, Octets& octets, 
 Status EncodeReceivedComposite(const Type& type, std::string_view text, Octets& octets, Reason reason);
 
 /// A layout of the fields, whose sizes make up its own.
-constexpr CompositeLayout MakeComposite(std::span<const Field> fields) {
+constexpr CompositeLayout MakeComposite(std::span<const Field> fields, CompositeCheck check = nullptr) {
     unsigned bits = 0;
     for (const Field& field : fields) {
         bits += field.form.bits;
     }
-    return {{bits, DecodeComposite, EncodeComposite, false, EncodeReceivedComposite}, fields};
+    const bool varies = fields.back().kind == FieldKind::Utf8ToTheEnd;
+    return {{varies ? 0 : bits, DecodeComposite, EncodeComposite, false, EncodeReceivedComposite},
+            fields,
+            bits,
+            check};
+}
+
+/// The same with whatever the bits hold, for types of which only the main number is known.
+constexpr CompositeLayout WithoutLimits(CompositeLayout layout) {
+    layout.encode = EncodeReceivedComposite;
+    return layout;
+}
+
+/// The fields of both, for values that begin or end alike.
+template <std::size_t First, std::size_t Second>
+constexpr std::array<Field, First + Second> Join(const std::array<Field, First>& first,
+                                                 const std::array<Field, Second>& second) {
+    std::array<Field, First + Second> joined;
+    std::copy(first.begin(), first.end(), joined.begin());
+    std::copy(second.begin(), second.end(), joined.begin() + First);
+    return joined;
 }
 
 } // namespace Datapoint

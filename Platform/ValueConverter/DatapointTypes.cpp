@@ -1,6 +1,8 @@
 #include "ValueConverter/DatapointTypes.h"
 
+#include "ValueConverter/Composite.h"
 #include "ValueConverter/Decimal.h"
+#include "ValueConverter/Floats.h"
 #include "ValueConverter/Layout.h"
 
 #include <fmt/format.h>
@@ -51,6 +53,38 @@ std::string_view NameIn(std::string_view names, std::int64_t value) {
         names.remove_prefix(std::min(end + 1, names.size()));
     }
     return {};
+}
+
+std::string RangeText(std::int64_t minimum, std::int64_t maximum, unsigned decimals) {
+    return fmt::format("{}..{}", DecimalText(minimum, decimals).View(),
+                       DecimalText(maximum, decimals).View());
+}
+
+// " 0..100"; empty where the field is no number, or any number.
+std::string RangeOf(const Field& field) {
+    if (!field.members.empty()) {
+        return fmt::format(" {}", field.members);
+    }
+    const NumberForm& form = field.form;
+    switch (field.kind) {
+    case FieldKind::Number:
+        return " " + (field.IsLimited() ? RangeText(field.minimum, field.maximum, form.decimals)
+                                        : RangeText(form.Minimum(), form.Maximum(), form.decimals));
+    case FieldKind::Float16: return " " + RangeText(kFloat16Minimum, kFloat16Maximum, 2);
+    default: return {};
+    }
+}
+
+std::string RangeOfFields(const CompositeLayout& layout) {
+    std::string text;
+    for (const Field& field : layout.fields) {
+        if (field.kind != FieldKind::Reserved) {
+            text += text.empty() ? "" : "; ";
+            text += field.name;
+            text += RangeOf(field);
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -120,11 +154,11 @@ std::string Range(const Type& type) {
     if (!type.members.empty()) {
         return std::string(type.members);
     }
-    if (type.minimum == type.maximum) {
-        return {};
+    if (type.layout->decode == DecodeComposite) {
+        return RangeOfFields(static_cast<const CompositeLayout&>(*type.layout));
     }
-    return fmt::format("{}..{}", DecimalText(type.minimum, type.decimals).View(),
-                       DecimalText(type.maximum, type.decimals).View());
+    return type.minimum == type.maximum ? std::string()
+                                        : RangeText(type.minimum, type.maximum, type.decimals);
 }
 
 std::string_view ValueName(const Type& type, std::int64_t value) {

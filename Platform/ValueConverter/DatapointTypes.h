@@ -43,8 +43,9 @@ struct Type {
     std::int64_t maximum;        ///< the value is no number, or its layout alone limits it
     std::uint8_t decimals;       ///< most digits behind the decimal point in the value's text
     std::string_view resolution; ///< step between two values, for people: "0.01*2^E"
-    std::string_view valueNames; ///< names of values: "0=Off;1=On"; empty where there are none
-    std::string_view members;    ///< the values allowed where the range has gaps: "0..17,20"
+    std::string_view valueNames; ///< names of values: "0=Off;1=On", of single bits: "1=Fault;2=Cool"; empty
+                                 ///< where there are none
+    std::string_view members; ///< the values allowed where the range has gaps: "0..17,20"
 
     Number GetNumber() const { return {main, sub}; }
 };
@@ -75,10 +76,12 @@ inline constexpr std::uint8_t kStandardResolution = 1;
 /// Size of the value in bits: 1 to 7 or a multiple of 8; 0 for types of variable length.
 TAV_EXPORT unsigned SizeInBits(const Type& type);
 
-/// "-273..670433.28", "0..17,20"; empty where the value is no number.
+/// "-273..670433.28", "0..17,20"; for a value of several fields "temp -273..655.34; attributes 0..255". Empty
+/// where the value is no number.
 TAV_EXPORT std::string Range(const Type& type);
 
-/// Name of a value of the type ("Comfort" for 1 of 20.102); empty where the table has none.
+/// Name of a value of the type ("Comfort" for 1 of 20.102, "Overridden" for 4, the third bit, of 21.001);
+/// empty where the table has none.
 TAV_EXPORT std::string_view ValueName(const Type& type, std::int64_t value);
 
 /// How a conversion ended.

@@ -1,4 +1,5 @@
-// 19.xxx: date and time with flags. Fields that their flag calls not valid may hold anything.
+// 19.xxx: date and time with flags, which composites also begin with. Fields that their flag calls not valid
+// may hold anything.
 #include "Tav/TAVTIME.h"
 #include "Tav/TAVVALUE.h"
 #include "ValueConverter/CivilTime.h"
@@ -15,6 +16,19 @@ constexpr std::uint8_t kNobodysHour = 0xFF; // 0:00 would be a time
 // The largest numbers that the bits of a field hold, for fields that are not valid.
 bool FitsBits(const CivilTime& time) {
     return time.month <= 15 && time.day <= 31 && time.hour <= 31 && time.minute <= 63 && time.second <= 63;
+}
+
+CivilTime Fields(const std::uint8_t* octets) {
+    CivilTime time;
+    time.year = kFirstYear + octets[0];
+    time.month = octets[1] & 0x0FU;
+    time.day = octets[2] & 0x1FU;
+    time.dayOfWeek = octets[3] >> 5;
+    time.hour = octets[3] & 0x1FU;
+    time.minute = octets[4] & 0x3FU;
+    time.second = octets[5] & 0x3FU;
+    time.flags = (octets[6] * 256U | octets[7]) & kAllFlags;
+    return time;
 }
 
 Status Check(const CivilTime& time, Reason reason) {
@@ -49,15 +63,7 @@ TAVTIME Vouched(const CivilTime& time) {
 }
 
 Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason reason) {
-    CivilTime time;
-    time.year = kFirstYear + octets[0];
-    time.month = octets[1] & 0x0FU;
-    time.day = octets[2] & 0x1FU;
-    time.dayOfWeek = octets[3] >> 5;
-    time.hour = octets[3] & 0x1FU;
-    time.minute = octets[4] & 0x3FU;
-    time.second = octets[5] & 0x3FU;
-    time.flags = (octets[6] * 256U | octets[7]) & kAllFlags;
+    const CivilTime time = Fields(octets.data());
     if (const Status status = Check(time, reason); status != Status::Done) {
         return status;
     }
@@ -95,6 +101,10 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
 }
 
 } // namespace
+
+Status CheckDateTime(const std::uint8_t* octets, Reason reason) {
+    return Check(Fields(octets), reason);
+}
 
 constinit const Layout kDateTime{64, Decode, Encode};
 

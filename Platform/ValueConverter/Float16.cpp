@@ -1,6 +1,6 @@
 // 9.xxx: the KNX 2-byte float, sign, 4-bit exponent E and mantissa M: M * 2^E hundredths.
 #include "Tav/TAVVALUE.h"
-#include "ValueConverter/Decimal.h"
+#include "ValueConverter/Floats.h"
 #include "ValueConverter/Layouts.h"
 
 #include <bit>
@@ -9,21 +9,8 @@ namespace Datapoint {
 
 namespace {
 
-constexpr unsigned kInvalid = 0x7FFF;
 constexpr std::int64_t kLowestMantissa = -2048;
 constexpr std::int64_t kHighestMantissa = 2047;
-
-Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
-    const unsigned raw = octets[0] * 256U + octets[1];
-    if (raw == kInvalid) {
-        value.SetNull();
-        return Status::Done;
-    }
-    const std::int64_t mantissa = static_cast<std::int64_t>(raw & 0x7FFU) - ((raw & 0x8000U) != 0 ? 2048 : 0);
-    const unsigned exponent = raw >> 11 & 0xFU;
-    value.SetDecimal(DecimalText(mantissa * (std::int64_t{1} << exponent), 2));
-    return Status::Done;
-}
 
 // The nearest number with the smallest exponent. `value` is in hundredths and within the range.
 unsigned ToFloat16(const Scaled& value) {
@@ -49,19 +36,22 @@ unsigned ToFloat16(const Scaled& value) {
     return (mantissa < 0 ? 0x8000U : 0U) | exponent << 11 | (static_cast<unsigned>(mantissa) & 0x7FFU);
 }
 
+Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
+    const unsigned raw = octets[0] * 256U + octets[1];
+    if (raw == kInvalidFloat16) {
+        value.SetNull();
+    } else {
+        value.SetDecimal(DecimalText(Float16Hundredths(raw), 2));
+    }
+    return Status::Done;
+}
+
 Status Encode(const Type& type, std::string_view text, Octets& octets, Reason reason) {
-    const auto decimal = Decimal::Read(text);
-    if (!decimal) {
-        return RefuseNotANumber(text, reason);
-    }
-    const Scaled value = decimal->InUnits(2);
-    if (value.Compare(type.minimum) < 0 || value.Compare(type.maximum) > 0) {
-        return RefuseRange(value, text, type, reason);
-    }
-    const unsigned raw = ToFloat16(value);
+    unsigned raw = 0;
+    const Status status = ReadFloat16(text, type, raw, reason);
     octets[0] = static_cast<std::uint8_t>(raw >> 8);
     octets[1] = static_cast<std::uint8_t>(raw);
-    return Status::Done;
+    return status;
 }
 
 Status EncodeReceived(const Type&, std::string_view text, Octets& octets, Reason reason) {
@@ -70,6 +60,25 @@ Status EncodeReceived(const Type&, std::string_view text, Octets& octets, Reason
 }
 
 } // namespace
+
+std::int64_t Float16Hundredths(unsigned raw) {
+    const std::int64_t mantissa = static_cast<std::int64_t>(raw & 0x7FFU) - ((raw & 0x8000U) != 0 ? 2048 : 0);
+    const unsigned exponent = raw >> 11 & 0xFU;
+    return mantissa * (std::int64_t{1} << exponent);
+}
+
+Status ReadFloat16(std::string_view text, const Type& type, unsigned& raw, Reason reason) {
+    const auto decimal = Decimal::Read(text);
+    if (!decimal) {
+        return RefuseNotANumber(text, reason);
+    }
+    const Scaled value = decimal->InUnits(2);
+    if (value.Compare(type.minimum) < 0 || value.Compare(type.maximum) > 0) {
+        return RefuseRange(value, text, type, reason);
+    }
+    raw = ToFloat16(value);
+    return Status::Done;
+}
 
 constinit const Layout kFloat16{16, Decode, Encode, false, EncodeReceived};
 

@@ -1,6 +1,6 @@
 // 14.xxx: IEEE 754 single precision.
 #include "Tav/TAVVALUE.h"
-#include "ValueConverter/Decimal.h"
+#include "ValueConverter/Floats.h"
 #include "ValueConverter/Layouts.h"
 
 #include <bit>
@@ -16,8 +16,18 @@ Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value
     return Status::Done;
 }
 
-// Nothing but "inf" and "nan" may become a number that is not finite.
-Status ReadFloat(std::string_view text, float& number, Reason reason) {
+Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason) {
+    float number = 0;
+    const Status status = ReadFloat32(text, number, reason);
+    if (status == Status::Done) {
+        WriteRaw(kU32.form, std::bit_cast<std::uint32_t>(number), octets.Data());
+    }
+    return status;
+}
+
+} // namespace
+
+Status ReadFloat32(std::string_view text, float& number, Reason reason) {
     const std::string_view digits = text.starts_with('+') && !text.starts_with("+-") ? text.substr(1) : text;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (result.ec == std::errc::invalid_argument || result.ptr != digits.data() + digits.size()) {
@@ -34,17 +44,6 @@ Status ReadFloat(std::string_view text, float& number, Reason reason) {
     }
     return Refuse(Status::OutOfRange, reason, "{} is beyond single precision", Excerpt(text));
 }
-
-Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason) {
-    float number = 0;
-    const Status status = ReadFloat(text, number, reason);
-    if (status == Status::Done) {
-        WriteRaw(kU32.form, std::bit_cast<std::uint32_t>(number), octets.Data());
-    }
-    return status;
-}
-
-} // namespace
 
 constinit const Layout kFloat32{32, Decode, Encode};
 

@@ -17,7 +17,7 @@ public:
     static constexpr std::size_t max_object_size = 256;
     static constexpr std::size_t max_array_size = 0;
     static constexpr std::size_t max_key_size = 64;
-    static constexpr std::size_t max_string_size = 1024;
+    static constexpr std::size_t max_string_size = 65536; // more than any value has
 
     explicit Handler(std::vector<JsonField>& fields) : m_fields(fields) {}
 

@@ -25,7 +25,7 @@ public:
     Octets(const Octets&) = delete;
     Octets& operator=(const Octets&) = delete;
 
-    /// Makes it `size` octets of 0. May be called once.
+    /// Makes it `size` octets of 0. May be called again while it is empty.
     void Resize(std::size_t size) {
         m_size = size;
         if (size > m_inPlace.size()) {

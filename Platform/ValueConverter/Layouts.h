@@ -1,5 +1,5 @@
-// The layouts of all datapoint types: numbers in NumberLayout.h, each other in the file that its comment
-// names. Internal to the converter.
+// The layouts of all datapoint types: numbers in NumberLayout.h, composites beside their rows in Table/, each
+// other in the file that its comment names. Internal to the converter.
 #pragma once
 
 #include "ValueConverter/Composite.h"
@@ -10,19 +10,14 @@ namespace Datapoint {
 
 extern const Layout kBoolean; // Boolean.cpp: 1.xxx
 
-extern const Layout kFloat16;                              // Float16.cpp: 9.xxx
-inline constexpr std::int64_t kFloat16Minimum = -67108864; // -2048 * 2^15 hundredths
-inline constexpr std::int64_t kFloat16Maximum = 67043328;  // 2046 * 2^15; 2047 * 2^15 is 7FFFh, invalid data
+extern const Layout kFloat16; // Float16.cpp: 9.xxx
 
-// Composite.cpp: JSON objects.
-extern const CompositeLayout kControl;     // 2.xxx
-extern const CompositeLayout kStepControl; // 3.xxx
-extern const CompositeLayout kStatusMode;  // 6.020
-extern const CompositeLayout kAccessData;  // 15.xxx
-
-// Text.cpp: characters of one octet each.
+// Text.cpp
 extern const Layout kCharacterAscii, kCharacterLatin1; // 4.xxx
 extern const Layout kStringAscii, kStringLatin1;       // 16.xxx
+extern const Layout kTwoCharacters;                    // 234.xxx
+extern const Layout kVaryingLatin1;                    // 24.xxx
+extern const Layout kVaryingUtf8;                      // 28.xxx
 
 extern const Layout kTimeOfDay;                  // TimeOfDay.cpp: 10.xxx
 extern const Layout kDate;                       // Date.cpp: 11.xxx

@@ -11,8 +11,8 @@
 
 namespace Datapoint {
 
-/// value = raw * factor / divisor, printed with at most `decimals` digits behind the point. Up to 63 bits
-/// without a sign, 64 with one.
+/// value = raw * factor / divisor + offset, printed with at most `decimals` digits behind the point. Up to 63
+/// bits without a sign, 64 with one.
 struct NumberForm {
     unsigned bits = 8;
     bool isSigned = false;
@@ -20,6 +20,7 @@ struct NumberForm {
     std::int64_t divisor = 1;
     unsigned decimals = 0;
     bool highestIsInvalid = false; ///< the highest raw number says that there is no valid value
+    std::int64_t offset = 0;       ///< only where the value is a plain whole number
 
     constexpr std::int64_t UnitsPerOne() const {
         std::int64_t units = 1;
@@ -33,7 +34,7 @@ struct NumberForm {
     constexpr bool IsPlain() const { return factor == 1 && divisor == UnitsPerOne(); }
 
     /// The range of what the octets can hold, in units of 10^-decimals.
-    constexpr std::int64_t Minimum() const { return isSigned ? ToUnits(-HighestRaw() - 1) : 0; }
+    constexpr std::int64_t Minimum() const { return ToUnits(isSigned ? -HighestRaw() - 1 : 0); }
     constexpr std::int64_t Maximum() const { return ToUnits(HighestRaw() - (highestIsInvalid ? 1 : 0)); }
     constexpr std::int64_t HighestRaw() const {
         return static_cast<std::int64_t>((std::uint64_t{1} << (isSigned ? bits - 1 : bits)) - 1);
@@ -42,7 +43,7 @@ struct NumberForm {
     /// The value of a raw number in units of 10^-decimals, to the nearest.
     constexpr std::int64_t ToUnits(std::int64_t raw) const {
         if (IsPlain()) {
-            return raw;
+            return raw + offset;
         }
         const std::int64_t product = raw * factor * UnitsPerOne();
         const std::int64_t half = divisor / 2;
@@ -119,7 +120,7 @@ inline Status ToRaw(const NumberForm& form, const Type& type, std::string_view t
         return RefuseNotWhole(text, reason);
     }
     const std::uint64_t magnitude = value.Rounded();
-    raw = static_cast<std::int64_t>(value.negative ? std::uint64_t{0} - magnitude : magnitude);
+    raw = static_cast<std::int64_t>(value.negative ? std::uint64_t{0} - magnitude : magnitude) - form.offset;
     return Status::Done;
 }
 

@@ -1,4 +1,5 @@
-// 5, 6, 7, 8, 12, 13, 20: layouts of whole numbers and numbers of a fixed scale. Internal to the converter.
+// 5, 6, 7, 8, 12, 13, 20 to 23, 29 to 31: layouts of whole numbers and numbers of a fixed scale. Internal to
+// the converter.
 #pragma once
 
 #include "Tav/TAVVALUE.h"
@@ -54,6 +55,8 @@ constexpr NumberLayout MakeNumber() {
     return {{Form.bits, DecodeNumber<Form>, EncodeNumber<Form>, false, EncodeReceivedNumber<Form>}, Form};
 }
 
+inline constexpr NumberLayout kU2 = MakeNumber<NumberForm{2}>();
+inline constexpr NumberLayout kU3 = MakeNumber<NumberForm{3}>();
 inline constexpr NumberLayout kU8 = MakeNumber<NumberForm{8}>();
 inline constexpr NumberLayout kPercent = MakeNumber<NumberForm{8, false, 100, 255, 1}>();
 inline constexpr NumberLayout kAngle = MakeNumber<NumberForm{8, false, 360, 255, 1}>();
@@ -65,8 +68,10 @@ inline constexpr NumberLayout kV16 = MakeNumber<NumberForm{16, true}>();
 inline constexpr NumberLayout kV16Times10 = MakeNumber<NumberForm{16, true, 10}>();
 inline constexpr NumberLayout kV16Times100 = MakeNumber<NumberForm{16, true, 100}>();
 inline constexpr NumberLayout kV16Hundredths = MakeNumber<NumberForm{16, true, 1, 100, 2, true}>();
+inline constexpr NumberLayout kU24 = MakeNumber<NumberForm{24}>();
 inline constexpr NumberLayout kU32 = MakeNumber<NumberForm{32}>();
 inline constexpr NumberLayout kV32 = MakeNumber<NumberForm{32, true}>();
 inline constexpr NumberLayout kV32TenThousandths = MakeNumber<NumberForm{32, true, 1, 10000, 4}>();
+inline constexpr NumberLayout kV64 = MakeNumber<NumberForm{64, true}>();
 
 } // namespace Datapoint

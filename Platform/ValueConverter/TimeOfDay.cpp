@@ -8,12 +8,17 @@ namespace Datapoint {
 
 namespace {
 
-Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason reason) {
+CivilTime Fields(const std::uint8_t* octets) {
     CivilTime time;
     time.dayOfWeek = octets[0] >> 5;
     time.hour = octets[0] & 0x1FU;
     time.minute = octets[1] & 0x3FU;
     time.second = octets[2] & 0x3FU;
+    return time;
+}
+
+Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason reason) {
+    const CivilTime time = Fields(octets.data());
     if (const Status status = CheckTime(time, false, reason); status != Status::Done) {
         return status;
     }
@@ -55,6 +60,10 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
 }
 
 } // namespace
+
+Status CheckTimeOfDay(const std::uint8_t* octets, Reason reason) {
+    return CheckTime(Fields(octets), false, reason);
+}
 
 constinit const Layout kTimeOfDay{24, Decode, Encode};
 

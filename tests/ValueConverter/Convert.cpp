@@ -123,4 +123,30 @@ std::string Hex(const Bytes& octets) {
     return KnxStack::BinaryData(octets).ToString();
 }
 
+void ExpectBothWays(std::initializer_list<Vector> vectors) {
+    for (const auto& [dpt, octets, text] : vectors) {
+        EXPECT_EQ(FromBus(dpt, octets), text) << dpt;
+        EXPECT_EQ(ToBus(dpt, text), Hex(octets)) << dpt << ' ' << WhyNotToBus(dpt, text);
+    }
+}
+
+std::string With(std::string object, std::string_view member, std::string_view value) {
+    const std::string key = "\"" + std::string(member) + "\":";
+    const auto at = object.find(key);
+    EXPECT_NE(at, std::string::npos) << object << ' ' << member;
+    if (at != std::string::npos) {
+        const auto begin = at + key.size();
+        object.replace(begin, object.find_first_of(",}", begin) - begin, value);
+    }
+    return object;
+}
+
+std::string AsReceived(std::string_view dpt, std::string_view text) {
+    TAVVALUE value;
+    value.Deserialize(text);
+    KnxStack::GroupValue groupValue;
+    const auto outcome = Datapoint::EncodeReceived(Dpt(dpt), value, groupValue);
+    return outcome ? groupValue.GetRawData().ToString() : outcome.reason;
+}
+
 } // namespace ConverterTest

@@ -4,6 +4,7 @@
 #include "Vesk/KNXDPT.h"
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,5 +33,21 @@ std::string WhyNotToBus(std::string_view dpt, std::string_view text);
 std::string WhyNotFromBus(std::string_view dpt, const Bytes& octets, unsigned bits);
 
 std::string Hex(const Bytes& octets);
+
+/// Octets of a type and their text.
+struct Vector {
+    const char* dpt;
+    Bytes octets;
+    const char* text;
+};
+
+/// Checks that the octets give the text, and the text the octets.
+void ExpectBothWays(std::initializer_list<Vector> vectors);
+
+/// The JSON object with another value for one of its members.
+std::string With(std::string object, std::string_view member, std::string_view value);
+
+/// The value, kept and given back as it was received, in lower-case hexadecimal.
+std::string AsReceived(std::string_view dpt, std::string_view text);
 
 } // namespace ConverterTest

@@ -72,19 +72,34 @@ TEST(DatapointTypes, UnknownSubNumbersHaveTheRuleOfTheirMainNumber) {
     EXPECT_EQ(Find({65535, 65535}), nullptr);
 }
 
-// Bits by main number, from the formats B1, B2, B1U3, A8, U8 ... of the KNX Standard 3/7/2.
+// Bits by main number, from the formats B1, B2, B1U3, A8, U8 ... of the KNX Standard 3/7/2; 0 for A[n].
 TEST(DatapointTypes, HaveTheSizeOfTheirMainNumber) {
     const std::map<unsigned, unsigned> sizes{
-        {1, 1},   {2, 2},   {3, 4},   {4, 8},   {5, 8},   {6, 8},    {7, 16}, {8, 16}, {9, 16},  {10, 24},
-        {11, 24}, {12, 32}, {13, 32}, {14, 32}, {15, 32}, {16, 112}, {17, 8}, {18, 8}, {19, 64}, {20, 8}};
+        {1, 1},     {2, 2},     {3, 4},     {4, 8},     {5, 8},     {6, 8},     {7, 16},    {8, 16},
+        {9, 16},    {10, 24},   {11, 24},   {12, 32},   {13, 32},   {14, 32},   {15, 32},   {16, 112},
+        {17, 8},    {18, 8},    {19, 64},   {20, 8},    {21, 8},    {22, 16},   {23, 2},    {24, 0},
+        {25, 8},    {26, 8},    {27, 32},   {28, 0},    {29, 64},   {30, 24},   {31, 3},    {200, 16},
+        {201, 16},  {202, 16},  {203, 24},  {204, 16},  {205, 24},  {206, 24},  {207, 16},  {209, 24},
+        {210, 32},  {211, 16},  {212, 48},  {213, 64},  {214, 32},  {215, 40},  {216, 40},  {217, 16},
+        {218, 40},  {219, 48},  {220, 32},  {221, 48},  {222, 48},  {223, 24},  {224, 48},  {225, 24},
+        {229, 48},  {230, 64},  {231, 32},  {232, 24},  {234, 16},  {235, 48},  {236, 8},   {237, 16},
+        {238, 8},   {239, 16},  {240, 24},  {241, 32},  {242, 48},  {243, 64},  {244, 16},  {245, 48},
+        {246, 16},  {247, 96},  {248, 40},  {249, 48},  {250, 24},  {251, 48},  {252, 40},  {253, 32},
+        {254, 24},  {255, 64},  {256, 128}, {257, 96},  {265, 72},  {266, 96},  {267, 0},   {268, 72},
+        {269, 112}, {270, 160}, {271, 56},  {272, 56},  {273, 64},  {274, 48},  {275, 64},  {276, 32},
+        {277, 288}, {278, 336}, {279, 384}, {280, 624}, {281, 352}, {282, 400}, {283, 448}, {284, 688}};
+    std::set<unsigned> mains;
     for (const auto& type : AllTypes()) {
         ASSERT_TRUE(sizes.contains(type.main)) << ToString(type.GetNumber());
         EXPECT_EQ(SizeInBits(type), sizes.at(type.main)) << ToString(type.GetNumber());
         EXPECT_EQ(SizeInBits(*Find({type.main, kAnySub})), sizes.at(type.main));
-        EXPECT_EQ(ToKnxDpt(type.GetNumber()).sizeInBits, sizes.at(type.main));
+        EXPECT_EQ(ToKnxDpt(type.GetNumber()).sizeInBits, sizes.at(type.main) % 256);
+        mains.insert(type.main);
         EXPECT_EQ(ToKnxDpt(type.GetNumber()).main, type.main);
         EXPECT_EQ(ToKnxDpt(type.GetNumber()).sub, type.sub);
     }
+    EXPECT_EQ(mains.size(), sizes.size());
+    EXPECT_EQ(AllTypes().size(), 460U);
 }
 
 TEST(DatapointTypes, RangesLieWithinTheRangeOfTheMainNumber) {
@@ -98,28 +113,33 @@ TEST(DatapointTypes, RangesLieWithinTheRangeOfTheMainNumber) {
     }
 }
 
+namespace {
+
+// The number that is `distance` away from a limit, without wrapping at the ends of 64 bits.
+std::string Beside(std::int64_t limit, int distance, unsigned decimals) {
+    const bool away = (limit < 0) == (distance < 0);
+    const auto magnitude =
+        limit < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(limit) : static_cast<std::uint64_t>(limit);
+    std::string digits = away                          ? std::to_string(magnitude + (distance != 0 ? 1 : 0))
+                         : distance != 0 && limit == 0 ? "1"
+                                                       : std::to_string(magnitude - (distance != 0 ? 1 : 0));
+    const bool negative = limit < 0 || (limit == 0 && distance < 0);
+    return (negative ? "-" : "") + digits + "e-" + std::to_string(decimals);
+}
+
+} // namespace
+
 TEST(DatapointTypes, EveryLimitConvertsAndNothingBeyondIt) {
+    using namespace ConverterTest;
     for (const auto& type : AllTypes()) {
         if (type.minimum == type.maximum) {
             continue;
         }
         const std::string name = ToString(type.GetNumber());
-        EXPECT_NE(
-            ConverterTest::ToBus(name, std::to_string(type.maximum) + "e-" + std::to_string(type.decimals)),
-            ConverterTest::kRefused)
-            << name;
-        EXPECT_NE(
-            ConverterTest::ToBus(name, std::to_string(type.minimum) + "e-" + std::to_string(type.decimals)),
-            ConverterTest::kRefused)
-            << name;
-        EXPECT_EQ(ConverterTest::ToBus(name, std::to_string(type.maximum + 1) + "e-" +
-                                                 std::to_string(type.decimals)),
-                  ConverterTest::kRefused)
-            << name;
-        EXPECT_EQ(ConverterTest::ToBus(name, std::to_string(type.minimum - 1) + "e-" +
-                                                 std::to_string(type.decimals)),
-                  ConverterTest::kRefused)
-            << name;
+        EXPECT_NE(ToBus(name, Beside(type.maximum, 0, type.decimals)), kRefused) << name;
+        EXPECT_NE(ToBus(name, Beside(type.minimum, 0, type.decimals)), kRefused) << name;
+        EXPECT_EQ(ToBus(name, Beside(type.maximum, 1, type.decimals)), kRefused) << name;
+        EXPECT_EQ(ToBus(name, Beside(type.minimum, -1, type.decimals)), kRefused) << name;
     }
 }
 
@@ -135,6 +155,17 @@ TEST(DatapointTypes, TellRangeUnitAndNamesOfValues) {
     EXPECT_EQ(ValueName(*Find({1, 1}), 2), "");
     EXPECT_EQ(ValueName(*Find({20, 102}), 4), "Building protection");
     EXPECT_EQ(ValueName(*Find({7, 1}), 1), "");
+    EXPECT_EQ(ValueName(*Find({21, 1}), 4), "Overridden"); // a bit alone
+    EXPECT_EQ(ValueName(*Find({21, 1}), 3), "");
+    EXPECT_EQ(Find({209, 100})->unit, "°C");
+    EXPECT_EQ(Find({209, 100})->resolution, "0.02");
+    EXPECT_EQ(Range(*Find({209, 100})), "temp -273..655.34; attributes 0..255");
+    EXPECT_EQ(Range(*Find({25, 1000})), "busy 0..3; nak 0..3");
+    EXPECT_EQ(Range(*Find({26, 1})), "b 0..1; scene 1..64");
+    EXPECT_EQ(Range(*Find({2, 1})), "c 0..1; v 0..1");
+    EXPECT_EQ(Range(*Find({231, 1})), "language; region");
+    EXPECT_EQ(Range(*Find({222, 100})), "comfort -671088.64..670433.28; standby -671088.64..670433.28; "
+                                        "economy -671088.64..670433.28");
 }
 
 TEST(DatapointTypes, AMainNumberAloneConvertsByItsWidestRule) {
