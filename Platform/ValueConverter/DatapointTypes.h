@@ -45,7 +45,7 @@ struct Type {
     std::string_view resolution; ///< step between two values, for people: "0.01*2^E"
     std::string_view valueNames; ///< names of values: "0=Off;1=On", of single bits: "1=Fault;2=Cool"; empty
                                  ///< where there are none
-    std::string_view members; ///< the values allowed where the range has gaps: "0..17,20"
+    std::string_view members;    ///< the values allowed where the range has gaps: "0..17,20"
 
     Number GetNumber() const { return {main, sub}; }
 };

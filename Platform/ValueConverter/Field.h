@@ -71,6 +71,11 @@ constexpr Field ValidityField(std::string_view name) {
     return {.name = name, .form = {.bits = 1}, .presence = FieldPresence::Optional, .whenLeftOut = 1};
 }
 
+/// The octet Z8: how it stands with the value. 0, nothing out of the ordinary, when it is left out.
+constexpr Field StatusField() {
+    return {.name = "status", .form = {.bits = 8}, .presence = FieldPresence::Optional};
+}
+
 constexpr Field ReservedField(unsigned bits) {
     return {.name = {}, .form = {.bits = bits}, .kind = FieldKind::Reserved};
 }

@@ -5,16 +5,15 @@
 
 namespace Datapoint {
 
-inline constexpr Field kStatusZ{.name = "status", .form = {.bits = 8}, .presence = FieldPresence::Optional};
-
 constexpr std::array<Field, 2> WithStatus(NumberForm form) {
-    return {NumberField("value", form), kStatusZ};
+    return {NumberField("value", form), StatusField()};
 }
 
-inline constexpr auto s_bitZ = std::to_array<Field>({ReservedField(7), UnsignedField("value", 1), kStatusZ});
+inline constexpr auto s_bitZ =
+    std::to_array<Field>({ReservedField(7), UnsignedField("value", 1), StatusField()});
 inline constexpr CompositeLayout kBitZ = MakeComposite(s_bitZ);
 
-inline constexpr auto s_modeZ = std::to_array<Field>({UnsignedField("mode", 8), kStatusZ});
+inline constexpr auto s_modeZ = std::to_array<Field>({UnsignedField("mode", 8), StatusField()});
 inline constexpr CompositeLayout kModeZ = MakeComposite(s_modeZ);
 
 inline constexpr auto s_u8Z = WithStatus({8});
@@ -31,7 +30,8 @@ inline constexpr CompositeLayout kU16Times100Z = MakeComposite(s_u16Times100Z);
 inline constexpr CompositeLayout kU16HundredthsZ = MakeComposite(s_u16HundredthsZ);
 inline constexpr CompositeLayout kU16TwentiethsZ = MakeComposite(s_u16TwentiethsZ);
 
-inline constexpr auto s_v8Z = std::to_array<Field>({Within(SignedField("value", 8), -100, 100), kStatusZ});
+inline constexpr auto s_v8Z =
+    std::to_array<Field>({Within(SignedField("value", 8), -100, 100), StatusField()});
 inline constexpr CompositeLayout kV8Z = MakeComposite(s_v8Z);
 inline constexpr CompositeLayout kAnyV8Z = WithoutLimits(kV8Z);
 

@@ -89,13 +89,11 @@ inline constexpr auto s_version = std::to_array<Field>(
     {UnsignedField("magic", 5), UnsignedField("version", 5), UnsignedField("revision", 6)});
 inline constexpr CompositeLayout kVersion = MakeComposite(s_version);
 
-inline constexpr Field kStatusOfVolume{
-    .name = "status", .form = {.bits = 8}, .presence = FieldPresence::Optional};
-inline constexpr auto s_volume = std::to_array<Field>({SignedField("value", 32), kStatusOfVolume});
+inline constexpr auto s_volume = std::to_array<Field>({SignedField("value", 32), StatusField()});
 inline constexpr CompositeLayout kVolume = MakeComposite(s_volume);
 
 inline constexpr auto s_flowRate =
-    std::to_array<Field>({NumberField("value", {32, true, 1, 10000, 4}), kStatusOfVolume});
+    std::to_array<Field>({NumberField("value", {32, true, 1, 10000, 4}), StatusField()});
 inline constexpr CompositeLayout kFlowRate = MakeComposite(s_flowRate);
 
 inline constexpr auto s_alarmInfo =

@@ -19,9 +19,7 @@ inline constexpr auto s_tariffNext =
 inline constexpr CompositeLayout kTariffNext = MakeComposite(s_tariffNext);
 
 inline constexpr auto s_meteringValue =
-    std::to_array<Field>({SignedField("countVal", 32),
-                          UnsignedField("valInfField", 8),
-                          {.name = "status", .form = {.bits = 8}, .presence = FieldPresence::Optional}});
+    std::to_array<Field>({SignedField("countVal", 32), UnsignedField("valInfField", 8), StatusField()});
 inline constexpr CompositeLayout kMeteringValue = MakeComposite(s_meteringValue);
 
 inline constexpr auto s_mbusAddress =
