@@ -43,19 +43,19 @@ inline constexpr Type s_main21To31[] = {
     BitSet(21, 1, kU8, "DPT_StatusGen", 31, "1=OutOfService;2=Fault;4=Overridden;8=InAlarm;16=AlarmUnAck"),
     BitSet(21, 2, kU8, "DPT_Device_Control", 7, "1=UserStopped;2=OwnIA;4=VerifyMode"),
     BitSet(21, 100, kU8, "DPT_ForceSign", 255,
-           "1=ForceRequest;2=Protection;4=Oversupply;8=Overrun;16=DHWNorm;32=DHWLegio;64=RoomHComf;128="
-           "RoomHMax"),
+           "1=ForceRequest;2=Protection;4=Oversupply;8=Overrun;16=DHWNorm;32=DHWLegio;64=RoomHComf;"
+           "128=RoomHMax"),
     BitSet(21, 101, kU8, "DPT_ForceSignCool", 1, "1=ForceRequest"),
     BitSet(21, 102, kU8, "DPT_StatusRHC", 255,
-           "1=Fault;2=StatusECO;4=TempFlowLimit;8=TempReturnLimit;16=StatusMorningBoost;32=StatusStartOptim;"
-           "64=StatusStopOptim;128=SummerMode"),
+           "1=Fault;2=StatusECO;4=TempFlowLimit;8=TempReturnLimit;16=StatusMorningBoost;"
+           "32=StatusStartOptim;64=StatusStopOptim;128=SummerMode"),
     BitSet(21, 103, kU8, "DPT_StatusSDHWC", 7, "1=Fault;2=SDHWLoadActive;4=SolarLoadSufficient"),
     BitSet(21, 104, kU8, "DPT_FuelTypeSet", 7, "1=Oil;2=Gas;4=SolidState"),
     BitSet(21, 105, kU8, "DPT_StatusRCC", 1, "1=Fault"),
     BitSet(21, 106, kU8, "DPT_StatusAHU", 15, "1=Fault;2=FanActive;4=Heat;8=Cool"),
     BitSet(21, 601, kU8, "DPT_LightActuatorErrorInfo", 127,
-           "1=LoadDetectionError;2=Undervoltage;4=Overcurrent;8=Underload;16=DefectiveLoad;32=LampFailure;64="
-           "Overheat"),
+           "1=LoadDetectionError;2=Undervoltage;4=Overcurrent;8=Underload;16=DefectiveLoad;"
+           "32=LampFailure;64=Overheat"),
     BitSet(21, 1000, kU8, "DPT_RF_ModeInfo", 7, "1=Asynchronous;2=BiBatMaster;4=BiBatSlave"),
     BitSet(21, 1001, kU8, "DPT_RF_FilterInfo", 7, "1=DoA;2=KNXSN;4=DoAandKNXSN"),
     BitSet(21, 1002, kU8, "DPT_Security_Report", 1, "1=SecurityFailure"),
@@ -66,17 +66,18 @@ inline constexpr Type s_main21To31[] = {
     BitSet(21, 1201, kU8, "DPT_Phases_Status", 7, "1=Phase0;2=Phase1;4=Phase2"),
 
     BitSet(22, 100, kU16, "DPT_StatusDHWC", 255,
-           "1=Fault;2=DHWLoadActive;4=LegioProtActive;8=DHWPushActive;16=OtherEnergySourceActive;32="
-           "SolarEnergyOnly;64=SolarEnergySupport;128=TempOptimShiftActive"),
+           "1=Fault;2=DHWLoadActive;4=LegioProtActive;8=DHWPushActive;16=OtherEnergySourceActive;"
+           "32=SolarEnergyOnly;64=SolarEnergySupport;128=TempOptimShiftActive"),
     BitSet(22, 101, kU16, "DPT_StatusRHCC", 32767,
-           "1=Fault;2=StatusEcoH;4=TempFlowLimit;8=TempReturnLimit;16=StatusMorningBoostH;32="
-           "StatusStartOptim;64=StatusStopOptim;128=HeatingDisabled;256=HeatCoolMode;512=StatusEcoC;1024="
-           "StatusPreCool;2048=CoolingDisabled;4096=DewPointStatus;8192=FrostAlarm;16384=OverheatAlarm"),
+           "1=Fault;2=StatusEcoH;4=TempFlowLimit;8=TempReturnLimit;16=StatusMorningBoostH;"
+           "32=StatusStartOptim;64=StatusStopOptim;128=HeatingDisabled;256=HeatCoolMode;512=StatusEcoC;"
+           "1024=StatusPreCool;2048=CoolingDisabled;4096=DewPointStatus;8192=FrostAlarm;"
+           "16384=OverheatAlarm"),
     BitSet(22, 1000, kU16, "DPT_Media", 54, "2=TP1;4=PL110;16=RF;32=KNXIP",
            "0,2,4,6,16,18,20,22,32,34,36,38,48,50,52,54"),
     BitSet(22, 1010, kU16, "DPT_Channel_Activation_16", 65535,
-           "1=Ch1;2=Ch2;4=Ch3;8=Ch4;16=Ch5;32=Ch6;64=Ch7;128=Ch8;256=Ch9;512=Ch10;1024=Ch11;2048=Ch12;4096="
-           "Ch13;8192=Ch14;16384=Ch15;32768=Ch16"),
+           "1=Ch1;2=Ch2;4=Ch3;8=Ch4;16=Ch5;32=Ch6;64=Ch7;128=Ch8;256=Ch9;512=Ch10;1024=Ch11;2048=Ch12;"
+           "4096=Ch13;8192=Ch14;16384=Ch15;32768=Ch16"),
 
     Action(1, "DPT_OnOff_Action", 3, "0=off;1=on;2=off/on;3=on/off"),
     Action(2, "DPT_Alarm_Reaction", 2, "0=no alarm;1=UP;2=DOWN"),
@@ -98,9 +99,9 @@ inline constexpr Type s_main21To31[] = {
     Num(29, 12, kV64, "DPT_ReactiveEnergy_V64", "VARh"),
 
     BitSet(30, 1010, kU24, "DPT_Channel_Activation_24", 16777215,
-           "1=Ch1;2=Ch2;4=Ch3;8=Ch4;16=Ch5;32=Ch6;64=Ch7;128=Ch8;256=Ch9;512=Ch10;1024=Ch11;2048=Ch12;4096="
-           "Ch13;8192=Ch14;16384=Ch15;32768=Ch16;65536=Ch17;131072=Ch18;262144=Ch19;524288=Ch20;1048576=Ch21;"
-           "2097152=Ch22;4194304=Ch23;8388608=Ch24"),
+           "1=Ch1;2=Ch2;4=Ch3;8=Ch4;16=Ch5;32=Ch6;64=Ch7;128=Ch8;256=Ch9;512=Ch10;1024=Ch11;2048=Ch12;"
+           "4096=Ch13;8192=Ch14;16384=Ch15;32768=Ch16;65536=Ch17;131072=Ch18;262144=Ch19;524288=Ch20;"
+           "1048576=Ch21;2097152=Ch22;4194304=Ch23;8388608=Ch24"),
 
     Num(31, 101, kU3, "DPT_PB_Action_HVAC_Extended", ""),
 };
