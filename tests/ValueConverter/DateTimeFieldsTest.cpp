@@ -126,7 +126,7 @@ TEST(DateTimePeriod, HasABeginAndAnEnd) {
 }
 
 TEST(DateTimeText, HasAnyLengthButEndsWithANul) {
-    const std::string letters(300, 'x');
+    const std::string letters(2000, 'x');
     Bytes octets = Join(s_octets, Bytes(letters.begin(), letters.end()));
     EXPECT_EQ(FromBus("267.001", octets), s_text + R"(,"text":")" + letters + "\"}");
     octets.push_back(0);
