@@ -131,9 +131,9 @@ private:
     }
 
     const CompositeLayout& m_layout;
-    const Allowed m_allowed;
+    Allowed m_allowed;
     Octets& m_octets;
-    const Reason m_reason;
+    Reason m_reason;
     BitCursor m_cursor;
     std::vector<JsonField> m_members;
 };
