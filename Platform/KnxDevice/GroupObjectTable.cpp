@@ -45,6 +45,7 @@ void GroupObjectTable::AddObject(const GroupObjectDefinition& definition) {
     object.flags = definition.flags;
     object.priority = definition.priority;
     object.ownTelegrams = definition.ownTelegrams;
+    object.fillsUp = definition.fillsUp;
     ++m_count;
 }
 

@@ -37,11 +37,12 @@ struct Flags {
 
 /// One group object as it is configured.
 struct GroupObjectDefinition {
-    std::uint16_t number = 0;                 ///< 1 to 65,534
-    unsigned sizeInBits = 0;                  ///< 1 to 7, or whole bytes up to kMaxValueBytes
-    Flags flags;                              ///< what it takes part in
-    Priority priority = Priority::Low;        ///< of what it sends
-    bool ownTelegrams = true;                 ///< takes what other objects of this device send
+    std::uint16_t number = 0;          ///< 1 to 65,534
+    unsigned sizeInBits = 0;           ///< 1 to 7, or whole bytes up to kMaxValueBytes
+    Flags flags;                       ///< what it takes part in
+    Priority priority = Priority::Low; ///< of what it sends
+    bool ownTelegrams = true;          ///< takes what other objects of this device send
+    bool fillsUp = false; ///< a shorter value, of whole bytes, is filled up with NULs: a text of any length
     std::vector<GroupAddress> groupAddresses; ///< none is 0/0/0; the first sends, all listen
 };
 
@@ -52,6 +53,7 @@ struct GroupObject {
     Flags flags;
     Priority priority = Priority::Low;
     bool ownTelegrams = true;
+    bool fillsUp = false;
 
     bool Exists() const { return sizeInBits != 0; }
     unsigned Bytes() const { return (sizeInBits + 7u) / 8u; }

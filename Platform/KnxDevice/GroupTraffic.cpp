@@ -18,7 +18,10 @@ constexpr Flag FlagThatTakes(GroupServiceKind kind) {
 bool FitsLength(const GroupObject& object, const GroupService& service) {
     if (service.kind == GroupServiceKind::Read)
         return true;
-    return object.TravelsInApci() ? service.IsShort() : service.longValue.size() == object.Bytes();
+    if (object.TravelsInApci() || service.IsShort())
+        return object.TravelsInApci() == service.IsShort();
+    return object.fillsUp ? service.longValue.size() <= object.Bytes()
+                          : service.longValue.size() == object.Bytes();
 }
 
 bool MayTransmit(const GroupObject& object, GroupServiceKind kind) {
@@ -40,18 +43,39 @@ constexpr std::uint8_t LowBits(unsigned bits) {
     return static_cast<std::uint8_t>((1u << bits) - 1u);
 }
 
+using ValueBytes = KnxFrames::FixedOctets<GroupObjectTable::kMaxValueBytes>;
+
+ValueBytes FilledUp(const GroupObject& object, std::span<const std::uint8_t> bytes) {
+    ValueBytes filled(bytes);
+    while (filled.Size() < object.Bytes())
+        filled.Append(0);
+    return filled;
+}
+
+// What travels of a value, which may have a NUL more than there is room for: the object's end ends its text,
+// too.
+std::span<const std::uint8_t> TravellingBytes(const GroupObject& object, const KnxStack::GroupValue& value) {
+    const auto bytes = value.GetRawData().Bytes();
+    const bool hasSpareNul = object.fillsUp && bytes.size() == object.Bytes() + 1u && bytes.back() == 0;
+    return hasSpareNul ? bytes.first(object.Bytes()) : bytes;
+}
+
 bool FitsSize(const GroupObject& object, const KnxStack::GroupValue& value) {
     const auto bytes = value.GetRawData().Bytes();
+    if (object.fillsUp)
+        return value.GetDefinedSize() == bytes.size() * 8 && !bytes.empty() &&
+               TravellingBytes(object, value).size() <= object.Bytes();
     if (value.GetDefinedSize() != object.sizeInBits || bytes.size() != object.Bytes())
         return false;
     return object.sizeInBits >= 8 || (bytes.front() & ~LowBits(object.sizeInBits)) == 0;
 }
 
 KnxFrames::Tpdu TpduOf(const GroupObject& object, GroupServiceKind kind, const KnxStack::GroupValue& value) {
-    const auto bytes = value.GetRawData().Bytes();
+    const auto bytes = TravellingBytes(object, value);
     if (object.TravelsInApci())
         return KnxFrames::MakeGroupShortValue(kind, bytes.front());
-    return *KnxFrames::MakeGroupLongValue(kind, bytes); // its length was checked when the table was built
+    // The length was checked when the table was built.
+    return *KnxFrames::MakeGroupLongValue(kind, FilledUp(object, bytes));
 }
 
 KnxFrames::LData TelegramOf(const GroupObjectTable& table, const GroupObject& object,
@@ -84,7 +108,7 @@ Reception Receive(const GroupObjectTable& table, GroupAddress destination, const
 KnxStack::GroupValue ValueFor(const GroupObject& object, const GroupService& service) {
     const auto bits = object.sizeInBits;
     if (bits >= 8)
-        return {KnxStack::BinaryData(service.longValue), bits};
+        return {KnxStack::BinaryData(FilledUp(object, service.longValue).View()), bits};
     const auto byte = object.TravelsInApci() ? service.shortValue : service.longValue.front();
     return {KnxStack::BinaryData{static_cast<std::uint8_t>(byte & LowBits(bits))}, bits};
 }

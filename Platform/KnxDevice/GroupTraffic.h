@@ -25,16 +25,16 @@ struct Reception {
 };
 
 /// The objects that take the service at the group address: a write needs flags C and W, a response C and U, a
-/// read C and R, and the length of the value must be that of the object. A read is for each such object, so
-/// that an address with several of them is answered several times, as by every KNX device: who wants one
-/// answer sets one flag R. `sender` is the object of this
-/// device that sent the telegram, 0 when it came from outside; it does not receive its own telegram, nor do
-/// objects that take none of this device's.
+/// read C and R, and the length of the value must be that of the object, or not above it when the object
+/// fills values up. A read is for each such object, so that an address with several of them is answered
+/// several times, as by every KNX device: who wants one answer sets one flag R. `sender` is the object of
+/// this device that sent the telegram, 0 when it came from outside; it does not receive its own telegram, nor
+/// do objects that take none of this device's.
 Reception Receive(const GroupObjectTable& table, GroupAddress destination, const GroupService& service,
                   std::uint16_t sender = 0);
 
-/// The value as the object sees it: right-aligned and cut to its size when it has less than 8 bits. The
-/// object must be one that Receive() named.
+/// The value as the object sees it: right-aligned and cut to its size when it has less than 8 bits, filled up
+/// with NULs when the object does that. The object must be one that Receive() named.
 KnxStack::GroupValue ValueFor(const GroupObject& object, const GroupService& service);
 
 /// What became of a wish to send.
@@ -46,7 +46,8 @@ const char* ToString(SendOutcome outcome);
 /// The L_Data.req that carries the object's value (`kind` Response or Write) to its sending address with its
 /// priority, from 0.0.0. A write needs flags C and T, a response C and one of R and T. A response goes to the
 /// sending address also when the read came to another address of the object: the association table has one
-/// sending address per object. `telegram` is untouched unless Composed.
+/// sending address per object. A value for an object that fills values up may have fewer bytes, and a NUL at
+/// its end more than there is room for. `telegram` is untouched unless Composed.
 SendOutcome ComposeValue(const GroupObjectTable& table, std::uint16_t number, GroupServiceKind kind,
                          const KnxStack::GroupValue& value, KnxFrames::LData& telegram);
 

@@ -99,6 +99,7 @@ void ConfigurationReader::ReadSize(Members& members, ConfiguredObject& object) {
                      fmt::format("{} bits, but a value of {} has {}", bits, *text, typeBits));
     if (typeBits != 0)
         bits = typeBits;
+    object.definition.fillsUp = typeBits == 0;
 }
 
 void ConfigurationReader::ReadFlags(Members& members, GroupObjectDefinition& definition) {

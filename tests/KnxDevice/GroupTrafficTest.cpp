@@ -86,6 +86,18 @@ TEST(Receive, JudgesTheLengthForEachObjectAlone) {
     EXPECT_EQ(1u, result.wrongLength);
 }
 
+TEST(Receive, AShorterValueFitsAnObjectThatFillsItUp) {
+    auto text = Define(1, 24, "CW", {kAddress.raw});
+    text.fillsUp = true;
+    const auto table = TableOf({text});
+    const std::uint8_t octets[] = {'a', 'b', 'c', 'd'};
+    for (std::size_t length = 1; length <= 4; ++length) {
+        const auto service = Long(GroupServiceKind::Write, {octets, length});
+        EXPECT_EQ(length <= 3 ? 1u : 0u, Receive(table, kAddress, service).objects.size()) << length;
+    }
+    EXPECT_EQ(1u, Receive(table, kAddress, kWriteOne).wrongLength) << "inside the APCI";
+}
+
 TEST(Receive, AReadHasNoLength) {
     const auto table = TableOf({Define(1, 32, "CR", {kAddress.raw})});
     EXPECT_THAT(Receive(table, kAddress, kRead).objects, ElementsAre(1));
@@ -114,6 +126,43 @@ TEST(ValueFor, KeepsBytesInTelegramOrder) {
     const std::uint8_t octets[] = {0x12, 0x34, 0x56};
     EXPECT_EQ(Value({0x12, 0x34, 0x56}, 24),
               ValueFor(table.Object(1), Long(GroupServiceKind::Write, octets)));
+}
+
+TEST(ValueFor, FillsAShorterTextUp) {
+    auto text = Define(1, 32, "CW", {1});
+    text.fillsUp = true;
+    const auto table = TableOf({text});
+    const std::uint8_t octets[] = {'a', 'b', 'c', 'd'};
+    EXPECT_EQ(Value({'a', 'b', 0, 0}, 32),
+              ValueFor(table.Object(1), Long(GroupServiceKind::Write, {octets, 2})));
+    EXPECT_EQ(Value({'a', 'b', 'c', 'd'}, 32),
+              ValueFor(table.Object(1), Long(GroupServiceKind::Write, octets)));
+}
+
+// Four bytes: a text of three and its NUL has just room, one of four goes without.
+TEST(ComposeValue, FillsAShorterTextUpAndSparesTheNulOfAFullOne) {
+    auto text = Define(1, 32, "CT", {1});
+    text.fillsUp = true;
+    const auto table = TableOf({text, Define(2, 32, "CT", {1})});
+    const auto write = GroupServiceKind::Write;
+    KnxFrames::LData telegram;
+    ASSERT_EQ(SendOutcome::Composed, ComposeValue(table, 1, write, Value({'a', 0}, 16), telegram));
+    EXPECT_EQ(KnxFrames::Tpdu({0x00, 0x80, 'a', 0, 0, 0}), telegram.tpdu);
+    ASSERT_EQ(SendOutcome::Composed, ComposeValue(table, 1, write, Value({'a', 'b', 'c', 0}, 32), telegram));
+    EXPECT_EQ(KnxFrames::Tpdu({0x00, 0x80, 'a', 'b', 'c', 0}), telegram.tpdu);
+    ASSERT_EQ(SendOutcome::Composed,
+              ComposeValue(table, 1, write, Value({'a', 'b', 'c', 'd', 0}, 40), telegram));
+    EXPECT_EQ(KnxFrames::Tpdu({0x00, 0x80, 'a', 'b', 'c', 'd'}), telegram.tpdu);
+
+    const auto untouched = telegram;
+    EXPECT_EQ(SendOutcome::WrongSize,
+              ComposeValue(table, 1, write, Value({'a', 'b', 'c', 'd', 'e'}, 40), telegram));
+    EXPECT_EQ(SendOutcome::WrongSize,
+              ComposeValue(table, 1, write, Value({'a', 'b', 'c', 'd', 'e', 0}, 48), telegram));
+    EXPECT_EQ(SendOutcome::WrongSize, ComposeValue(table, 1, write, Value({}, 0), telegram));
+    EXPECT_EQ(SendOutcome::WrongSize, ComposeValue(table, 1, write, Value({1}, 4), telegram));
+    EXPECT_EQ(SendOutcome::WrongSize, ComposeValue(table, 2, write, Value({'a', 0}, 16), telegram));
+    EXPECT_EQ(untouched, telegram);
 }
 
 TEST(ComposeValue, UsesSendingAddressAndPriority) {

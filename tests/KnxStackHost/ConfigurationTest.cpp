@@ -97,6 +97,17 @@ TEST(Configuration, ReadsGroupObjects) {
     EXPECT_EQ(2u, configuration.MakeTable().Count());
 }
 
+TEST(Configuration, TextsOfAnyLengthAreFilledUp) {
+    const auto fillsUp = [](const std::string& type) {
+        const auto configuration = ParseConfiguration(Changed(R"("size": 24)", type), kFile);
+        return configuration.groupObjects[1].definition.fillsUp;
+    };
+    EXPECT_TRUE(fillsUp(R"("dpt": "28.001", "size": 240)"));
+    EXPECT_TRUE(fillsUp(R"("dpt": "24.xxx", "size": 112)"));
+    EXPECT_FALSE(fillsUp(R"("dpt": "16.001")"));
+    EXPECT_FALSE(fillsUp(R"("size": 240)"));
+}
+
 TEST(Configuration, ReadsInterfaceObjects) {
     const auto objects =
         ParseConfiguration(
