@@ -21,9 +21,12 @@ class Bus(unittest.TestCase):
         cls.house = cls.enterClassContext(House())
         cls.knxd = Knxd(cls.house)
 
-    def test_the_example_has_twelve_main_types(self):
-        mains = {row["dpt"].split(".")[0] for row in group_addresses()}
-        self.assertGreaterEqual(len(mains), 12)
+    def test_both_directions_are_tried_with_25_main_types_and_with_extended_frames(self):
+        for dpts in ({row["dpt"] for row in group_addresses()}, {dpt for _, dpt in sending_addresses().values()}):
+            self.assertGreaterEqual(len({dpt.split(".")[0] for dpt in dpts}), 25)
+            # A standard frame has room for a value of 14 octets.
+            longest = sorted(len(octets(vector(dpt)[0])) for dpt in dpts)[-2:]
+            self.assertEqual(longest, [16, 30])
 
     def test_a_group_write_of_every_type_is_the_value_of_its_data_point(self):
         changes = self.house.watch(*{row["data point"] for row in group_addresses()})
@@ -53,6 +56,19 @@ class Bus(unittest.TestCase):
                     self.assertEqual(telegrams.all(), expected)
         time.sleep(1)
         self.assertEqual(telegrams.all(), expected)
+
+    def test_a_text_of_any_length_is_filled_up_to_the_size_of_its_group_object(self):
+        row = row_of(28)
+        telegrams = self.knxd.listen()
+        self.knxd.write(row["address"], b"Hello")  # five octets, and no NUL
+        wait_until(lambda: self.house.value(row["data point"]) == "Hello", 5, "a short text is taken")
+        self.knxd.read(row["address"])
+        wait_until(lambda: len(telegrams.to(row["address"])) >= 3, 5, "the write, the read and its answer")
+        self.house.set(row["data point"], 30 * "x")  # leaves no room for a NUL
+        wait_until(lambda: len(telegrams.to(row["address"])) >= 4, 5, "a text that fills the object")
+        own = [t for t in telegrams.to(row["address"]) if t[1] == self.house.address]
+        self.assertEqual(own, [("Response", self.house.address, row["address"], b"Hello" + 25 * b"\0"),
+                               ("Write", self.house.address, row["address"], 30 * b"x")])
 
     def test_a_set_clock_is_sent_to_every_time_object(self):
         telegrams = self.knxd.listen()

@@ -9,7 +9,7 @@ from house import BIN, House, Knxd, load_json
 from processes import run, wait_until
 
 RUNS = "the application program is configured and running"
-NEW = {"id": 2601, "name": "Attic.Light", "dpt": "1.001", "knx": {"co": 45}}
+NEW = {"id": 2601, "name": "Attic.Light", "dpt": "1.001", "knx": {"co": 63}}
 ADDRESS = "1/0/4"
 ALL_EVENTS = ["configurationChangeBegin", "etsConfigChanged", "configurationChangeEnd", "configurationLoaded"]
 
@@ -43,7 +43,7 @@ class Download(unittest.TestCase):
 
     def add_group_object(self):
         self.change_host(lambda host: host["groupObjects"].append(
-            {"number": 45, "name": "Attic light", "dpt": "1.001", "flags": "CRWTU", "addresses": [ADDRESS]}))
+            {"number": 63, "name": "Attic light", "dpt": "1.001", "flags": "CRWTU", "addresses": [ADDRESS]}))
 
     def encode(self, *more):
         """Application data of the project as it is, with more data points."""
@@ -93,7 +93,7 @@ class Download(unittest.TestCase):
             (b"", "application data: byte 0: the data are empty"),
             (good[:-1], f"application data: byte 0: the data are cut short: {len(good) - 1} bytes of {len(good)}"),
             (good[:-1] + bytes([good[-1] ^ 1]), "application data: byte 12: the data are damaged"),
-            (good, 'data point 2601 "Attic.Light": CO 45 is not one of the 44 group objects with communication'),
+            (good, 'data point 2601 "Attic.Light": CO 63 is not one of the 62 group objects with communication'),
         ]
         for number, (data, cause) in enumerate(refused, 1):
             self.data.write_bytes(data)

@@ -38,7 +38,7 @@ TEST_F(DownloadHandlerTest, NewProjectIsAnnouncedAndPutInPlace) {
 
 TEST_F(DownloadHandlerTest, TheWholeHouseArrivesUnchanged) {
     const auto house = Loaded(HOUSE_EXAMPLE "/project.json");
-    for (std::uint16_t co = 1; co <= 44; ++co) {
+    for (std::uint16_t co = 1; co <= 62; ++co) {
         m_coDescriptors[co] = {co, 1};
     }
     Start();

@@ -131,14 +131,19 @@ TEST(HouseExample, EveryBoundDataPointHasGroupObjectsWithTheFlagsItNeeds) {
     }
 }
 
-TEST(HouseExample, ShowsFortyGroupAddressesOfManyTypes) {
-    std::set<std::string> mainTypes;
+TEST(HouseExample, ShowsGroupAddressesOfManyTypes) {
+    std::set<std::uint16_t> mainTypes;
+    unsigned extendedFrames = 0;
     const auto addresses = GroupAddresses();
     for (const GroupAddress& row : addresses) {
-        mainTypes.insert(row.dpt.substr(0, row.dpt.find('.')));
+        const auto type = Datapoint::Parse(row.dpt);
+        ASSERT_TRUE(type) << row.dpt;
+        mainTypes.insert(type->main);
+        extendedFrames += Datapoint::SizeInBits(*Datapoint::Find(*type)) > 14 * 8 ? 1 : 0;
     }
-    EXPECT_GE(addresses.size(), 40u);
-    EXPECT_GE(mainTypes.size(), 12u);
+    EXPECT_GE(addresses.size(), 60u);
+    EXPECT_GE(mainTypes.size(), 25u);
+    EXPECT_GE(extendedFrames, 1u);
 }
 
 TEST(HouseExample, RegistryNamesTheProjectThatTheDaemonsUse) {
