@@ -44,7 +44,8 @@ Status OctetsToValue(const KNXDPT& dpt, unsigned bits, std::span<const std::uint
         if (!IsSize(dpt.sizeInBits)) {
             return RefuseRecordedSize(reason);
         }
-        return bits % 256 == dpt.sizeInBits ? DecodeBySize(bits, octets, value) : RefuseSize(bits, reason);
+        return IsSize(bits) && bits % 256 == dpt.sizeInBits ? DecodeBySize(bits, octets, value)
+                                                            : RefuseSize(bits, reason);
     }
     const Type* type = FindRule(dpt);
     if (type == nullptr) {
