@@ -2,6 +2,7 @@
 #include "Tav/TAVVALUE.h"
 #include "ValueConverter/Decimal.h"
 #include "ValueConverter/Layouts.h"
+#include "ValueConverter/TextBuffer.h"
 
 #include <array>
 #include <limits>
@@ -74,13 +75,12 @@ Status DecodeBySize(unsigned sizeInBits, std::span<const std::uint8_t> octets, T
         return Status::Done;
     }
     constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    text.reserve(octets.size() * 2);
+    TextBuffer text;
     for (const std::uint8_t octet : octets) {
         text += kDigits[octet >> 4];
         text += kDigits[octet & 0xFU];
     }
-    value.SetText(text);
+    value.SetText(text.View());
     return Status::Done;
 }
 

@@ -4,15 +4,18 @@ namespace Datapoint {
 
 std::optional<char32_t> TakeCharacter(std::string_view& text) {
     const auto first = static_cast<unsigned char>(text.front());
-    const unsigned length = first < 0x80                    ? 1
-                            : first >= 0xC2 && first < 0xE0 ? 2
+    if (first < 0x80) {
+        text.remove_prefix(1);
+        return first;
+    }
+    const unsigned length = first >= 0xC2 && first < 0xE0   ? 2
                             : first >= 0xE0 && first < 0xF0 ? 3
                             : first >= 0xF0 && first < 0xF5 ? 4
                                                             : 0;
     if (length == 0 || text.size() < length) {
         return std::nullopt;
     }
-    char32_t character = length == 1 ? first : first & (0x7FU >> length);
+    char32_t character = first & (0x7FU >> length);
     for (unsigned i = 1; i < length; ++i) {
         const auto octet = static_cast<unsigned char>(text[i]);
         if ((octet & 0xC0U) != 0x80U) {
@@ -51,7 +54,7 @@ Status CheckUtf8(std::string_view text, Reason reason) {
                : Refuse(Status::OutOfRange, reason, "the character U+0000 would end the text");
 }
 
-void AppendLatin1(std::string_view octets, std::string& text) {
+void AppendLatin1(std::string_view octets, TextBuffer& text) {
     for (const char c : octets) {
         const auto octet = static_cast<unsigned char>(c);
         if (octet < 0x80) {
@@ -63,7 +66,7 @@ void AppendLatin1(std::string_view octets, std::string& text) {
     }
 }
 
-Status ToLatin1(std::string_view text, char32_t highest, std::string& octets, Reason reason) {
+Status ToLatin1(std::string_view text, char32_t highest, TextBuffer& octets, Reason reason) {
     while (!text.empty()) {
         const auto character = TakeCharacter(text);
         if (!character) {

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "ValueConverter/Layout.h"
+#include "ValueConverter/TextBuffer.h"
 
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace Datapoint {
@@ -22,9 +22,9 @@ Status RefuseNotUtf8(Reason reason);
 Status CheckUtf8(std::string_view text, Reason reason);
 
 /// Appends the UTF-8 of characters of one octet each.
-void AppendLatin1(std::string_view octets, std::string& text);
+void AppendLatin1(std::string_view octets, TextBuffer& text);
 
 /// Appends one octet for each character of a UTF-8 text. Refuses NUL and those above `highest`.
-Status ToLatin1(std::string_view text, char32_t highest, std::string& octets, Reason reason);
+Status ToLatin1(std::string_view text, char32_t highest, TextBuffer& octets, Reason reason);
 
 } // namespace Datapoint

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <iterator>
 #include <utility>
 
 namespace Datapoint {
@@ -110,12 +109,20 @@ std::string_view DayName(unsigned dayOfWeek) {
     return s_shortDays[dayOfWeek];
 }
 
-void PrintTime(const CivilTime& time, std::string& text) {
-    fmt::format_to(std::back_inserter(text), "{:02}:{:02}:{:02}", time.hour, time.minute, time.second);
+void PrintTime(const CivilTime& time, TextBuffer& text) {
+    text.AppendDigits(time.hour, 2);
+    text += ':';
+    text.AppendDigits(time.minute, 2);
+    text += ':';
+    text.AppendDigits(time.second, 2);
 }
 
-void PrintDate(const CivilTime& time, std::string& text) {
-    fmt::format_to(std::back_inserter(text), "{:04}-{:02}-{:02}", time.year, time.month, time.day);
+void PrintDate(const CivilTime& time, TextBuffer& text) {
+    text.AppendDigits(time.year, 4);
+    text += '-';
+    text.AppendDigits(time.month, 2);
+    text += '-';
+    text.AppendDigits(time.day, 2);
 }
 
 bool TakeTime(std::string_view& text, CivilTime& time) {
@@ -152,16 +159,21 @@ bool ReadDateTime(std::string_view text, CivilTime& time) {
            ReadFlags(text, time);
 }
 
-void PrintDateTime(const CivilTime& time, std::string& text) {
+void PrintDateTime(const CivilTime& time, TextBuffer& text) {
     PrintDate(time, text);
     text += 'T';
     PrintTime(time, text);
     if (time.dayOfWeek != DefaultDayOfWeek(time)) {
-        fmt::format_to(std::back_inserter(text), ";{}={}", kDayOfWeekName, time.dayOfWeek);
+        text += ';';
+        text += kDayOfWeekName;
+        text += '=';
+        text.AppendDigits(time.dayOfWeek, 1);
     }
     for (const auto& [name, bit] : s_flags) {
         if ((time.flags & bit) != 0) {
-            fmt::format_to(std::back_inserter(text), ";{}=1", name);
+            text += ';';
+            text += name;
+            text += "=1";
         }
     }
 }

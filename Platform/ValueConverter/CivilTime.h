@@ -2,9 +2,9 @@
 #pragma once
 
 #include "ValueConverter/Layout.h"
+#include "ValueConverter/TextBuffer.h"
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 namespace Datapoint {
@@ -44,8 +44,8 @@ unsigned WeekdayOf(unsigned year, unsigned month, unsigned day);
 std::string_view DayName(unsigned dayOfWeek);
 
 /// "12:00:00", "2024-05-01".
-void PrintTime(const CivilTime& time, std::string& text);
-void PrintDate(const CivilTime& time, std::string& text);
+void PrintTime(const CivilTime& time, TextBuffer& text);
+void PrintDate(const CivilTime& time, TextBuffer& text);
 
 /// Takes "12:00:00" or "12:00" off the front of the text. False when it does not begin so.
 bool TakeTime(std::string_view& text, CivilTime& time);
@@ -62,7 +62,7 @@ bool TakeDayName(std::string_view& text, CivilTime& time);
 bool ReadDateTime(std::string_view text, CivilTime& time);
 
 /// The reverse. A day of the week is printed unless it is DefaultDayOfWeek().
-void PrintDateTime(const CivilTime& time, std::string& text);
+void PrintDateTime(const CivilTime& time, TextBuffer& text);
 
 /// Refuses a time of day beyond 23:59:59, with `allow24` one beyond 24:00:00.
 Status CheckTime(const CivilTime& time, bool allow24, Reason reason);

@@ -4,7 +4,7 @@
 #include "Tav/TAVVALUE.h"
 
 #include <algorithm>
-#include <vector>
+#include <utility>
 
 namespace Datapoint {
 
@@ -18,15 +18,17 @@ public:
 
     std::uint64_t Read(std::span<const std::uint8_t> octets, unsigned bits) {
         std::uint64_t value = 0;
-        for (const unsigned end = m_at + bits; m_at < end; ++m_at) {
-            value = value << 1 | (octets[m_at / 8] >> (7 - m_at % 8) & 1U);
+        while (bits > 0) {
+            const Part part = TakePart(bits);
+            value = value << part.bits | (octets[part.octet] >> part.behind & part.mask);
         }
         return value;
     }
 
     void Write(std::uint64_t value, unsigned bits, std::uint8_t* octets) {
-        for (unsigned bit = bits; bit-- > 0; ++m_at) {
-            octets[m_at / 8] |= static_cast<std::uint8_t>((value >> bit & 1U) << (7 - m_at % 8));
+        while (bits > 0) {
+            const Part part = TakePart(bits);
+            octets[part.octet] |= static_cast<std::uint8_t>((value >> bits & part.mask) << part.behind);
         }
     }
 
@@ -43,6 +45,24 @@ public:
     }
 
 private:
+    // Bits of a field that stand in one octet.
+    struct Part {
+        std::size_t octet;
+        unsigned bits;
+        unsigned behind; // bits of the octet behind them
+        std::uint64_t mask;
+    };
+
+    // The next part of a field of which `bits` are left, which are less by it.
+    Part TakePart(unsigned& bits) {
+        const unsigned left = 8 - m_at % 8;
+        const unsigned count = std::min(bits, left);
+        const Part part{m_at / 8, count, left - count, (std::uint64_t{1} << count) - 1};
+        m_at += count;
+        bits -= count;
+        return part;
+    }
+
     unsigned m_at;
 };
 
@@ -71,17 +91,21 @@ public:
             }
         }
         // A member that is left is unknown, or was given twice.
-        if (!m_members.empty()) {
-            return Refuse(Status::Malformed, m_reason, "\"{}\" is too many", m_members.front().name);
+        const auto left = std::find_if(m_members.begin(), m_members.end(), IsLeft);
+        if (left != m_members.end()) {
+            return Refuse(Status::Malformed, m_reason, "\"{}\" is too many", left->name);
         }
         return m_layout.check != nullptr ? m_layout.check(m_octets.Data(), m_allowed, m_reason)
                                          : Status::Done;
     }
 
 private:
-    std::vector<JsonField>::iterator Find(const Field& field) {
-        return std::find_if(m_members.begin(), m_members.end(),
-                            [&](const JsonField& member) { return member.name == field.name; });
+    static bool IsLeft(const JsonField& member) { return !member.taken; }
+
+    JsonFields::iterator Find(const Field& field) {
+        return std::find_if(m_members.begin(), m_members.end(), [&](const JsonField& member) {
+            return IsLeft(member) && member.name == field.name;
+        });
     }
 
     std::size_t LengthOfLastText() {
@@ -89,7 +113,7 @@ private:
         return member == m_members.end() ? 0 : member->text.size();
     }
 
-    // The field from the object's member, which is taken out of the members.
+    // The field from the object's member, which is then taken.
     Status Add(const Field& field) {
         const unsigned bits = field.form.bits;
         if (field.kind == FieldKind::Reserved) {
@@ -108,15 +132,15 @@ private:
         if (status != Status::Done && m_reason != nullptr) {
             *m_reason = fmt::format("\"{}\": {}", field.name, *m_reason);
         }
-        m_members.erase(member);
+        member->taken = true;
         return status;
     }
 
     Status AddText(const Field& field, const JsonField& member) {
-        std::string text;
+        TextBuffer text;
         const Status status = ReadText(field, member, m_allowed, text, m_reason);
         if (status == Status::Done) {
-            m_cursor.WriteText(text, field.form.bits, m_octets.Data());
+            m_cursor.WriteText(text.View(), field.form.bits, m_octets.Data());
         }
         return status;
     }
@@ -135,7 +159,7 @@ private:
     Octets& m_octets;
     Reason m_reason;
     BitCursor m_cursor;
-    std::vector<JsonField> m_members;
+    JsonFields m_members;
 };
 
 } // namespace
@@ -154,13 +178,14 @@ Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, T
         }
     }
     BitCursor cursor(layout);
-    std::string json;
+    TextBuffer json;
+    std::string_view before = "{\"";
     for (const Field& field : layout.fields) {
         if (field.kind == FieldKind::Reserved) {
             cursor.Read(octets, field.form.bits);
             continue;
         }
-        json += json.empty() ? "{\"" : ",\"";
+        json += std::exchange(before, ",\"");
         json += field.name;
         json += "\":";
         if (!field.IsText()) {
@@ -172,7 +197,7 @@ Status DecodeComposite(const Type& type, std::span<const std::uint8_t> octets, T
         }
     }
     json += '}';
-    value.SetJson(json);
+    value.SetJson(json.View());
     return Status::Done;
 }
 

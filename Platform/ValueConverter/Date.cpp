@@ -23,14 +23,14 @@ Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value
         return status;
     }
     time.year = year + (year >= kFirstYear % 100 ? 1900 : 2000);
-    std::string text;
+    TextBuffer text;
     PrintDate(time, text);
     TAVTIME civil;
     civil.year = static_cast<std::uint16_t>(time.year);
     civil.month = static_cast<std::uint8_t>(time.month);
     civil.day = static_cast<std::uint8_t>(time.day);
     civil.SetWeekYearDay();
-    value.SetTime(civil, text);
+    value.SetTime(civil, text.View());
     return Status::Done;
 }
 

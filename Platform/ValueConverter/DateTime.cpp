@@ -67,9 +67,9 @@ Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value
     if (const Status status = Check(time, reason); status != Status::Done) {
         return status;
     }
-    std::string text;
+    TextBuffer text;
     PrintDateTime(time, text);
-    value.SetTime(Vouched(time), text);
+    value.SetTime(Vouched(time), text.View());
     return Status::Done;
 }
 

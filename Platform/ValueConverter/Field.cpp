@@ -8,13 +8,12 @@
 #include <cassert>
 #include <charconv>
 #include <cmath>
-#include <iterator>
 
 namespace Datapoint {
 
 namespace {
 
-void PrintNumber(const NumberForm& form, std::uint64_t bits, std::string& json) {
+void PrintNumber(const NumberForm& form, std::uint64_t bits, TextBuffer& json) {
     assert(form.bits > 0);
     const unsigned unused = 64 - form.bits;
     const auto raw =
@@ -23,14 +22,16 @@ void PrintNumber(const NumberForm& form, std::uint64_t bits, std::string& json) 
 }
 
 // JSON has no numbers that are not finite; they are texts.
-void PrintFloat32(float number, std::string& json) {
+void PrintFloat32(float number, TextBuffer& json) {
     std::array<char, 24> digits{};
     const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number);
     const std::string_view text(digits.data(), static_cast<std::size_t>(result.ptr - digits.data()));
     if (std::isfinite(number)) {
         json += text;
     } else {
-        fmt::format_to(std::back_inserter(json), "\"{}\"", text);
+        json += '"';
+        json += text;
+        json += '"';
     }
 }
 
@@ -123,11 +124,11 @@ std::size_t LongestText(const Field& field, Allowed allowed) {
 
 } // namespace
 
-void PrintField(const Field& field, std::uint64_t bits, std::string& json) {
+void PrintField(const Field& field, std::uint64_t bits, TextBuffer& json) {
     switch (field.kind) {
     case FieldKind::Digits:
         // A nibble above 9 is no digit, but it is what the device sent.
-        fmt::format_to(std::back_inserter(json), "\"{:0{}x}\"", bits, field.form.bits / 4);
+        json += fmt::format("\"{:0{}x}\"", bits, field.form.bits / 4);
         break;
     case FieldKind::Float16:
         if (bits == kInvalidFloat16) {
@@ -153,23 +154,23 @@ Status ReadField(const Field& field, const JsonField& from, Allowed allowed, std
     }
 }
 
-Status PrintText(const Field& field, std::string_view octets, std::string& json, Reason reason) {
+Status PrintText(const Field& field, std::string_view octets, TextBuffer& json, Reason reason) {
     octets = octets.substr(0, octets.find('\0'));
-    std::string characters;
+    TextBuffer characters;
     if (field.kind == FieldKind::Ascii) {
         AppendLatin1(octets, characters); // whoever sends more than ASCII means ISO 8859-1
     } else if (!IsUtf8(octets)) {
         return RefuseNotUtf8(reason);
     } else {
-        characters = octets;
+        characters += octets;
     }
     json += '"';
-    for (const char c : characters) {
+    for (const char c : characters.View()) {
         if (c == '"' || c == '\\') {
             json += '\\';
         }
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-            fmt::format_to(std::back_inserter(json), "\\u{:04x}", static_cast<unsigned>(c));
+            json += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
         } else {
             json += c;
         }
@@ -178,7 +179,7 @@ Status PrintText(const Field& field, std::string_view octets, std::string& json,
     return Status::Done;
 }
 
-Status ReadText(const Field& field, const JsonField& from, Allowed allowed, std::string& octets,
+Status ReadText(const Field& field, const JsonField& from, Allowed allowed, TextBuffer& octets,
                 Reason reason) {
     if (from.kind != JsonField::Kind::Text) {
         return Refuse(Status::Malformed, reason, "a text is expected");
@@ -190,12 +191,13 @@ Status ReadText(const Field& field, const JsonField& from, Allowed allowed, std:
         return status;
     }
     if (field.kind != FieldKind::Ascii) {
-        octets = from.text;
+        octets += from.text;
     }
     const std::size_t longest = LongestText(field, allowed);
-    return octets.size() <= longest ? Status::Done
-                                    : Refuse(Status::OutOfRange, reason, "'{}' has more than {} octets",
-                                             Excerpt(from.text), longest);
+    return octets.View().size() <= longest
+               ? Status::Done
+               : Refuse(Status::OutOfRange, reason, "'{}' has more than {} octets", Excerpt(from.text),
+                        longest);
 }
 
 } // namespace Datapoint

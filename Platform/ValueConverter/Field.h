@@ -3,10 +3,10 @@
 
 #include "ValueConverter/JsonFields.h"
 #include "ValueConverter/NumberForm.h"
+#include "ValueConverter/TextBuffer.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 namespace Datapoint {
@@ -112,17 +112,17 @@ enum class Allowed : std::uint8_t {
 };
 
 /// Appends the JSON of the field's bits. For every kind but texts.
-void PrintField(const Field& field, std::uint64_t bits, std::string& json);
+void PrintField(const Field& field, std::uint64_t bits, TextBuffer& json);
 
 /// The reverse.
 Status ReadField(const Field& field, const JsonField& from, Allowed allowed, std::uint64_t& bits,
                  Reason reason);
 
 /// Appends the JSON string of a text field's octets up to the first NUL. Refuses broken UTF-8.
-Status PrintText(const Field& field, std::string_view octets, std::string& json, Reason reason);
+Status PrintText(const Field& field, std::string_view octets, TextBuffer& json, Reason reason);
 
 /// The reverse, without the NULs that fill the field.
-Status ReadText(const Field& field, const JsonField& from, Allowed allowed, std::string& octets,
+Status ReadText(const Field& field, const JsonField& from, Allowed allowed, TextBuffer& octets,
                 Reason reason);
 
 } // namespace Datapoint

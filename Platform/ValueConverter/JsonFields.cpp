@@ -19,7 +19,7 @@ public:
     static constexpr std::size_t max_key_size = 64;
     static constexpr std::size_t max_string_size = 65536; // more than any value has
 
-    explicit Handler(std::vector<JsonField>& fields) : m_fields(fields) {}
+    explicit Handler(JsonFields& fields) : m_fields(fields) {}
 
     bool IsObject() const { return m_isObject; }
 
@@ -77,7 +77,7 @@ private:
         return true;
     }
 
-    std::vector<JsonField>& m_fields;
+    JsonFields& m_fields;
     std::string m_name;
     std::string m_text;
     bool m_isObject = false;
@@ -85,7 +85,7 @@ private:
 
 } // namespace
 
-bool ReadJsonFields(std::string_view text, std::vector<JsonField>& fields, std::string& error) {
+bool ReadJsonFields(std::string_view text, JsonFields& fields, std::string& error) {
     json::basic_parser<Handler> parser(json::parse_options{}, fields);
     json::error_code code;
     const std::size_t read = parser.write_some(false, text.data(), text.size(), code);

@@ -17,18 +17,19 @@ std::string_view UpToNul(std::span<const std::uint8_t> octets) {
 
 // Above 7Fh also for the ASCII types: whoever sends that means ISO 8859-1.
 Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value, Reason) {
-    std::string text;
+    TextBuffer text;
     AppendLatin1(UpToNul(octets), text);
-    value.SetText(text);
+    value.SetText(text.View());
     return Status::Done;
 }
 
 template <char32_t Highest>
 Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason) {
-    std::string characters;
-    if (const Status status = ToLatin1(text, Highest, characters, reason); status != Status::Done) {
+    TextBuffer buffer;
+    if (const Status status = ToLatin1(text, Highest, buffer, reason); status != Status::Done) {
         return status;
     }
+    const std::string_view characters = buffer.View();
     if (characters.size() > octets.Size()) {
         return Refuse(Status::OutOfRange, reason, "'{}' has more than {} character{}", Excerpt(text),
                       octets.Size(), octets.Size() == 1 ? "" : "s");
@@ -38,10 +39,11 @@ Status Encode(const Type&, std::string_view text, Octets& octets, Reason reason)
 }
 
 Status EncodeVarying(const Type&, std::string_view text, Octets& octets, Reason reason) {
-    std::string characters;
-    if (const Status status = ToLatin1(text, kHighestLatin1, characters, reason); status != Status::Done) {
+    TextBuffer buffer;
+    if (const Status status = ToLatin1(text, kHighestLatin1, buffer, reason); status != Status::Done) {
         return status;
     }
+    const std::string_view characters = buffer.View();
     octets.Resize(characters.size() + 1);
     std::copy(characters.begin(), characters.end(), octets.Data());
     return Status::Done;

@@ -22,15 +22,18 @@ Status Decode(const Type&, std::span<const std::uint8_t> octets, TAVVALUE& value
     if (const Status status = CheckTime(time, false, reason); status != Status::Done) {
         return status;
     }
-    std::string text(DayName(time.dayOfWeek));
-    text += text.empty() ? "" : " ";
+    TextBuffer text;
+    if (time.dayOfWeek != 0) {
+        text += DayName(time.dayOfWeek);
+        text += ' ';
+    }
     PrintTime(time, text);
     TAVTIME civil;
     civil.hour = static_cast<std::uint8_t>(time.hour);
     civil.minute = static_cast<std::uint8_t>(time.minute);
     civil.second = static_cast<std::uint8_t>(time.second);
     civil.dayOfWeek = static_cast<std::uint8_t>(time.dayOfWeek);
-    value.SetTime(civil, text);
+    value.SetTime(civil, text.View());
     return Status::Done;
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -72,6 +73,76 @@ TEST(Allocation, ScalarsTakeNoneFromTheBusAndToIt) {
         EXPECT_EQ(AllocationsOf([&] { done = converter.ToKnxValue(dpt, value, toBus); }), 0U) << scalar.text;
         EXPECT_TRUE(done) << scalar.text;
         EXPECT_EQ(toBus, fromBus) << scalar.text;
+    }
+}
+
+// The most that a value with this text may take: none where a string holds it in place, else its own.
+std::size_t AllocationsOfText(const std::string& text) {
+    return text.size() > std::string().capacity() ? 1 : 0;
+}
+
+// A value from the bus and back. False where the octets are refused, which takes nothing either.
+bool ConvertScalar(KNXDPT dpt, const KnxStack::GroupValue& fromBus, const char* name) {
+    const Vesk::KnxValueConverter converter;
+    TAVVALUE value;
+    bool done = false;
+    const auto decoding = AllocationsOf([&] { done = converter.FromKnxValue(dpt, fromBus, value); });
+    std::string text;
+    value.Serialize(text, true);
+    EXPECT_LE(decoding, done ? AllocationsOfText(text) : 0) << name << ' ' << text;
+    if (!done || value.IsNull()) {
+        return done;
+    }
+    TAVVALUE read;
+    read.Deserialize(text);
+    KnxStack::GroupValue toBus;
+    EXPECT_EQ(AllocationsOf([&] { converter.ToKnxValue(dpt, read, toBus); }), 0U) << name << ' ' << text;
+    // A number that holds no text yet is printed first.
+    const auto encoding = AllocationsOf([&] { converter.ToKnxValue(dpt, value, toBus); });
+    EXPECT_LE(encoding, AllocationsOfText(text)) << name << ' ' << text;
+    return true;
+}
+
+bool IsComposite(const Datapoint::Type& type) {
+    return type.main == 2 || type.main == 3 || type.main == 15 || (type.main == 6 && type.sub == 20) ||
+           (type.main >= 25 && type.main <= 27) || (type.main >= 200 && type.main != 234);
+}
+
+KnxStack::BinaryData RandomOctets(unsigned bits, std::mt19937& random) {
+    KnxStack::BinaryData octets;
+    for (unsigned at = 0; at < bits; at += 8) {
+        octets.Append(static_cast<std::uint8_t>(random()));
+    }
+    return octets;
+}
+
+// A type of one value, with whatever octets it takes; those of variable length with as many as a group value
+// holds in place.
+TEST(Allocation, EveryScalarTypeTakesNoneButForItsText) {
+    std::mt19937 random(1);
+    unsigned types = 0;
+    for (const auto& type : Datapoint::AllTypes()) {
+        const std::string name = Datapoint::ToString(type.GetNumber());
+        const unsigned bits = Datapoint::SizeInBits(type) != 0 ? Datapoint::SizeInBits(type) : 14 * 8;
+        const KNXDPT dpt = Datapoint::ToKnxDpt(type.GetNumber());
+        unsigned taken = 0;
+        for (int i = 0; i < 200 && !IsComposite(type); ++i) {
+            taken += ConvertScalar(dpt, {RandomOctets(bits, random), bits}, name.c_str()) ? 1 : 0;
+        }
+        EXPECT_TRUE(taken > 0 || IsComposite(type)) << name;
+        types += taken > 0 ? 1 : 0;
+    }
+    EXPECT_GT(types, 280U);
+}
+
+TEST(Allocation, ConversionBySizeTakesNoneButForItsText) {
+    std::mt19937 random(2);
+    for (const unsigned bits : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 16U, 24U, 32U, 48U, 64U, 72U, 112U}) {
+        KNXDPT dpt;
+        dpt.sizeInBits = static_cast<std::uint8_t>(bits);
+        for (int i = 0; i < 200; ++i) {
+            EXPECT_TRUE(ConvertScalar(dpt, {RandomOctets(bits, random), bits}, "by size")) << bits;
+        }
     }
 }
 

@@ -39,6 +39,11 @@ TEST(VaryingText, StaysTextWhateverItLooksLike) {
 }
 
 TEST(VaryingText, HasAsManyOctetsAsItNeeds) {
+    Bytes umlauts(3000, 0xFC);
+    umlauts.push_back(0);
+    const std::string twice = FromBus("24.001", umlauts);
+    EXPECT_EQ(twice.size(), 6000U);
+    EXPECT_EQ(ToBus("24.001", twice), Hex(umlauts));
     const std::string text(300, 'x');
     Bytes octets(text.begin(), text.end());
     octets.push_back(0);
