@@ -11,6 +11,11 @@ std::uint64_t Bench::AllocationCount() {
     return allocations;
 }
 
+void Bench::ShowAllocations(benchmark::State& state, std::uint64_t before) {
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(allocations - before), benchmark::Counter::kAvgIterations);
+}
+
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size))

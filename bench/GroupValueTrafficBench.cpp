@@ -9,6 +9,7 @@
 #include "KnxStack/IGroupObject.h"
 #include "KnxStack/IGroupValueService.h"
 #include "KnxStack/IPropertyService.h"
+#include "MapLookUp.h"
 #include "Ratios.h"
 
 #include <log4cplus/initializer.h>
@@ -16,7 +17,6 @@
 #include <log4cplus/loggingmacros.h>
 #include <log4cplus/nullappender.h>
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -24,11 +24,14 @@
 #include <fstream>
 #include <map>
 #include <mutex>
-#include <numeric>
-#include <random>
 #include <thread>
 
 namespace {
+
+using Bench::MapLookUp;
+using Bench::ShowAllocations;
+using Bench::ShuffledCos;
+using Bench::Telegrams;
 
 constexpr std::uint32_t kFirstId = 2000;
 constexpr unsigned kMaxCos = 65534; // the numbers that a group object may have
@@ -169,48 +172,11 @@ DscKnxAppPrg::KnxHandler& Handler() {
     return static_cast<DscKnxAppPrg::KnxHandler&>(*g_program->hub.service.user);
 }
 
-/// CO numbers 1 to `count`, each once, in random order.
-std::vector<std::uint16_t> ShuffledCos(unsigned count) {
-    std::vector<std::uint16_t> cos(count);
-    std::iota(cos.begin(), cos.end(), std::uint16_t{1});
-    std::shuffle(cos.begin(), cos.end(), std::mt19937(1));
-    return cos;
-}
-
-/// CO numbers out of 1 to `count`, as telegrams come: a sequence too long for the branch predictor to learn.
-class Telegrams {
-public:
-    explicit Telegrams(unsigned count) : m_cos(std::size_t{1} << 18) {
-        std::mt19937 random(2);
-        std::uniform_int_distribution<unsigned> co(1, count);
-        std::generate(m_cos.begin(), m_cos.end(), [&] { return static_cast<std::uint16_t>(co(random)); });
-    }
-    std::uint16_t Next() { return m_cos[m_next++ & (m_cos.size() - 1)]; }
-
-private:
-    std::vector<std::uint16_t> m_cos;
-    std::size_t m_next = 0;
-};
-
-void MapLookUp(benchmark::State& state) {
-    const auto cos = ShuffledCos(static_cast<unsigned>(state.range(0)));
-    std::map<std::uint16_t, std::uint32_t> map;
-    for (const std::uint16_t co : cos)
-        map.emplace(co, co);
-    Telegrams telegrams(static_cast<unsigned>(state.range(0)));
-    for ([[maybe_unused]] auto _ : state)
-        benchmark::DoNotOptimize(map.find(telegrams.Next()));
-}
 BENCHMARK(MapLookUp)->Arg(10)->Arg(1000)->Arg(kMaxCos);
 
 KnxStack::GroupValue Temperature() {
     return {KnxStack::BinaryData{0x0C, 0x33}, 16};
 } // 21.5
-
-void ShowAllocations(benchmark::State& state, std::uint64_t before) {
-    state.counters["allocations"] = benchmark::Counter(static_cast<double>(Bench::AllocationCount() - before),
-                                                       benchmark::Counter::kAvgIterations);
-}
 
 /// Every CO in turn; the identity of each is cached. No allocation: the value and its text fit into the
 /// objects that carry them.
@@ -358,21 +324,6 @@ void GroupWriteLogged(benchmark::State& state) {
 }
 BENCHMARK(GroupWriteLogged);
 
-void Decode(benchmark::State& state, std::uint16_t main, unsigned sizeInBits,
-            const KnxStack::BinaryData& data) {
-    const Vesk::KnxValueConverter converter;
-    KNXDPT dpt{static_cast<std::uint8_t>(sizeInBits), 0, main, 1};
-    const KnxStack::GroupValue groupValue(data, sizeInBits);
-    for ([[maybe_unused]] auto _ : state) {
-        TAVVALUE value;
-        benchmark::DoNotOptimize(converter.FromKnxValue(dpt, groupValue, value));
-        benchmark::DoNotOptimize(&value);
-    }
-}
-BENCHMARK_CAPTURE(Decode, 1.001, 1, 1, KnxStack::BinaryData{0x01});
-BENCHMARK_CAPTURE(Decode, 5.001, 5, 8, KnxStack::BinaryData{0x80});
-BENCHMARK_CAPTURE(Decode, 9.001, 9, 16, KnxStack::BinaryData{0x0C, 0x33});
-
 } // namespace
 
 std::unique_ptr<Vesk::IDeviceStackClient> Vesk::CreateDeviceStackClient() {
@@ -402,8 +353,5 @@ int main(int argc, char** argv) {
             {"map look-up, 65,534 / 1,000 entries", "MapLookUp/65534", "MapLookUp/1000", 1, 0},
             {"group write uncached / cached, 1,000 COs", "GroupWriteUncached/1000", "GroupWriteCached/1000",
              1, 0},
-            {"decoding 1.001 / a third of a map look-up", "Decode/1.001", "MapLookUp/1000", 1.0 / 3, 1},
-            {"decoding 5.001 / a third of a map look-up", "Decode/5.001", "MapLookUp/1000", 1.0 / 3, 1},
-            {"decoding 9.001 / a third of a map look-up", "Decode/9.001", "MapLookUp/1000", 1.0 / 3, 1},
         });
 }
