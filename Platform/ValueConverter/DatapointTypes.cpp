@@ -60,17 +60,17 @@ std::string RangeText(std::int64_t minimum, std::int64_t maximum, unsigned decim
                        DecimalText(maximum, decimals).View());
 }
 
-// " 0..100"; empty where the field is no number, or any number.
+// "0..100"; empty where the field is no number, or any number.
 std::string RangeOf(const Field& field) {
     if (!field.members.empty()) {
-        return fmt::format(" {}", field.members);
+        return std::string(field.members);
     }
     const NumberForm& form = field.form;
     switch (field.kind) {
     case FieldKind::Number:
-        return " " + (field.IsLimited() ? RangeText(field.minimum, field.maximum, form.decimals)
-                                        : RangeText(form.Minimum(), form.Maximum(), form.decimals));
-    case FieldKind::Float16: return " " + RangeText(kFloat16Minimum, kFloat16Maximum, 2);
+        return field.IsLimited() ? RangeText(field.minimum, field.maximum, form.decimals)
+                                 : RangeText(form.Minimum(), form.Maximum(), form.decimals);
+    case FieldKind::Float16: return RangeText(kFloat16Minimum, kFloat16Maximum, 2);
     default: return {};
     }
 }
@@ -81,7 +81,8 @@ std::string RangeOfFields(const CompositeLayout& layout) {
         if (field.kind != FieldKind::Reserved) {
             text += text.empty() ? "" : "; ";
             text += field.name;
-            text += RangeOf(field);
+            const std::string range = RangeOf(field);
+            text += range.empty() ? "" : " " + range;
         }
     }
     return text;
@@ -159,6 +160,16 @@ std::string Range(const Type& type) {
     }
     return type.minimum == type.maximum ? std::string()
                                         : RangeText(type.minimum, type.maximum, type.decimals);
+}
+
+std::vector<FieldFacts> Fields(const Type& type) {
+    std::vector<FieldFacts> facts;
+    if (type.layout->decode == DecodeComposite) {
+        for (const Field& field : static_cast<const CompositeLayout&>(*type.layout).fields) {
+            facts.push_back({field.name, field.form.bits, RangeOf(field)});
+        }
+    }
+    return facts;
 }
 
 std::string_view ValueName(const Type& type, std::int64_t value) {

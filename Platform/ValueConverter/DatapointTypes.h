@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 class TAVVALUE;
 namespace KnxStack {
@@ -79,6 +80,16 @@ TAV_EXPORT unsigned SizeInBits(const Type& type);
 /// "-273..670433.28", "0..17,20"; for a value of several fields "temp -273..655.34; attributes 0..255". Empty
 /// where the value is no number.
 TAV_EXPORT std::string Range(const Type& type);
+
+/// One field of a value of several fields.
+struct FieldFacts {
+    std::string_view name; ///< the member of the JSON object; empty for reserved bits
+    unsigned sizeInBits;   ///< 0: the rest of the value
+    std::string range;     ///< "-273..655.34"; empty where the field is no number, or any number
+};
+
+/// The fields in telegram order, the most significant first; none for a type that is no JSON object.
+TAV_EXPORT std::vector<FieldFacts> Fields(const Type& type);
 
 /// Name of a value of the type ("Comfort" for 1 of 20.102, "Overridden" for 4, the third bit, of 21.001);
 /// empty where the table has none.

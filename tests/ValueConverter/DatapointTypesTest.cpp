@@ -195,3 +195,41 @@ TEST(DatapointTypes, OutcomesSeparateMalformedFromOutOfRange) {
     EXPECT_EQ(end("999.001", "1"), Status::UnknownType);
     EXPECT_EQ(end("0 bits", "1"), Status::UnknownType);
 }
+
+TEST(DatapointTypes, FieldsMakeUpTheSize) {
+    std::set<unsigned> withoutFields;
+    for (const auto& type : AllTypes()) {
+        const auto fields = Fields(type);
+        unsigned bits = 0;
+        std::string range;
+        for (const auto& field : fields) {
+            bits += field.sizeInBits;
+            if (!field.name.empty()) {
+                range += (range.empty() ? "" : "; ") + std::string(field.name);
+                range += (field.range.empty() ? "" : " ") + field.range;
+            }
+        }
+        if (fields.empty()) {
+            withoutFields.insert(type.main);
+        } else {
+            EXPECT_EQ(bits, type.main == 267 ? 64 : SizeInBits(type)) << type.name; // 267: and the rest
+            EXPECT_EQ(range, Range(type)) << type.name;
+        }
+    }
+    EXPECT_EQ(withoutFields.count(2) + withoutFields.count(225) + withoutFields.count(267), 0U);
+    EXPECT_EQ(withoutFields.count(1) + withoutFields.count(9) + withoutFields.count(19), 3U);
+}
+
+TEST(DatapointTypes, FieldsAreInTelegramOrderWithTheReservedBits) {
+    const auto fields = Fields(*Find({26, 1}));
+    ASSERT_EQ(fields.size(), 3U);
+    EXPECT_EQ(fields[0].name, "");
+    EXPECT_EQ(fields[0].sizeInBits, 1U);
+    EXPECT_EQ(fields[0].range, "");
+    EXPECT_EQ(fields[1].name, "b");
+    EXPECT_EQ(fields[1].range, "0..1");
+    EXPECT_EQ(fields[2].name, "scene");
+    EXPECT_EQ(fields[2].sizeInBits, 6U);
+    EXPECT_EQ(fields[2].range, "1..64");
+    EXPECT_EQ(Fields(*Find({267, 1})).back().sizeInBits, 0U);
+}
