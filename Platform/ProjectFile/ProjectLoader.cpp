@@ -191,7 +191,8 @@ std::optional<Datapoint::Number> Loader::ReadType(JsonMembers& members) {
         m_errors.Add(members.PlaceOf("dpt"),
                      fmt::format("\"{}\" is no datapoint type; write it like 9.001", *text));
     } else if (!Datapoint::Find(*type)) {
-        m_errors.Add(members.PlaceOf("dpt"), fmt::format("datapoint type {} is not known", *text));
+        m_errors.Add(members.PlaceOf("dpt"),
+                     fmt::format("datapoint type {} is not known; 'dsctl types' lists all", *text));
         return std::nullopt;
     }
     return type;

@@ -235,6 +235,28 @@ TEST(Configuration, HasDefaults) {
     EXPECT_EQ("info", configuration.log.level);
 }
 
+TEST(Configuration, ReadsADatapointTypeInEverySpellingThatPeopleUse) {
+    const auto typeOf = [](const std::string& spelling) {
+        const auto configuration = ParseConfiguration(Changed("1.001", spelling), kFile);
+        EXPECT_EQ(16U, configuration.groupObjects.at(0).definition.sizeInBits) << spelling;
+        return configuration.groupObjects.at(0).dpt;
+    };
+    for (const auto* spelling :
+         {"9.001", "9.1", "DPT9.001", "DPT 9.001", "DPT-9.001", "DPST-9-1", "dpt9.001"})
+        EXPECT_EQ((Datapoint::Number{9, 1}), typeOf(spelling)) << spelling;
+    for (const auto* spelling : {"9", "9.xxx", "9.*", "DPT9", "DPT-9"})
+        EXPECT_EQ((Datapoint::Number{9, Datapoint::kAnySub}), typeOf(spelling)) << spelling;
+    EXPECT_EQ((Datapoint::Number{9, 999}), typeOf("DPST-9-999"));
+}
+
+TEST(Configuration, RefusesWhatIsNoDatapointTypeWithOneSentence) {
+    for (const std::string text :
+         {"", "9,001", "DPT", "9.", "9.001x", "-9", "0.001", "9.65535", "temperature"})
+        EXPECT_EQ(kFile + ": /groupObjects/0/dpt: \"" + text +
+                      "\" is no known datapoint type; write it like 9.001, or give the \"size\" alone",
+                  RefusalOf(Changed("1.001", text)));
+}
+
 struct FaultCase {
     const char* part;
     const char* by;

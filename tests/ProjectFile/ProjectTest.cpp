@@ -82,6 +82,43 @@ TEST(ProjectFile, DataPointHasItsMembersAndDefaults) {
     EXPECT_EQ(second->owner, "");
 }
 
+TEST(ProjectFile, TypeIsReadInEverySpellingThatPeopleUse) {
+    const auto dptText = [](const std::string& spelling) {
+        return Accepted(ProjectText(R"({"id": 1, "name": "A", "dpt": ")" + spelling + "\"}"))
+            ->FindById(1)
+            ->dptText;
+    };
+    for (const auto* spelling :
+         {"9.001", "9.1", "DPT9.001", "DPT 9.001", "DPT-9.001", "DPST-9-1", "dpt9.001"})
+        EXPECT_EQ(dptText(spelling), "9.001") << spelling;
+    for (const auto* spelling : {"9", "9.xxx", "9.*", "DPT9", "DPT-9"})
+        EXPECT_EQ(dptText(spelling), "9.xxx") << spelling;
+    EXPECT_EQ(dptText("DPST-9-999"), "9.999"); // converts by the rule of its main number
+}
+
+TEST(ProjectFile, ATimeCoHasItsTypeInEverySpellingToo) {
+    for (const auto* spelling : {"10.001", "10.1", "DPT10.001", "DPT 10.001", "DPT-10.001", "DPST-10-1"}) {
+        const auto project =
+            Accepted(ProjectText("", R"("timeCos": [{"co": 41, "dpt": ")" + std::string(spelling) + "\"}]"));
+        EXPECT_EQ(project->timeCos.at(0).dpt, (KNXDPT{24, 0, 10, 1})) << spelling;
+    }
+    for (const auto* spelling : {"10", "10.xxx", "10.*", "DPT-10"}) {
+        const auto project =
+            Accepted(ProjectText("", R"("timeCos": [{"co": 41, "dpt": ")" + std::string(spelling) + "\"}]"));
+        EXPECT_EQ(project->timeCos.at(0).dpt.main, 10) << spelling;
+    }
+}
+
+TEST(ProjectFile, WhatIsNoTypeIsRefusedWithOneSentence) {
+    const auto refusal = [](const std::string& text) {
+        return "p.json: /dataPoints/0/dpt: \"" + text + "\" is no datapoint type; write it like 9.001";
+    };
+    for (const std::string text :
+         {"", "9,001", "DPT", "9.", "9.001x", "-9", "0.001", "9.65535", "temperature"})
+        EXPECT_EQ(Errors(ProjectText(R"({"id": 1, "name": "A", "dpt": ")" + text + "\"}")),
+                  Texts{refusal(text)});
+}
+
 TEST(ProjectFile, TypeIsReadInEverySpellingAndGivesSizeAndUnit) {
     const auto project = Accepted(ProjectText(R"({"id": 1, "name": "A", "dpt": "DPST-9-1"},
         {"id": 2, "name": "B", "dpt": "DPT-9"}, {"id": 3, "name": "C", "dpt": "DPT9.005", "unit": "bft"})"));
@@ -264,7 +301,7 @@ const Refusal kRefusals[] = {
     {"UnknownType", ProjectText(R"({"id": 1, "name": "A", "dpt": "x"})"),
      "/dataPoints/0/dpt: \"x\" is no datapoint type; write it like 9.001"},
     {"TypeOfAnUnknownMainNumber", ProjectText(R"({"id": 1, "name": "A", "dpt": "99.001"})"),
-     "/dataPoints/0/dpt: datapoint type 99.001 is not known"},
+     "/dataPoints/0/dpt: datapoint type 99.001 is not known; 'dsctl types' lists all"},
     {"InitialOfAnotherType", ProjectText(R"({"id": 1, "name": "A", "dpt": "9.001", "initial": "warm"})"),
      "/dataPoints/0/initial: 9.001: 'warm' is not a number"},
     {"InitialOutOfRange", ProjectText(R"({"id": 1, "name": "A", "dpt": "9.001", "initial": "-300"})"),

@@ -40,6 +40,23 @@ TEST_F(AppdataTest, HouseComesBackFromItsData) {
     EXPECT_EQ(*printed.project, *house.project);
 }
 
+TEST_F(AppdataTest, SpellingsOfATypeAreTheSameData) {
+    const auto dataOf = [&](const std::string& spelling) {
+        m_directory.Write("project.json", R"({"version": 1, "device": "d", "dataPoints": [{"id": 1,
+            "name": "A", "dpt": ")" + spelling +
+                                              "\"}]}");
+        EXPECT_EQ(Run("encode project.json data.bin"), 0) << spelling << Error();
+        return m_directory.Read("data.bin");
+    };
+    const auto type = dataOf("9.001");
+    for (const auto* spelling : {"9.1", "DPT9.001", "DPT 9.001", "DPT-9.001", "DPST-9-1"})
+        EXPECT_EQ(dataOf(spelling), type) << spelling;
+    const auto mainNumber = dataOf("9");
+    EXPECT_NE(mainNumber, type);
+    for (const auto* spelling : {"9.xxx", "9.*", "DPT9", "DPT-9"})
+        EXPECT_EQ(dataOf(spelling), mainNumber) << spelling;
+}
+
 TEST_F(AppdataTest, RefusedProjectIsStatus2AndLeavesTheFormerDataAlone) {
     m_directory.Write("project.json", R"({"version": 1, "device": "d", "dataPoints": [{"id": 0}]})");
     m_directory.Write("data.bin", "former");
