@@ -18,8 +18,6 @@ std::size_t Width(std::string_view text) {
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-using Row = std::array<std::string, 5>;
-
 } // namespace
 
 std::string WithUnit(std::string_view value, std::string_view unit) {
@@ -56,21 +54,30 @@ std::string UtcNow() {
     return fmt::format("{}.{:03}Z", text.data(), now % 1000);
 }
 
+std::vector<std::string> AlignColumns(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], Width(row[i]));
+    }
+    std::vector<std::string> lines;
+    for (const auto& row : rows) {
+        auto& line = lines.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i)
+            line += row[i] + std::string(widths[i] - Width(row[i]) + 2, ' ');
+        line.erase(line.find_last_not_of(' ') + 1);
+    }
+    return lines;
+}
+
 void PrintTable(const std::vector<DataPoint>& points) {
-    std::vector<Row> rows{{"ID", "NAME", "TYPE", "ACCESS", "VALUE"}};
+    std::vector<std::vector<std::string>> rows{{"ID", "NAME", "TYPE", "ACCESS", "VALUE"}};
     for (const auto& point : points)
         rows.push_back({std::to_string(point.id), point.name, point.dpt, point.access,
                         WithUnit(point.value, point.unit)});
-    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
-    for (const auto& row : rows)
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], Width(row[i]));
-    for (const auto& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i + 1 < row.size(); ++i)
-            line += row[i] + std::string(widths[i] - Width(row[i]) + 2, ' ');
-        fmt::print("{}{}\n", line, row.back());
-    }
+    for (const auto& line : AlignColumns(rows))
+        fmt::print("{}\n", line);
 }
 
 } // namespace Dsctl

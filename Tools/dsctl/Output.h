@@ -19,6 +19,9 @@ std::string LocalTime(const std::string& utc);
 /// Now, as the protocol writes a time.
 std::string UtcNow();
 
+/// One line per row, with the columns one below the other.
+std::vector<std::string> AlignColumns(const std::vector<std::vector<std::string>>& rows);
+
 /// Prints a table with a header line.
 void PrintTable(const std::vector<DataPoint>& points);
 

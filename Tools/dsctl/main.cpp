@@ -1,4 +1,6 @@
 #include "Connection.h"
+#include "TypeText.h"
+#include "TypeVerbs.h"
 #include "Verbs.h"
 
 #include "DeviceStackProtocol/SocketPath.h"
@@ -26,9 +28,19 @@ constexpr const char* kFooter = R"(Examples:
   dsctl watch 'Kitchen.*' --count 1   wait for one change and end
   dsctl watch --events                what applications announce, too
   dsctl --json watch                  the same for programs: one JSON object per line
+  dsctl types                         every datapoint type: which fits, in which unit
+  dsctl types 9                       those of a main number
+  dsctl types 20.102                  one of them: its range, names of values, an example
+  dsctl convert 9.001 0c 1a           the value in a telegram's octets
+  dsctl convert 9.001 --to-bus -2.5   the octets of a value
+  dsctl convert 16bit 0c1a            without a type: by size
 
 Patterns: digits are an ID, urn:... is a URN, anything else a name. One with *, ? or [ covers the whole name or URN,
 another name is found anywhere in a data point's name; in names case does not count.
+
+Datapoint types: 9.001, DPT9.001, DPT-9.001, DPST-9-1; 9, 9.xxx or DPT-9 when only the main number is known. Types and
+convert need no device stack. Octets are hexadecimal digits, also with blanks, colons or 0x; a value of less than 8 bits
+is one octet. A value is written to the bus as it is set: 'dsctl types' shows the form of its text by an example.
 
 Exit status:
   0  done
@@ -55,12 +67,38 @@ bool FlushOutput() {
     return false;
 }
 
+CLI::App* AddTypes(CLI::App& app, std::optional<std::string>& type) {
+    auto* types = app.add_subcommand("types", "List datapoint types, or all that is known of one");
+    types->add_option("TYPE", type, "9.001, or 9 for those of a main number; all without it")
+        ->option_text(" ");
+    return types;
+}
+
+CLI::App* AddConvert(CLI::App& app, Dsctl::ConvertSettings& settings) {
+    auto* convert = app.add_subcommand("convert", "Convert one value from the bus, or to it");
+    convert->add_option("TYPE", settings.type, "Datapoint type, or a size such as 16bit")
+        ->required()
+        ->option_text(" ");
+    auto* octets = convert->add_option("HEX", settings.octets, "Octets as they are in a telegram");
+    octets->option_text(" ");
+    auto* text = convert->add_option("--to-bus", settings.text, "Value text to convert to octets");
+    text->option_text("TEXT")->excludes(octets);
+    convert->add_flag("--standard-resolution", settings.standardResolution,
+                      "13.002 in m³/h with four decimals, not as an integer of 0.0001 m³/h");
+    convert->callback([octets, text] {
+        if (octets->empty() && text->empty())
+            throw CLI::RequiredError("HEX or --to-bus");
+    });
+    return convert;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    CLI::App app("Lists, reads, writes and watches the data points of a device stack.", "dsctl");
+    CLI::App app("Lists, reads, writes and watches the data points of a device stack; knows datapoint types.",
+                 "dsctl");
     app.footer(kFooter);
     app.set_version_flag("--version", "dsctl " DSCTL_VERSION);
     app.require_subcommand(1);
@@ -97,6 +135,11 @@ int main(int argc, char** argv) {
         })
         ->option_text("N");
 
+    std::optional<std::string> type;
+    auto* types = AddTypes(app, type);
+    Dsctl::ConvertSettings conversion;
+    auto* convert = AddConvert(app, conversion);
+
     const auto run = [&] {
         app.parse(argc, argv);
         if (list->parsed())
@@ -105,6 +148,10 @@ int main(int argc, char** argv) {
             return Dsctl::Get(options, names);
         if (set->parsed())
             return Dsctl::Set(options, dataPoint, value);
+        if (types->parsed())
+            return Dsctl::Types(options, type);
+        if (convert->parsed())
+            return Dsctl::Convert(options, conversion);
         return Dsctl::Watch(options, watched);
     };
     try {
@@ -116,6 +163,9 @@ int main(int argc, char** argv) {
     } catch (const Dsctl::NotThere& error) {
         fmt::print(stderr, "dsctl: {}\n", error.what());
         return Dsctl::kNotThere;
+    } catch (const Dsctl::Refusal& refusal) {
+        fmt::print(stderr, "dsctl: {}\n", refusal.what());
+        return refusal.Code();
     } catch (const std::system_error& error) { // of fmt::print
         return ReportOutput(error.code().value());
     }

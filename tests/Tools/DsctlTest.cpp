@@ -1,4 +1,5 @@
 #include "../support/Daemon.h"
+#include "DsctlProcess.h"
 
 #include <boost/json.hpp>
 #include <gmock/gmock.h>
@@ -21,6 +22,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
+using ToolTest::Dsctl;
 
 namespace {
 
@@ -34,28 +36,6 @@ constexpr const char* kProject = R"({
     {"id": 2005, "name": "Hall.Owned", "dpt": "5.010", "owner": "own::test::1"}
   ]
 })";
-
-/// A started dsctl; standard output and standard error go to a file each.
-class Dsctl {
-public:
-    explicit Dsctl(std::vector<std::string> arguments, const std::vector<std::string>& environment = {})
-        : m_process(CommandLine(std::move(arguments)), m_directory / "err", environment) {}
-
-    Process& GetProcess() { return m_process; }
-    int Wait(std::chrono::milliseconds limit = 20s) { return m_process.Wait(limit); }
-    std::string GetOutput() const { return ReadText(m_directory / "out"); }
-    std::string GetError() const { return ReadText(m_directory / "err"); }
-
-private:
-    std::vector<std::string> CommandLine(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"/bin/sh", "-c", "out=$1; shift; exec \"$0\" \"$@\" >\"$out\"",
-                                             DSCTL, m_directory / "out"});
-        return arguments;
-    }
-
-    TemporaryDirectory m_directory;
-    Process m_process;
-};
 
 /// The "time" of a change in the protocol's form.
 constexpr const char* kUtcTime = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z";
@@ -128,6 +108,34 @@ TEST_F(DsctlWithDeviceStack, ListTakesIdsAndUrns) {
                               "2004  Hall.Fixed  5.010  r       7 counter pulses\n";
     ExpectDone({"list", "2004"}, table);
     ExpectDone({"list", "urn:oxn:dp:house:Hall.Fixed"}, table);
+}
+
+// devicestackd has read the project, and prints each type in one way.
+TEST(DsctlList, HasTheTypeWhateverItsSpellingInTheProject) {
+    std::string points;
+    std::string expected;
+    int id = 2001;
+    for (const auto& [spelling, type] :
+         std::vector<std::pair<std::string, std::string>>{{"9.001", "9.001"},
+                                                          {"9.1", "9.001"},
+                                                          {"DPT9.001", "9.001"},
+                                                          {"DPT 9.001", "9.001"},
+                                                          {"DPT-9.001", "9.001"},
+                                                          {"DPST-9-1", "9.001"},
+                                                          {"DPT-9", "9.xxx"},
+                                                          {"9.xxx", "9.xxx"},
+                                                          {"9.*", "9.xxx"},
+                                                          {"9", "9.xxx"}}) {
+        const auto number = std::to_string(id++);
+        points += (points.empty() ? "" : ",") + std::string(R"({"id": )") + number + R"(, "name": "Typed.)" +
+                  number + R"(", "dpt": ")" + spelling + "\"}";
+        expected += number + "  Typed." + number + "  " + type + "  rw      -\n";
+    }
+    Daemon daemon(R"({"version": 1, "device": "house", "dataPoints": [)" + points + "]}");
+    ASSERT_TRUE(daemon.Start()) << daemon.Log();
+    Dsctl list({"--socket", daemon.Socket(), "list", "Typed.*"});
+    EXPECT_EQ(list.Wait(), 0);
+    EXPECT_EQ(list.GetOutput(), "ID    NAME        TYPE   ACCESS  VALUE\n" + expected);
 }
 
 TEST_F(DsctlWithDeviceStack, ListOfNothingSaysSo) {
@@ -290,7 +298,8 @@ TEST_F(DsctlWithDeviceStack, WatchPrintsEventsWhenAsked) {
 }
 
 TEST_F(DsctlWithDeviceStack, OutputThatCannotBeWrittenIsStatusFour) {
-    for (const auto* arguments : {"list", "get 2002", "--json set 2001 1", "--help", "--version"}) {
+    for (const auto* arguments : {"list", "get 2002", "--json set 2001 1", "types", "types 9.001",
+                                  "convert 9.001 0c1a", "--help", "--version"}) {
         TemporaryDirectory directory;
         const std::string command =
             std::string(DSCTL) + " --socket " + m_daemon.Socket() + ' ' + arguments + " >/dev/full";
@@ -373,8 +382,10 @@ TEST(DsctlAlone, AWrongCommandLineIsStatusTwo) {
 TEST(DsctlAlone, HelpDocumentsExamplesAndExitStatus) {
     Dsctl help({"--help"});
     EXPECT_EQ(help.Wait(), 0);
-    EXPECT_THAT(help.GetOutput(), AllOf(HasSubstr("Examples:"), HasSubstr("  1  refused"), HasSubstr("  2  "),
-                                        HasSubstr("  3  no device stack"), HasSubstr("DEVICESTACK_SOCKET")));
+    EXPECT_THAT(help.GetOutput(),
+                AllOf(HasSubstr("Examples:"), HasSubstr("\n  dsctl types "), HasSubstr("\n  dsctl convert "),
+                      HasSubstr("  1  refused"), HasSubstr("  2  "), HasSubstr("  3  no device stack"),
+                      HasSubstr("DEVICESTACK_SOCKET")));
     Dsctl version({"--version"});
     EXPECT_EQ(version.Wait(), 0);
     EXPECT_THAT(version.GetOutput(), MatchesRegex("dsctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
