@@ -61,11 +61,11 @@ class Bus(unittest.TestCase):
         row = row_of(28)
         telegrams = self.knxd.listen()
         self.knxd.write(row["address"], b"Hello")  # five octets, and no NUL
-        wait_until(lambda: self.house.value(row["data point"]) == "Hello", 5, "a short text is taken")
+        wait_until(lambda: self.house.value(row["data point"]) == "Hello", 20, "a short text is taken")
         self.knxd.read(row["address"])
-        wait_until(lambda: len(telegrams.to(row["address"])) >= 3, 5, "the write, the read and its answer")
+        wait_until(lambda: len(telegrams.to(row["address"])) >= 3, 20, "the write, the read and its answer")
         self.house.set(row["data point"], 30 * "x")  # leaves no room for a NUL
-        wait_until(lambda: len(telegrams.to(row["address"])) >= 4, 5, "a text that fills the object")
+        wait_until(lambda: len(telegrams.to(row["address"])) >= 4, 20, "a text that fills the object")
         own = [t for t in telegrams.to(row["address"]) if t[1] == self.house.address]
         self.assertEqual(own, [("Response", self.house.address, row["address"], b"Hello" + 25 * b"\0"),
                                ("Write", self.house.address, row["address"], 30 * b"x")])
