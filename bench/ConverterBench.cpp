@@ -36,7 +36,8 @@ std::vector<std::uint8_t> LikelyOctets(Datapoint::Number type, std::size_t count
     case 16: // up to 14 characters
         for (auto& octet : octets)
             octet = static_cast<std::uint8_t>(' ' + octet % 95);
-        std::fill(octets.begin() + 1 + random() % count, octets.end(), std::uint8_t{0});
+        for (std::size_t at = 1 + random() % count; at < count; ++at)
+            octets[at] = 0;
         break;
     case 19: // the day of the week of the date or none, summer time or not, synchronised
         octets = {octets[0],
@@ -208,18 +209,17 @@ std::vector<Bench::Ratio> RegisterAll() {
         const std::string decode = "Decode/" + name;
         const std::string encode = "Encode/" + name;
         const std::string number = measured.floor.number;
+        const std::string print = std::string(name).append(" / copying and printing ").append(number);
+        const std::string read = std::string(name).append(" / reading and copying ").append(number);
         benchmark::RegisterBenchmark(decode.c_str(), Decode, measured.type);
         benchmark::RegisterBenchmark(encode.c_str(), Encode, measured.type);
-        ratios.push_back({"decoding " + name + " / copying and printing " + number, decode, "Print/" + number,
-                          1, measured.decodeBudget});
-        ratios.push_back({"encoding " + name + " / reading and copying " + number, encode, "Read/" + number,
-                          1, measured.encodeBudget});
+        ratios.push_back({"decoding " + print, decode, "Print/" + number, 1, measured.decodeBudget});
+        ratios.push_back({"encoding " + read, encode, "Read/" + number, 1, measured.encodeBudget});
     }
-    for (const char* name : {"1.001", "5.001", "9.001"}) {
-        ratios.push_back({std::string("decoding ") + name + " / a third of a map look-up",
-                          std::string("Decode/") + name, kMapLookUp, 1.0 / 3, 1});
-        ratios.push_back({std::string("encoding ") + name + " / a third of a map look-up",
-                          std::string("Encode/") + name, kMapLookUp, 1.0 / 3, 0});
+    for (const std::string name : {"1.001", "5.001", "9.001"}) {
+        const std::string what = name + " / a third of a map look-up";
+        ratios.push_back({"decoding " + what, "Decode/" + name, kMapLookUp, 1.0 / 3, 1});
+        ratios.push_back({"encoding " + what, "Encode/" + name, kMapLookUp, 1.0 / 3, 0});
     }
     return ratios;
 }
