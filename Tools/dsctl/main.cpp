@@ -24,6 +24,7 @@ constexpr const char* kFooter = R"(Examples:
   dsctl set Kitchen.Light 1
   dsctl set Kitchen.Setpoint -2.5
   dsctl set Kitchen.Label '""'        the empty text
+  dsctl set Kitchen.Label -- '-x-'    a text that begins with a minus and is no number
   dsctl watch                         every change as it happens
   dsctl watch 'Kitchen.*' --count 1   wait for one change and end
   dsctl watch --events                what applications announce, too

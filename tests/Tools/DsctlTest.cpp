@@ -176,6 +176,13 @@ TEST_F(DsctlWithDeviceStack, SetStoresTheValue) {
     ExpectDone({"--json", "set", "2001", "0"}, "{\"change\":3}\n");
 }
 
+TEST_F(DsctlWithDeviceStack, SetTakesATextThatBeginsWithAMinusBehindTwo) {
+    ExpectDone({"set", "Hall.Größe", "--", "-x-"}, "");
+    ExpectDone({"get", "Hall.Größe"}, "-x-\n");
+    ExpectDone({"set", "Hall.Größe", "--", "--json"}, "");
+    ExpectDone({"get", "Hall.Größe"}, "--json\n");
+}
+
 TEST_F(DsctlWithDeviceStack, SetOfABadValueNamesDataPointAndReason) {
     const auto result = Run({"set", "clock", "yesterday"});
     EXPECT_EQ(result.code, 1);
