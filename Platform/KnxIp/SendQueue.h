@@ -1,4 +1,4 @@
-// The telegrams that wait for a TunnelClient's connection. Internal to this folder.
+// The telegrams that wait for a connection. Internal to this folder.
 #pragma once
 
 #include "KnxFrames/Cemi.h"
@@ -41,6 +41,13 @@ public:
         lowest.PopFront();
         --m_size;
         return {true, isIn};
+    }
+
+    /// Throws everything away.
+    void Clear() {
+        for (FrameRing<Entry>& ring : m_rings)
+            ring = {};
+        m_size = 0;
     }
 
     /// Puts an entry back that was taken with Pop(), to its old place; the limit may be exceeded by it.

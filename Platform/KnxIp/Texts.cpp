@@ -44,6 +44,7 @@ const char* ToString(TunnelEnd end) {
     case TunnelEnd::Client: return "closed by the client";
     case TunnelEnd::Heartbeat: return "nothing heard of the client for 120 s";
     case TunnelEnd::NoAck: return "a telegram was not acknowledged";
+    case TunnelEnd::Stream: return "the TCP connection has ended";
     case TunnelEnd::Server: break;
     }
     return "closed by the server";

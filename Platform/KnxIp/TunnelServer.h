@@ -1,8 +1,9 @@
-// Server side of KNXnet/IP: answers searches and lends tunnels to clients.
+// Server side of KNXnet/IP over UDP and TCP: answers searches and lends tunnels to clients.
 #pragma once
 
 #include "KnxFrames/Cemi.h"
 #include "KnxIp/Frames.h"
+#include "KnxIp/Peer.h"
 
 #include <chrono>
 #include <cstddef>
@@ -15,8 +16,8 @@ namespace KnxIp {
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
-/// What a TunnelServer offers by itself: the families core and tunnelling, version 1.
-std::vector<ServiceFamily> CoreAndTunnelling();
+/// What a TunnelServer offers by itself: the families core and tunnelling, version 1, or 2 with TCP.
+std::vector<ServiceFamily> CoreAndTunnelling(bool overTcp = false);
 
 /// What a TunnelServer is and offers; constant while it exists.
 struct TunnelServerConfig {
@@ -51,6 +52,7 @@ enum class TunnelEnd : std::uint8_t {
     Heartbeat, ///< nothing was heard of the client for 120 s
     NoAck,     ///< a telegram was not acknowledged, nor its repetition
     Server,    ///< CloseTunnel() or Stop()
+    Stream,    ///< its TCP stream ended, or was closed because of what came in it
 };
 
 /// "closed by the client", "no heartbeat", ...
@@ -59,7 +61,8 @@ const char* ToString(TunnelEnd end);
 /// Counts since the tunnel was opened; they stay readable until it is opened again.
 struct TunnelCounters {
     std::uint64_t fromClient = 0; ///< telegrams taken from the client
-    std::uint64_t toClient = 0;   ///< frames that the client has acknowledged, confirmations included
+    /// Frames that the client has acknowledged, or that were put into its stream; confirmations included.
+    std::uint64_t toClient = 0;
     std::uint64_t repeated = 0;   ///< frames sent a second time
     std::uint64_t duplicates = 0; ///< requests of the client that were acknowledged again and discarded
     std::uint64_t outOfOrder = 0; ///< requests of the client with any other wrong sequence number
@@ -71,8 +74,8 @@ struct TunnelCounters {
 };
 
 /// Receives the wishes of a TunnelServer, inside the call that caused them and on its thread. An
-/// implementation may call Broadcast() and CloseTunnel() from any of them, but neither OnDatagram() nor
-/// OnTime(), and must not destroy the server.
+/// implementation may call Broadcast() and CloseTunnel() from any of them, but nothing whose name begins with
+/// On, and must not destroy the server.
 class TunnelServerListener {
 public:
     virtual ~TunnelServerListener() = default;
@@ -81,6 +84,18 @@ public:
     /// as on the network.
     virtual void SendDatagram(const Endpoint& to, Octets datagram) = 0;
 
+    /// Send a frame in a TCP stream, all of it and in order, without waiting. The octets are valid during the
+    /// call. What the other side does not read is kept up to a bound; beyond it the stream is given up, which
+    /// is told with TunnelServer::OnStreamClosed() once this call has returned. Never called for a server
+    /// that is told of no stream.
+    virtual void SendToStream(StreamId stream, Octets frame) {
+        static_cast<void>(stream);
+        static_cast<void>(frame);
+    }
+
+    /// Close a TCP stream. The server has forgotten it already.
+    virtual void CloseStream(StreamId stream) { static_cast<void>(stream); }
+
     /// A client has sent a telegram: as L_Data.ind with the source that everybody is to see, and marked as
     /// not repeated; every other bit is as the client sent it. Its confirmation follows when this returns.
     /// The host gives it to the bus, to its own device, and with Broadcast(now, telegram, origin) to the
@@ -88,17 +103,18 @@ public:
     virtual void OnTelegram(TunnelId origin, const KnxFrames::LData& telegram) = 0;
 
     virtual void OnTunnelOpened(TunnelId tunnel, KnxFrames::IndividualAddress address,
-                                const Endpoint& client) = 0;
+                                const Peer& client) = 0;
     virtual void OnTunnelClosed(TunnelId tunnel, TunnelEnd end) = 0;
 
     /// A client was refused a tunnel.
     virtual void OnConnectRefused(const Endpoint& from, Status status) = 0;
 
-    /// The queue of a tunnel is full and its oldest frame was dropped. Called once per burst, which ends when
-    /// the queue has run empty; TunnelCounters::dropped counts on.
+    /// The queue of a tunnel is full and a frame was dropped. Called once per burst, which ends when the
+    /// queue has run empty; TunnelCounters::dropped counts on.
     virtual void OnQueueOverflow(TunnelId tunnel) = 0;
 
-    /// A datagram or the cEMI message inside was refused. Called for each; report each cause once per source.
+    /// A datagram, a frame of a stream, or the cEMI message inside was refused. Called for each; report each
+    /// cause once per source.
     virtual void OnRefusedDatagram(const Endpoint& from, const KnxFrames::FrameError& error) = 0;
 
     /// Own address as seen by `peer`, for hosts with several network interfaces. Unspecified (the default):
@@ -109,19 +125,27 @@ public:
     }
 };
 
-/// KNXnet/IP server over UDP, version 1.0: SEARCH, DESCRIPTION, and tunnels on the link layer. It opens no
-/// socket and reads no clock: whoever owns it feeds datagrams and time and carries out what the listener is
-/// told. Not synchronised: all calls from one thread. Time never goes back between calls.
+/// KNXnet/IP server: SEARCH, DESCRIPTION, and tunnels on the link layer, over UDP and over TCP streams. It
+/// opens no socket and reads no clock: whoever owns it feeds octets and time and carries out what the
+/// listener is told. Not synchronised: all calls from one thread. Time never goes back between calls.
 ///
 /// Sources of telegrams: an L_Data.req with source 0.0.0 gets the individual address of its tunnel. Any other
 /// source is kept, because a client may be a gateway that speaks for devices behind it.
 ///
-/// Per tunnel, one frame is under way at a time: sent, repeated once when no acknowledgement came within 1 s,
-/// and after another second the tunnel is closed. Others wait in a queue, in order.
+/// Per tunnel over UDP, one frame is under way at a time: sent, repeated once when no acknowledgement came
+/// within 1 s, and after another second the tunnel is closed. Others wait in a queue, in order; when it is
+/// full, the oldest one of the lowest priority is dropped.
+///
+/// Over TCP nothing is acknowledged, numbers of requests do not matter and nothing is repeated; a frame goes
+/// into the stream at once. One stream carries any number of connections, which nobody else can use and which
+/// end with it. The heartbeat is kept all the same. Endpoints in requests mean nothing there, but their host
+/// protocol must be TCP. A stream is closed when something else than a KNXnet/IP header begins where a frame
+/// must, and when it carries no connection and nothing has come for kIdleStreamTimeout.
 class TunnelServer {
 public:
     static constexpr std::chrono::seconds kAckTimeout{1};
     static constexpr std::chrono::seconds kHeartbeatTimeout{120};
+    static constexpr std::chrono::seconds kIdleStreamTimeout{60};
 
     /// `listener` outlives the server. Throws std::invalid_argument, with the cause for people, when the
     /// configuration breaks a rule given there.
@@ -133,11 +157,21 @@ public:
     /// A datagram arrived at the server's port (unicast, or a search request by multicast).
     void OnDatagram(TimePoint now, const Endpoint& from, Octets datagram);
 
+    /// A client has opened a TCP stream. `stream` is not 0 and was never told of before.
+    void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);
+
+    /// Octets came in a stream, cut anywhere. Nothing for a stream that is not open (any more).
+    void OnStreamOctets(TimePoint now, StreamId stream, Octets octets);
+
+    /// A stream has ended, whoever ended it, but CloseStream(); its connections are over. Nothing for a
+    /// stream that is not open.
+    void OnStreamClosed(StreamId stream);
+
     /// Does what is due. Harmless when nothing is.
     void OnTime(TimePoint now);
 
-    /// When OnTime() wants to be called next; empty when no tunnel is open. To be asked after each call that
-    /// took a time.
+    /// When OnTime() wants to be called next; empty when neither tunnel nor stream is open. To be asked after
+    /// each call that took a time.
     std::optional<TimePoint> NextTime() const;
 
     /// Sends the telegram as L_Data.ind to every open tunnel except `except`. The message code of `telegram`
@@ -149,7 +183,7 @@ public:
     /// is not open.
     void CloseTunnel(TunnelId tunnel);
 
-    /// Closes every tunnel likewise. New ones may be opened again afterwards.
+    /// Closes every tunnel likewise; streams stay open. New ones may be opened again afterwards.
     void Stop();
 
     /// `tunnel` below the number of tunnels, here and below.

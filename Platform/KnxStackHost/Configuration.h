@@ -26,7 +26,8 @@ public:
 struct ServerSettings {
     bool enabled = true;
     std::string address = "0.0.0.0"; ///< IPv4 address to listen on
-    std::uint16_t port = 3671;       ///< UDP; 0 = any free one
+    std::uint16_t port = 3671;       ///< UDP and TCP; 0 = any free one
+    bool tcp = true;                 ///< clients may connect over TCP as well
     std::vector<KnxFrames::IndividualAddress> tunnels;
     std::string multicastGroup;     ///< IPv4 group for search requests; "" = not joined
     std::string multicastInterface; ///< IPv4 address of the interface to join on; "" = the system's choice

@@ -72,11 +72,12 @@ void ConfigurationReader::ReadServer(Members& root) {
     if (object == nullptr)
         return;
     Members server(*object, root.PlaceOf("server"), m_errors,
-                   {"enabled", "address", "port", "tunnels", "multicastGroup", "multicastInterface"});
+                   {"enabled", "address", "port", "tcp", "tunnels", "multicastGroup", "multicastInterface"});
     auto& settings = m_result.server;
     settings.enabled = server.Boolean("enabled").value_or(true);
     ReadIpv4(server, "address", settings.address);
     ReadPort(server, 0, settings.port);
+    settings.tcp = server.Boolean("tcp").value_or(true);
     ReadIpv4(server, "multicastGroup", settings.multicastGroup);
     ReadIpv4(server, "multicastInterface", settings.multicastInterface);
     ReadTunnels(server);

@@ -21,6 +21,9 @@ log4cplus::Logger& Log() {
     return logger;
 }
 
+constexpr unsigned kPortTries = 20;
+constexpr std::size_t kFurtherStreams = 16; // beside one for each tunnel
+
 TimePoint Now() {
     return std::chrono::steady_clock::now();
 }
@@ -30,6 +33,7 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     config.device.address = configuration.individualAddress;
     config.device.name = configuration.deviceName;
     config.device.multicast = 0; // no routing
+    config.families = KnxIp::CoreAndTunnelling(configuration.server.tcp);
     config.endpoint = local;
     config.tunnelAddresses = configuration.server.tunnels;
     std::random_device random;
@@ -53,13 +57,26 @@ ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& co
 }
 
 void ServerLink::Open(const ServerSettings& settings) {
-    try {
-        m_socket.Open(EndpointOf(settings.address, settings.port));
-    } catch (const system_error& error) {
-        throw LinkError(fmt::format("/server: {}:{} cannot be opened: {}; choose another \"address\" or "
-                                    "\"port\"",
-                                    settings.address, settings.port, error.code().message()));
+    for (unsigned left = settings.port == 0 ? kPortTries : 1;; --left) {
+        try {
+            OpenOnce(settings);
+            return;
+        } catch (const system_error& error) {
+            m_socket.Close();
+            if (left > 1)
+                continue; // UDP was given a port that is somebody's by TCP
+            throw LinkError(fmt::format("/server: {}:{} cannot be opened: {}; choose another \"address\" or "
+                                        "\"port\"",
+                                        settings.address, settings.port, error.code().message()));
+        }
     }
+}
+
+void ServerLink::OpenOnce(const ServerSettings& settings) {
+    m_socket.Open(EndpointOf(settings.address, settings.port));
+    if (settings.tcp)
+        m_tcp.emplace(m_context, m_addresses.size() + kFurtherStreams, static_cast<TcpStreamUser&>(*this))
+            .Open(m_socket.Local());
 }
 
 void ServerLink::OpenGroup(const ServerSettings& settings) {
@@ -84,8 +101,11 @@ void ServerLink::Start() {
     m_socket.Start();
     if (m_group)
         m_group->Start();
-    LOG4CPLUS_INFO(Log(), fmt::format("KNXnet/IP server listening on {} with {} tunnels",
-                                      m_socket.Local().ToString(), m_addresses.size()));
+    if (m_tcp)
+        m_tcp->Start();
+    LOG4CPLUS_INFO(Log(), fmt::format("KNXnet/IP server listening on {} with {} tunnels{}",
+                                      m_socket.Local().ToString(), m_addresses.size(),
+                                      m_tcp ? ", over UDP and TCP" : ""));
 }
 
 void ServerLink::Stop() {
@@ -93,11 +113,15 @@ void ServerLink::Stop() {
     std::uint64_t leftOut = 0;
     for (const auto& lines : m_lines)
         leftOut += lines.leftOut;
-    if (m_refused.Total() + m_refusedClients.Total() + m_foreign + leftOut != 0)
+    const auto streams = m_tcp ? m_tcp->Refused() + m_tcp->GivenUp() : 0;
+    if (m_refused.Total() + m_refusedClients.Total() + m_foreign + leftOut + streams != 0)
         LOG4CPLUS_INFO(
-            Log(), fmt::format("KNXnet/IP server: {} datagrams were refused and {} requests for a tunnel, {} "
-                               "datagrams to the group were not for it, {} lines about tunnels were left out",
-                               m_refused.Total(), m_refusedClients.Total(), m_foreign, leftOut));
+            Log(),
+            fmt::format("KNXnet/IP server: {} datagrams were refused and {} requests for a tunnel, {} "
+                        "datagrams to the group were not for it, {} TCP connections were turned away and {} "
+                        "given up, {} lines about tunnels were left out",
+                        m_refused.Total(), m_refusedClients.Total(), m_foreign, m_tcp ? m_tcp->Refused() : 0,
+                        m_tcp ? m_tcp->GivenUp() : 0, leftOut));
 }
 
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
@@ -132,6 +156,28 @@ void ServerLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
     m_socket.Send(to, datagram);
 }
 
+void ServerLink::SendToStream(KnxIp::StreamId stream, KnxIp::Octets frame) {
+    m_tcp->Send(stream, frame);
+}
+
+void ServerLink::CloseStream(KnxIp::StreamId stream) {
+    m_tcp->Close(stream);
+}
+
+void ServerLink::OnStreamOpened(KnxIp::StreamId stream, const Endpoint& from) {
+    m_server->OnStreamOpened(Now(), stream, from);
+    m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::OnStreamOctets(KnxIp::StreamId stream, KnxFrames::Octets octets) {
+    m_server->OnStreamOctets(Now(), stream, octets);
+    m_deadline.Set(m_server->NextTime());
+}
+
+void ServerLink::OnStreamClosed(KnxIp::StreamId stream) {
+    m_server->OnStreamClosed(stream);
+}
+
 void ServerLink::OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) {
     LOG4CPLUS_TRACE(
         Log(), fmt::format("tunnel {}: {}", m_addresses[origin].ToString(), KnxFrames::Describe(telegram)));
@@ -153,7 +199,7 @@ std::optional<std::string> ServerLink::LineAbout(KnxIp::TunnelId tunnel, std::st
 }
 
 void ServerLink::OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress,
-                                const Endpoint& client) {
+                                const KnxIp::Peer& client) {
     if (const auto line = LineAbout(tunnel, fmt::format("connected by {}", client.ToString())))
         LOG4CPLUS_INFO(Log(), *line);
 }
@@ -165,7 +211,8 @@ void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
                                                     counters.toClient, counters.dropped));
     if (!line)
         return;
-    if (end == KnxIp::TunnelEnd::Client || end == KnxIp::TunnelEnd::Server)
+    using KnxIp::TunnelEnd;
+    if (end == TunnelEnd::Client || end == TunnelEnd::Server || end == TunnelEnd::Stream)
         LOG4CPLUS_INFO(Log(), *line);
     else
         LOG4CPLUS_WARN(Log(), *line);
@@ -179,7 +226,9 @@ void ServerLink::OnConnectRefused(const Endpoint& from, KnxIp::Status status) {
 }
 
 void ServerLink::OnQueueOverflow(KnxIp::TunnelId tunnel) {
-    if (const auto line = LineAbout(tunnel, "the client does not keep up; its oldest telegrams are dropped"))
+    if (const auto line =
+            LineAbout(tunnel, "the client does not keep up; waiting telegrams are dropped, the oldest "
+                              "of the lowest priority first"))
         LOG4CPLUS_WARN(Log(), *line);
 }
 

@@ -5,6 +5,7 @@
 #include "KnxStackHost/BusRouter.h"
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/Notices.h"
+#include "KnxStackHost/Tcp.h"
 #include "KnxStackHost/Udp.h"
 
 #include <functional>
@@ -15,8 +16,8 @@
 
 namespace KnxStackHost {
 
-/// Feeds a TunnelServer with datagrams and time. All calls on the thread of the io_context.
-class ServerLink final : private KnxIp::TunnelServerListener {
+/// Feeds a TunnelServer with datagrams, streams and time. All calls on the thread of the io_context.
+class ServerLink final : private KnxIp::TunnelServerListener, private TcpStreamUser {
 public:
     using OnTelegramFrom = std::function<void(std::uint8_t tunnel, const KnxFrames::LData&)>;
 
@@ -36,16 +37,23 @@ private:
     };
 
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
+    void SendToStream(KnxIp::StreamId stream, KnxIp::Octets frame) override;
+    void CloseStream(KnxIp::StreamId stream) override;
     void OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) override;
     void OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress address,
-                        const KnxIp::Endpoint& client) override;
+                        const KnxIp::Peer& client) override;
     void OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) override;
     void OnConnectRefused(const KnxIp::Endpoint& from, KnxIp::Status status) override;
     void OnQueueOverflow(KnxIp::TunnelId tunnel) override;
     void OnRefusedDatagram(const KnxIp::Endpoint& from, const KnxFrames::FrameError& error) override;
     KnxIp::Endpoint LocalEndpointTowards(const KnxIp::Endpoint& peer) override;
 
+    void OnStreamOpened(KnxIp::StreamId stream, const KnxIp::Endpoint& from) override;
+    void OnStreamOctets(KnxIp::StreamId stream, KnxFrames::Octets octets) override;
+    void OnStreamClosed(KnxIp::StreamId stream) override;
+
     void Open(const ServerSettings& settings);
+    void OpenOnce(const ServerSettings& settings);
     void OpenGroup(const ServerSettings& settings);
     void Receive(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
     void ReceiveFromGroup(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
@@ -56,6 +64,7 @@ private:
     const std::vector<KnxFrames::IndividualAddress> m_addresses; // of the tunnels
     OnTelegramFrom m_received;
     UdpSocket m_socket;
+    std::optional<TcpServer> m_tcp;
     std::optional<UdpSocket> m_group;
     Deadline m_deadline;
     Notices m_refused;

@@ -62,6 +62,11 @@ void UdpSocket::ShareAddress(bool share) {
     m_socket.set_option(udp::socket::reuse_address(share));
 }
 
+void UdpSocket::Close() {
+    error_code ignored;
+    m_socket.close(ignored);
+}
+
 void UdpSocket::Start() {
     WaitForDatagrams();
 }

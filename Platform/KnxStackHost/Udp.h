@@ -38,6 +38,9 @@ public:
     /// the port.
     void ShareAddress(bool share);
 
+    /// As if it had never been opened.
+    void Close();
+
     /// Begins to receive.
     void Start();
 

@@ -19,7 +19,7 @@ public:
         Fuzz::Check(m_server.IsOpen(origin) && telegram.source.raw != 0);
         m_server.Broadcast(m_now, telegram, origin);
     }
-    void OnTunnelOpened(TunnelId tunnel, KnxFrames::IndividualAddress, const Endpoint&) override {
+    void OnTunnelOpened(TunnelId tunnel, KnxFrames::IndividualAddress, const Peer&) override {
         Fuzz::Check(m_server.IsOpen(tunnel));
     }
     void OnTunnelClosed(TunnelId tunnel, TunnelEnd) override { Fuzz::Check(!m_server.IsOpen(tunnel)); }

@@ -20,10 +20,16 @@ EXAMPLE = pathlib.Path(os.environ["KNX_EXAMPLE"])
 DAEMONS = ("devicestackd", "knxstackd")
 
 
-def free_udp_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+def free_port():
+    """A port that nobody has, neither by UDP nor by TCP."""
+    while True:
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp, socket.socket() as tcp:
+            udp.bind(("127.0.0.1", 0))
+            try:
+                tcp.bind(udp.getsockname())
+            except OSError:
+                continue
+            return udp.getsockname()[1]
 
 
 def all_group_addresses():
@@ -79,7 +85,7 @@ class House:
         self._hosts_socket = self.directory / "devicestack.sock"
         self._hidden_socket = self.directory / "hidden.sock"
         self.state = self.directory / "state"
-        self.port = free_udp_port()
+        self.port = free_port()
         self._change_configuration()
         try:
             self.start_device_stack()

@@ -6,7 +6,7 @@ import shutil
 import time
 import unittest
 
-from house import BIN, DAEMONS, House, Knxd, free_udp_port, load_json
+from house import BIN, DAEMONS, House, Knxd, free_port, load_json
 from knxd_group_socket import GroupSocket
 from processes import Failure, run, wait_until
 
@@ -50,7 +50,7 @@ class SecondHost:
         self._house = house
         self.directory = house.directory / "second"
         self.directory.mkdir()
-        self.port = free_udp_port()
+        self.port = free_port()
         shutil.copy(house.configuration / "knxappprghandlers.xml", self.directory)
         self.write("project.json", {"version": 1, "device": "house", "dataPoints": [],
                                     "knx": {"owner": "DscKnxAppPrg::field::KNX2", "translationRange": RANGE}})

@@ -1,4 +1,4 @@
-"""A KNXnet/IP tunnel in raw bytes (KNX Standard 3/8/2 and 3/8/4), to see what the server sends and when."""
+"""KNXnet/IP tunnels in raw bytes (KNX Standard 3/8/2 and 3/8/4), to see what the server sends and when."""
 
 import socket
 import struct
@@ -11,6 +11,7 @@ DISCONNECT_REQUEST, DISCONNECT_RESPONSE = 0x0209, 0x020A
 TUNNELLING_REQUEST, TUNNELLING_ACK = 0x0420, 0x0421
 L_DATA_REQ, L_DATA_CON, L_DATA_IND = 0x11, 0x2E, 0x29
 NAT_HPAI = bytes.fromhex("080100000000" "0000")
+TCP_HPAI = bytes.fromhex("080200000000" "0000")
 
 
 def frame(service, body):
@@ -101,3 +102,70 @@ class Tunnel:
         if sequence == self._expected:
             self._expected = (self._expected + 1) & 0xFF
             self.received.append(cemi)
+
+
+class TcpTunnel:
+    """A tunnel over TCP: nothing is acknowledged, and the stream may be cut anywhere on its way."""
+
+    def __init__(self, port):
+        self._socket = socket.create_connection(("127.0.0.1", port), 20)
+        self._socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        self._buffer = b""
+        self._waiting = []       # cEMI frames that came while something else was waited for
+        self.request(CONNECT_REQUEST, TCP_HPAI + TCP_HPAI + b"\x04\x04\x02\0")
+        answer = self._read_frame()
+        assert answer[2:4] == struct.pack(">H", CONNECT_RESPONSE) and answer[7] == 0, answer.hex()
+        assert answer[8:16] == TCP_HPAI, answer.hex()
+        self.channel = answer[6]
+
+    def request(self, service, body):
+        self._socket.sendall(frame(service, body))
+
+    def send(self, *cemis, pieces_of=None):
+        """Requests in one go, or in pieces of so many octets. Numbers do not count over TCP: all are 0."""
+        octets = b"".join(frame(TUNNELLING_REQUEST, bytes([4, self.channel, 0, 0]) + cemi) for cemi in cemis)
+        for start in range(0, len(octets), pieces_of or len(octets)):
+            self._socket.sendall(octets[start:start + (pieces_of or len(octets))])
+
+    def receive(self):
+        """The next cEMI frame; an error after 20 s or when the stream ends."""
+        if self._waiting:
+            return self._waiting.pop(0)
+        return self._next_of(TUNNELLING_REQUEST)[10:]
+
+    def receive_indication(self):
+        while True:
+            cemi = self.receive()
+            if cemi[0] == L_DATA_IND:
+                return cemi
+
+    def heartbeat(self):
+        self.request(STATE_REQUEST, bytes([self.channel, 0]) + TCP_HPAI)
+        while True:
+            answer = self._read_frame()
+            if answer[2:4] == struct.pack(">H", STATE_RESPONSE):
+                return answer[7]
+            self._waiting.append(answer[10:])
+
+    def break_off(self):
+        """The stream ends without a word."""
+        self._socket.close()
+
+    def _next_of(self, service):
+        answer = self._read_frame()
+        assert answer[2:4] == struct.pack(">H", service), answer.hex()
+        return answer
+
+    def _read_frame(self):
+        header = self._read(6)
+        assert header[:2] == b"\x06\x10", header.hex()
+        return header + self._read(struct.unpack(">H", header[4:6])[0] - 6)
+
+    def _read(self, size):
+        while len(self._buffer) < size:
+            octets = self._socket.recv(4096)
+            if not octets:
+                raise EOFError("the server has closed the stream")
+            self._buffer += octets
+        octets, self._buffer = self._buffer[:size], self._buffer[size:]
+        return octets

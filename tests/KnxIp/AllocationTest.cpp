@@ -38,7 +38,7 @@ class ServerHost : public TunnelServerListener {
 public:
     void SendDatagram(const Endpoint&, Octets datagram) override { sent.Put(datagram); }
     void OnTelegram(TunnelId, const LData&) override { ++telegrams; }
-    void OnTunnelOpened(TunnelId, IndividualAddress, const Endpoint&) override {}
+    void OnTunnelOpened(TunnelId, IndividualAddress, const Peer&) override {}
     void OnTunnelClosed(TunnelId, TunnelEnd) override {}
     void OnConnectRefused(const Endpoint&, Status) override {}
     void OnQueueOverflow(TunnelId) override {}

@@ -63,7 +63,7 @@ public:
         received[SenderOf(telegram)].push_back(NumberOf(telegram));
         m_server.Broadcast(m_network.Now(), telegram, origin);
     }
-    void OnTunnelOpened(TunnelId, IndividualAddress, const Endpoint&) override {}
+    void OnTunnelOpened(TunnelId, IndividualAddress, const Peer&) override {}
     void OnTunnelClosed(TunnelId, TunnelEnd) override { ++closed; }
     void OnConnectRefused(const Endpoint&, Status) override {}
     void OnQueueOverflow(TunnelId) override { ++overflows; }

@@ -28,6 +28,8 @@ inline constexpr Endpoint kOther{0xC0A8010B, 50000}; // 192.168.1.11
 inline constexpr Endpoint kSameHost{kClient.address, 55000};
 inline constexpr Endpoint kSameHostData{kClient.address, 55001};
 
+inline const std::string kConnectOverTcp = "06100205001a 0802000000000000 0802000000000000 04040200";
+
 inline TunnelServerConfig Config(std::size_t tunnels = 2) {
     TunnelServerConfig config;
     config.endpoint = kServer;
@@ -50,13 +52,17 @@ public:
     }
 
     void SendDatagram(const Endpoint& to, Octets datagram) override { m_transcript.Out(m_now, to, datagram); }
+    void SendToStream(StreamId stream, Octets frame) override {
+        m_transcript.Out(m_now, fmt::format("stream-{}", stream), frame);
+    }
+    void CloseStream(StreamId stream) override { Event(fmt::format("stream {} is to be closed", stream)); }
     void OnTelegram(TunnelId origin, const LData& telegram) override {
         Event(fmt::format("telegram of tunnel {}: {}", origin, Describe(telegram)));
         m_telegrams.push_back(telegram);
         if (m_onTelegram)
             m_onTelegram(origin, telegram);
     }
-    void OnTunnelOpened(TunnelId tunnel, IndividualAddress address, const Endpoint& client) override {
+    void OnTunnelOpened(TunnelId tunnel, IndividualAddress address, const Peer& client) override {
         Event(fmt::format("tunnel {} opened, {}, {}", tunnel, address.ToString(), client.ToString()));
     }
     void OnTunnelClosed(TunnelId tunnel, TunnelEnd end) override {
@@ -72,6 +78,20 @@ public:
         const auto octets = Hex(hex);
         m_transcript.In(m_now, from, octets);
         m_server.OnDatagram(m_now, from, octets);
+    }
+    void OpenStream(StreamId stream, const Endpoint& from = kClient) {
+        m_server.OnStreamOpened(m_now, stream, from);
+    }
+    void ReceiveFrom(StreamId stream, const std::string& hex) {
+        const auto octets = Hex(hex);
+        m_transcript.In(m_now, fmt::format("stream-{}", stream), octets);
+        m_server.OnStreamOctets(m_now, stream, octets);
+    }
+    /// A stream with a tunnel on it; the lines of it are taken away.
+    void ConnectOver(StreamId stream, const Endpoint& from = kClient) {
+        OpenStream(stream, from);
+        ReceiveFrom(stream, kConnectOverTcp);
+        m_transcript.Take();
     }
     /// A connection with control and data endpoint of the client; the lines of it are taken away.
     void Connect() {

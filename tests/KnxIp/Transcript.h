@@ -24,17 +24,19 @@ class Transcript {
 public:
     void Name(const Endpoint& endpoint, std::string name) { m_names.emplace_back(endpoint, std::move(name)); }
 
-    void In(TimePoint now, const Endpoint& from, Octets datagram) { Datagram(now, '<', from, datagram); }
-    void Out(TimePoint now, const Endpoint& to, Octets datagram) { Datagram(now, '>', to, datagram); }
+    void In(TimePoint now, const Endpoint& from, Octets datagram) { In(now, NameOf(from), datagram); }
+    void Out(TimePoint now, const Endpoint& to, Octets datagram) { Out(now, NameOf(to), datagram); }
+    void In(TimePoint now, const std::string& from, Octets octets) { Write(now, '<', from, octets); }
+    void Out(TimePoint now, const std::string& to, Octets octets) { Write(now, '>', to, octets); }
     void Event(TimePoint now, const std::string& text) { Line(now, fmt::format("! {}", text)); }
 
     /// The lines since the last call.
     std::string Take() { return std::exchange(m_text, "\n"); }
 
 private:
-    void Datagram(TimePoint now, char direction, const Endpoint& endpoint, Octets octets) {
+    void Write(TimePoint now, char direction, const std::string& name, Octets octets) {
         std::string text = {direction, ' '};
-        text += NameOf(endpoint);
+        text += name;
         for (std::size_t index = 0; index < octets.size(); ++index) {
             if (index == 0 || index == 6)
                 text += ' '; // around the header

@@ -212,6 +212,35 @@ TEST(TunnelServer, AFullQueueDropsItsOldestAndSaysSoOncePerBurst) {
     EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
 }
 
+TEST(TunnelServer, AFullQueueDropsTheOldestOfTheLowestPriorityAndKeepsTheOrder) {
+    using KnxFrames::Priority;
+    TunnelServerConfig config = Config();
+    config.queueLimit = 3;
+    ServerBench bench(std::move(config));
+    bench.Connect();
+    const std::pair<std::uint8_t, Priority> telegrams[] = {
+        {0, Priority::Low},    {1, Priority::System}, {2, Priority::Low}, {3, Priority::Urgent},
+        {4, Priority::Normal}, {5, Priority::Low},    {6, Priority::Low}, {7, Priority::System}};
+    for (const auto& [value, priority] : telegrams) { // 0 is under way
+        LData telegram = Telegram(value);
+        telegram.SetPriority(priority);
+        bench.Server().Broadcast(bench.Now(), telegram);
+    }
+    bench.Take();
+    for (const char* sequence : {"00", "01", "02", "03"})
+        bench.Receive(kClientData, kAck + sequence + "00");
+    EXPECT_EQ(bench.Take(), R"(
+0.000 < client-data 06100421000a 04010000
+0.000 > client-data 061004200015 040101002900b0e011040a03010081
+0.000 < client-data 06100421000a 04010100
+0.000 > client-data 061004200015 040102002900b8e011040a03010083
+0.000 < client-data 06100421000a 04010200
+0.000 > client-data 061004200015 040103002900b0e011040a03010087
+0.000 < client-data 06100421000a 04010300
+)");
+    EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
+}
+
 TEST(TunnelServer, WhatStillWaitsWhenATunnelIsClosedIsCountedAsLost) {
     ServerBench bench;
     bench.Connect();

@@ -45,8 +45,9 @@ std::string RefusalOf(const std::string& text) {
 
 TEST(Configuration, ReadsEveryMember) {
     const auto configuration = ParseConfiguration(
-        Changed("\"port\": 3672",
-                R"("port": 3672, "multicastGroup": "224.0.23.12", "multicastInterface": "10.0.0.1")")
+        Changed(
+            "\"port\": 3672",
+            R"("port": 3672, "tcp": false, "multicastGroup": "224.0.23.12", "multicastInterface": "10.0.0.1")")
             .replace(
                 0, 1,
                 R"({ "interface": {"host": "gateway", "port": 3700, "nat": true, "localAddress": "10.0.0.1"},
@@ -59,6 +60,7 @@ TEST(Configuration, ReadsEveryMember) {
     EXPECT_TRUE(configuration.server.enabled);
     EXPECT_EQ("127.0.0.1", configuration.server.address);
     EXPECT_EQ(3672, configuration.server.port);
+    EXPECT_FALSE(configuration.server.tcp);
     EXPECT_THAT(configuration.server.tunnels, ElementsAre(KnxFrames::IndividualAddress(1, 1, 251),
                                                           KnxFrames::IndividualAddress(1, 1, 252)));
     EXPECT_EQ("224.0.23.12", configuration.server.multicastGroup);
@@ -226,6 +228,7 @@ TEST(Configuration, HasDefaults) {
     EXPECT_EQ("knxstackd", configuration.deviceName);
     EXPECT_EQ("0.0.0.0", configuration.server.address);
     EXPECT_EQ(3671, configuration.server.port);
+    EXPECT_TRUE(configuration.server.tcp);
     EXPECT_EQ("", configuration.server.multicastGroup);
     EXPECT_FALSE(configuration.interface);
     EXPECT_TRUE(configuration.groupObjects.empty());

@@ -1,0 +1,95 @@
+// What a TunnelServer is made of, one source file per topic. Internal to this folder.
+#pragma once
+
+#include "KnxIp/FrameSplitter.h"
+#include "KnxIp/ServerTunnel.h"
+#include "KnxIp/TunnelServer.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace KnxIp {
+
+class TunnelServer::Implementation {
+public:
+    Implementation(TunnelServerConfig config, TunnelServerListener& listener);
+
+    // TunnelServer.cpp
+    void OnDatagram(TimePoint now, const Endpoint& from, Octets datagram);
+    void OnTime(TimePoint now);
+    std::optional<TimePoint> NextTime() const;
+    const std::vector<ServerTunnel>& Tunnels() const { return m_tunnels; }
+
+    // TunnelServerStreams.cpp
+    void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);
+    void OnStreamOctets(TimePoint now, StreamId stream, Octets octets);
+    void OnStreamClosed(StreamId stream);
+
+    // TunnelServerTelegrams.cpp
+    void Broadcast(TimePoint now, const KnxFrames::LData& telegram, std::optional<TunnelId> except);
+
+    // TunnelServerConnections.cpp
+    void CloseTunnel(TunnelId tunnel);
+    void Stop();
+
+private:
+    using Tunnel = ServerTunnel;
+
+    /// An open TCP stream.
+    struct Stream {
+        Endpoint peer;
+        FrameSplitter splitter;
+        unsigned connections = 0; // that it carries
+        TimePoint idleUntil{};    // when it is closed if it carries none
+    };
+
+    // TunnelServer.cpp: dispatch, discovery, sending.
+    void OnFrame(TimePoint now, const Peer& from, Octets octets);
+    void On(TimePoint now, const Peer& from, const SearchRequest& request);
+    void On(TimePoint now, const Peer& from, const DescriptionRequest& request);
+    /// What only servers send has no business here.
+    template <class T>
+    void On(TimePoint, const Peer& from, const T&) {
+        m_listener.OnRefusedDatagram(from.endpoint, KnxFrames::FrameError::Unsupported(
+                                                        "an answer of a server was sent to a server", 2));
+    }
+    Endpoint OwnEndpoint(const Endpoint& towards);
+    /// What `towards` is told of where to reach us.
+    Hpai OwnHpai(const Peer& towards);
+    void SendTo(const Peer& to, const Datagram& datagram);
+
+    // TunnelServerStreams.cpp
+    void CloseIdleStreams(TimePoint now);
+
+    // TunnelServerConnections.cpp
+    void On(TimePoint now, const Peer& from, const ConnectRequest& request);
+    void On(TimePoint now, const Peer& from, const ConnectionStateRequest& request);
+    void On(TimePoint now, const Peer& from, const DisconnectRequest& request);
+    /// The answer to a DISCONNECT_REQUEST of ours; the tunnel was closed with the request.
+    void On(TimePoint, const Peer&, const DisconnectResponse&) {}
+    Status Admit(const ConnectRequest& request, const Peer& from, Tunnel*& free);
+    std::uint8_t NextChannel();
+    void Close(Tunnel& tunnel, TunnelEnd end);
+    Tunnel* FindByControl(std::uint8_t channel, const Peer& from, const Hpai& named);
+    Tunnel* FindByData(std::uint8_t channel, const Peer& from);
+    Tunnel* Find(std::uint8_t channel);
+    TunnelId IdOf(const Tunnel& tunnel) const { return static_cast<TunnelId>(&tunnel - m_tunnels.data()); }
+
+    // TunnelServerTelegrams.cpp
+    void On(TimePoint now, const Peer& from, const TunnellingRequest& request);
+    void On(TimePoint now, const Peer& from, const TunnellingAck& ack);
+    void TakeTelegram(TimePoint now, const Peer& from, Tunnel& tunnel, Octets cemi);
+    void Send(TimePoint now, Tunnel& tunnel, KnxFrames::LData telegram, KnxFrames::MessageCode code);
+    void SendNext(TimePoint now, Tunnel& tunnel);
+    void RepeatOrClose(TimePoint now, Tunnel& tunnel);
+
+    const TunnelServerConfig m_config;
+    TunnelServerListener& m_listener;
+    std::vector<Tunnel> m_tunnels; // never resized after construction
+    std::map<StreamId, Stream> m_streams;
+    std::uint8_t m_lastChannel;
+};
+
+} // namespace KnxIp

@@ -1,0 +1,136 @@
+// Telegrams of a TunnelServer's tunnels, both ways.
+
+#include "KnxIp/TunnelServerImplementation.h"
+
+#include <utility>
+
+namespace KnxIp {
+
+using KnxFrames::FrameError;
+using KnxFrames::LData;
+using KnxFrames::MessageCode;
+
+void TunnelServer::Implementation::Broadcast(TimePoint now, const LData& telegram,
+                                             std::optional<TunnelId> except) {
+    for (std::size_t index = 0; index < m_tunnels.size(); ++index) {
+        if (m_tunnels[index].isOpen && except != index)
+            Send(now, m_tunnels[index], telegram, MessageCode::LDataInd);
+    }
+}
+
+void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const TunnellingRequest& request) {
+    Tunnel* tunnel = FindByData(request.channel, from);
+    if (tunnel == nullptr) {
+        // Tells a client that was forgotten (we were restarted) sooner than its heartbeat would. A stream
+        // would have ended.
+        if (!from.IsStream())
+            SendTo(from, WriteFrame(TunnellingAck{request.channel, request.sequence, Status::ConnectionId}));
+        return;
+    }
+    if (from.IsStream()) {
+        tunnel->silentUntil = now + kHeartbeatTimeout;
+        TakeTelegram(now, from, *tunnel, request.cemi);
+        return;
+    }
+    const auto verdict = tunnel->received.Judge(request.sequence);
+    if (verdict == ReceiveCounter::Verdict::Discard) {
+        ++tunnel->counters.outOfOrder;
+        return;
+    }
+    tunnel->silentUntil = now + kHeartbeatTimeout;
+    if (verdict == ReceiveCounter::Verdict::Take)
+        tunnel->peer.TelegramCameFrom(from);
+    SendTo(tunnel->peer.AcknowledgeTo(from),
+           WriteFrame(TunnellingAck{request.channel, request.sequence, Status::NoError}));
+    if (verdict == ReceiveCounter::Verdict::Again)
+        ++tunnel->counters.duplicates;
+    else if (tunnel->isOpen)
+        TakeTelegram(now, from, *tunnel, request.cemi);
+}
+
+void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const TunnellingAck& ack) {
+    Tunnel* tunnel = FindByData(ack.channel, from);
+    if (tunnel == nullptr)
+        return;
+    // Over a stream nothing is pending: whoever acknowledges all the same is not minded.
+    switch (tunnel->pending.OnAck(ack)) {
+    case PendingRequest::AckVerdict::Stale: return;
+    case PendingRequest::AckVerdict::Refused: RepeatOrClose(now, *tunnel); return;
+    case PendingRequest::AckVerdict::Done: break;
+    }
+    ++tunnel->counters.toClient;
+    tunnel->silentUntil = now + kHeartbeatTimeout;
+    SendNext(now, *tunnel);
+}
+
+void TunnelServer::Implementation::TakeTelegram(TimePoint now, const Peer& from, Tunnel& tunnel,
+                                                Octets cemi) {
+    auto parsed = KnxFrames::ParseLData(cemi);
+    if (!parsed) {
+        ++tunnel.counters.unsupported;
+        m_listener.OnRefusedDatagram(from.endpoint, parsed.Error());
+        return;
+    }
+    LData& telegram = *parsed;
+    if (telegram.code != MessageCode::LDataReq) {
+        ++tunnel.counters.unsupported;
+        m_listener.OnRefusedDatagram(from.endpoint,
+                                     FrameError::Unsupported("a client sent no L_Data.req", 0));
+        return;
+    }
+    ++tunnel.counters.fromClient;
+    if (telegram.source.raw == 0)
+        telegram.source = tunnel.address;
+    telegram.SetConfirmError(false);
+    LData indication = telegram;
+    indication.code = MessageCode::LDataInd;
+    // In a request the bit is an order to the link layer; in an indication, clear, it would mean "this is
+    // a repetition", which receivers discard.
+    indication.control1 |= LData::kDoNotRepeat;
+    m_listener.OnTelegram(IdOf(tunnel), indication);
+    // Behind the telegram: others wait for that, and what is confirmed has then been passed on.
+    if (tunnel.isOpen)
+        Send(now, tunnel, telegram, MessageCode::LDataCon);
+}
+
+void TunnelServer::Implementation::Send(TimePoint now, Tunnel& tunnel, LData telegram, MessageCode code) {
+    telegram.code = code;
+    if (tunnel.peer.IsStream()) {
+        Datagram frame;
+        WriteTunnellingRequest(tunnel.channel, tunnel.streamSequence++, telegram, frame);
+        ++tunnel.counters.toClient;
+        SendTo(tunnel.peer.Data(), frame);
+        return;
+    }
+    if (tunnel.queue.Push(telegram).wasFull) {
+        ++tunnel.counters.dropped;
+        if (!std::exchange(tunnel.overflowReported, true))
+            m_listener.OnQueueOverflow(IdOf(tunnel));
+        if (!tunnel.isOpen)
+            return;
+    }
+    SendNext(now, tunnel);
+}
+
+void TunnelServer::Implementation::SendNext(TimePoint now, Tunnel& tunnel) {
+    if (tunnel.pending.IsActive())
+        return;
+    if (tunnel.queue.IsEmpty()) {
+        tunnel.overflowReported = false;
+        return;
+    }
+    const Datagram& datagram =
+        tunnel.pending.Begin(now + kAckTimeout, tunnel.channel, tunnel.queue.Pop().telegram);
+    SendTo(tunnel.peer.Data(), datagram);
+}
+
+void TunnelServer::Implementation::RepeatOrClose(TimePoint now, Tunnel& tunnel) {
+    if (tunnel.pending.WasRepeated()) {
+        Close(tunnel, TunnelEnd::NoAck);
+        return;
+    }
+    ++tunnel.counters.repeated;
+    SendTo(tunnel.peer.Data(), tunnel.pending.Repeat(now + kAckTimeout));
+}
+
+} // namespace KnxIp
