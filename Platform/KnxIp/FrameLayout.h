@@ -14,9 +14,11 @@ inline constexpr std::uint8_t kTunnelCriSize = 4;
 inline constexpr std::uint8_t kTunnelCriWithAddressSize = 6;
 inline constexpr std::uint8_t kTunnelCrdSize = 4;
 
-inline constexpr std::uint8_t kDeviceInformationDib = 0x01;
-inline constexpr std::uint8_t kServiceFamiliesDib = 0x02;
 inline constexpr std::uint8_t kDeviceInformationSize = 54;
+inline constexpr std::uint8_t kExtendedDeviceInformationSize = 8;
+inline constexpr std::uint8_t kTunnellingInformationSize = 4; // without slots
+inline constexpr std::uint8_t kTunnellingSlotSize = 4;
+inline constexpr std::uint8_t kMandatoryParameter = 0x80;
 inline constexpr std::size_t kNameSize = 30;
 inline constexpr std::size_t kMostFamilies = 16;
 inline constexpr std::uint8_t kProgrammingMode = 0x01;

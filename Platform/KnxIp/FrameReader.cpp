@@ -17,6 +17,7 @@ class Cursor {
 public:
     explicit Cursor(Octets octets, std::size_t offset = 0) : m_octets(octets), m_offset(offset) {}
 
+    Octets Rest() const { return m_error ? Octets{} : m_octets; }
     std::size_t Left() const { return m_error ? 0 : m_octets.size(); }
     const std::optional<FrameError>& Error() const { return m_error; }
 
@@ -122,6 +123,47 @@ DeviceInformation TakeDeviceInformation(Cursor& block) {
     return device;
 }
 
+void TakeDeviceBlock(Cursor& cursor, Cursor& block, DeviceDescription& description) {
+    if (block.Left() != kDeviceInformationSize - 2U)
+        cursor.Fail("the device information is not 54 octets long");
+    else
+        description.device = TakeDeviceInformation(block);
+}
+
+void TakeFamiliesBlock(Cursor& cursor, Cursor& block, DeviceDescription& description) {
+    if (block.Left() % 2 != 0)
+        cursor.Fail("the list of service families has half an entry");
+    while (block.Left() >= 2) {
+        const std::uint8_t family = block.Take8();
+        description.families.push_back({family, block.Take8()});
+    }
+}
+
+void TakeExtendedBlock(Cursor& cursor, Cursor& block, DeviceDescription& description) {
+    if (block.Left() != kExtendedDeviceInformationSize - 2U) {
+        cursor.Fail("the extended device information is not 8 octets long");
+        return;
+    }
+    ExtendedDeviceInformation& extended = description.extended.emplace();
+    extended.status = block.Take8();
+    block.Take8();
+    extended.apduLength = block.Take16();
+    extended.deviceDescriptor = block.Take16();
+}
+
+void TakeTunnellingBlock(Cursor& cursor, Cursor& block, DeviceDescription& description) {
+    if (block.Left() < 2 || block.Left() % kTunnellingSlotSize != kTunnellingInformationSize - 2U) {
+        cursor.Fail("the tunnelling information has half a slot");
+        return;
+    }
+    TunnellingInformation& tunnelling = description.tunnelling.emplace();
+    tunnelling.apduLength = block.Take16();
+    while (block.Left() > 0) {
+        const KnxFrames::IndividualAddress address(block.Take16());
+        tunnelling.slots.push_back({address, block.Take16()});
+    }
+}
+
 /// Description information blocks up to the end of the frame. Those of other types say nothing that is used
 /// here; makers add their own.
 DeviceDescription TakeDescription(Cursor& cursor) {
@@ -129,20 +171,14 @@ DeviceDescription TakeDescription(Cursor& cursor) {
     bool hasDevice = false;
     while (cursor.Left() > 0) {
         Cursor block = cursor.TakeBlock(2, 0xFF, "a description block is shorter than its header");
-        const std::uint8_t type = block.Take8();
-        if (type == kDeviceInformationDib) {
-            if (block.Left() != kDeviceInformationSize - 2U)
-                cursor.Fail("the device information is not 54 octets long");
-            else
-                description.device = TakeDeviceInformation(block);
+        switch (static_cast<DescriptionType>(block.Take8())) {
+        case DescriptionType::DeviceInformation:
+            TakeDeviceBlock(cursor, block, description);
             hasDevice = true;
-        } else if (type == kServiceFamiliesDib) {
-            if (block.Left() % 2 != 0)
-                cursor.Fail("the list of service families has half an entry");
-            while (block.Left() >= 2) {
-                const std::uint8_t family = block.Take8();
-                description.families.push_back({family, block.Take8()});
-            }
+            break;
+        case DescriptionType::ServiceFamilies: TakeFamiliesBlock(cursor, block, description); break;
+        case DescriptionType::TunnellingInformation: TakeTunnellingBlock(cursor, block, description); break;
+        case DescriptionType::ExtendedDeviceInformation: TakeExtendedBlock(cursor, block, description); break;
         }
     }
     if (!hasDevice)
@@ -156,6 +192,22 @@ Frame ReadSearchRequest(Cursor& cursor) {
 
 Frame ReadSearchResponse(Cursor& cursor) {
     SearchResponse frame;
+    frame.control = TakeHpai(cursor);
+    frame.description = TakeDescription(cursor);
+    return frame;
+}
+
+Frame ReadSearchRequestExtended(Cursor& cursor) {
+    SearchRequestExtended frame;
+    frame.discovery = TakeHpai(cursor);
+    frame.parameters = cursor.Rest();
+    while (cursor.Left() > 0)
+        cursor.TakeBlock(2, 0xFF, "a search parameter is shorter than its header");
+    return frame;
+}
+
+Frame ReadSearchResponseExtended(Cursor& cursor) {
+    SearchResponseExtended frame;
     frame.control = TakeHpai(cursor);
     frame.description = TakeDescription(cursor);
     return frame;
@@ -262,6 +314,8 @@ constexpr std::array kReaders = {
     Reader{ServiceType::ConnectionStateResponse, ReadConnectionStateResponse},
     Reader{ServiceType::SearchRequest, ReadSearchRequest},
     Reader{ServiceType::SearchResponse, ReadSearchResponse},
+    Reader{ServiceType::SearchRequestExtended, ReadSearchRequestExtended},
+    Reader{ServiceType::SearchResponseExtended, ReadSearchResponseExtended},
     Reader{ServiceType::DescriptionRequest, ReadDescriptionRequest},
     Reader{ServiceType::DescriptionResponse, ReadDescriptionResponse},
     Reader{ServiceType::ConnectRequest, ReadConnectRequest},
@@ -271,6 +325,17 @@ constexpr std::array kReaders = {
 };
 
 } // namespace
+
+std::optional<SearchParameter> TakeSearchParameter(Octets& parameters) {
+    if (parameters.size() < 2 || parameters[0] < 2 || parameters[0] > parameters.size())
+        return std::nullopt;
+    SearchParameter parameter;
+    parameter.mandatory = (parameters[1] & kMandatoryParameter) != 0;
+    parameter.type = static_cast<SearchParameter::Type>(parameters[1] & ~kMandatoryParameter);
+    parameter.data = parameters.subspan(2, parameters[0] - 2U);
+    parameters = parameters.subspan(parameters[0]);
+    return parameter;
+}
 
 Outcome<Frame> ReadFrame(Octets datagram) {
     Cursor cursor(datagram);

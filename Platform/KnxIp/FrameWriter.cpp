@@ -58,10 +58,13 @@ void AppendName(Datagram& out, const std::string& utf8) {
         out.Append(0);
 }
 
-void Append(Datagram& out, const DeviceDescription& description) {
-    const DeviceInformation& device = description.device;
-    out.Append(kDeviceInformationSize);
-    out.Append(kDeviceInformationDib);
+void BeginBlock(Datagram& out, std::size_t size, DescriptionType type) {
+    out.Append(static_cast<std::uint8_t>(size));
+    out.Append(static_cast<std::uint8_t>(type));
+}
+
+void Append(Datagram& out, const DeviceInformation& device) {
+    BeginBlock(out, kDeviceInformationSize, DescriptionType::DeviceInformation);
     out.Append(device.medium);
     out.Append(device.programmingMode ? kProgrammingMode : std::uint8_t{0});
     out.Append16(device.address.raw);
@@ -70,13 +73,39 @@ void Append(Datagram& out, const DeviceDescription& description) {
     Append32(out, device.multicast);
     out.Append(Octets(device.mac));
     AppendName(out, device.name);
+}
+
+void Append(Datagram& out, const ExtendedDeviceInformation& extended) {
+    BeginBlock(out, kExtendedDeviceInformationSize, DescriptionType::ExtendedDeviceInformation);
+    out.Append(extended.status);
+    out.Append(0);
+    out.Append16(extended.apduLength);
+    out.Append16(extended.deviceDescriptor);
+}
+
+void Append(Datagram& out, const TunnellingInformation& tunnelling) {
+    const std::size_t slots = std::min(tunnelling.slots.size(), TunnellingInformation::kMostSlots);
+    BeginBlock(out, kTunnellingInformationSize + slots * kTunnellingSlotSize,
+               DescriptionType::TunnellingInformation);
+    out.Append16(tunnelling.apduLength);
+    for (std::size_t index = 0; index < slots; ++index) {
+        out.Append16(tunnelling.slots[index].address.raw);
+        out.Append16(tunnelling.slots[index].status);
+    }
+}
+
+void Append(Datagram& out, const DeviceDescription& description) {
+    Append(out, description.device);
     const std::size_t families = std::min(description.families.size(), kMostFamilies);
-    out.Append(static_cast<std::uint8_t>(2 + 2 * families));
-    out.Append(kServiceFamiliesDib);
+    BeginBlock(out, 2 + 2 * families, DescriptionType::ServiceFamilies);
     for (std::size_t index = 0; index < families; ++index) {
         out.Append(description.families[index].family);
         out.Append(description.families[index].version);
     }
+    if (description.extended)
+        Append(out, *description.extended);
+    if (description.tunnelling)
+        Append(out, *description.tunnelling);
 }
 
 Datagram WriteChannelRequest(ServiceType service, std::uint8_t channel, const Hpai& control) {
@@ -114,6 +143,22 @@ Datagram WriteFrame(const SearchRequest& frame) {
 
 Datagram WriteFrame(const SearchResponse& frame) {
     Datagram out = BeginFrame(ServiceType::SearchResponse);
+    Append(out, frame.control);
+    Append(out, frame.description);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const SearchRequestExtended& frame) {
+    Datagram out = BeginFrame(ServiceType::SearchRequestExtended);
+    Append(out, frame.discovery);
+    out.Append(frame.parameters);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const SearchResponseExtended& frame) {
+    Datagram out = BeginFrame(ServiceType::SearchResponseExtended);
     Append(out, frame.control);
     Append(out, frame.description);
     EndFrame(out);

@@ -1,4 +1,4 @@
-// Frames of KNXnet/IP over UDP: search, description, connection and tunnelling.
+// Frames of KNXnet/IP: search, description, connection and tunnelling.
 #pragma once
 
 #include "KnxFrames/Addresses.h"
@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -17,7 +18,7 @@ namespace KnxIp {
 
 using KnxFrames::Octets;
 
-/// Service type identifiers of version 1.0 that are read and written here.
+/// Service type identifiers that are read and written here.
 enum class ServiceType : std::uint16_t {
     SearchRequest = 0x0201,
     SearchResponse = 0x0202,
@@ -29,6 +30,8 @@ enum class ServiceType : std::uint16_t {
     ConnectionStateResponse = 0x0208,
     DisconnectRequest = 0x0209,
     DisconnectResponse = 0x020A,
+    SearchRequestExtended = 0x020B,
+    SearchResponseExtended = 0x020C,
     TunnellingRequest = 0x0420,
     TunnellingAck = 0x0421,
 };
@@ -93,10 +96,53 @@ struct ServiceFamily {
     bool operator==(const ServiceFamily& other) const = default;
 };
 
+/// The block of extended device information.
+struct ExtendedDeviceInformation {
+    static constexpr std::uint8_t kMediumOffline = 0x01;
+
+    std::uint8_t status = 0;                 ///< kMediumOffline: the bus cannot be reached
+    std::uint16_t apduLength = 254;          ///< of the longest APDU that the device takes
+    std::uint16_t deviceDescriptor = 0x57B0; ///< type 0
+
+    bool operator==(const ExtendedDeviceInformation& other) const = default;
+};
+
+/// The block about a server's tunnels.
+struct TunnellingInformation {
+    struct Slot {
+        static constexpr std::uint16_t kFree = 0x0001;
+        static constexpr std::uint16_t kAuthorised = 0x0002;
+        static constexpr std::uint16_t kUsable = 0x0004;
+
+        KnxFrames::IndividualAddress address;
+        std::uint16_t status = 0; ///< sum of the above
+
+        bool operator==(const Slot& other) const = default;
+    };
+
+    /// As many as the block has room for.
+    static constexpr std::size_t kMostSlots = 62;
+
+    std::uint16_t apduLength = 254; ///< of the longest APDU that passes a tunnel
+    std::vector<Slot> slots;        ///< at most kMostSlots are written
+
+    bool operator==(const TunnellingInformation& other) const = default;
+};
+
+/// Types of description information blocks.
+enum class DescriptionType : std::uint8_t {
+    DeviceInformation = 0x01,
+    ServiceFamilies = 0x02,
+    TunnellingInformation = 0x07,
+    ExtendedDeviceInformation = 0x08,
+};
+
 /// What a server says about itself. Blocks of other types are skipped when reading.
 struct DeviceDescription {
     DeviceInformation device;
     std::vector<ServiceFamily> families; ///< at most 16 are written
+    std::optional<ExtendedDeviceInformation> extended;
+    std::optional<TunnellingInformation> tunnelling;
 
     bool operator==(const DeviceDescription& other) const = default;
 };
@@ -110,6 +156,37 @@ struct SearchResponse {
     Hpai control;
     DeviceDescription description;
     bool operator==(const SearchResponse& other) const = default;
+};
+
+/// One search request parameter: a condition for an answer, or a wish for its content.
+struct SearchParameter {
+    enum class Type : std::uint8_t {
+        ProgrammingMode = 0x01, ///< the server is in programming mode; no data
+        MacAddress = 0x02,      ///< the server has this one: 6 octets
+        Service = 0x03,     ///< the server supports a family in a version or a later one: an octet for each
+        RequestDibs = 0x04, ///< blocks that the client wants to see: a type in each octet, 0 for none
+    };
+
+    Type type{};            ///< also one that is not listed
+    bool mandatory = false; ///< a server that does not know the type does not answer
+    Octets data;
+};
+
+struct SearchRequestExtended {
+    Hpai discovery;
+    /// The parameters as on the wire, all of them whole. Points into the datagram that was read; valid as
+    /// long as that.
+    Octets parameters;
+};
+
+/// Takes a parameter from the front of SearchRequestExtended::parameters; empty at their end, and when the
+/// next one is not whole.
+std::optional<SearchParameter> TakeSearchParameter(Octets& parameters);
+
+struct SearchResponseExtended {
+    Hpai control;
+    DeviceDescription description;
+    bool operator==(const SearchResponseExtended& other) const = default;
 };
 
 struct DescriptionRequest {
@@ -183,17 +260,21 @@ struct TunnellingAck {
 
 using Frame = std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse,
                            ConnectRequest, ConnectResponse, ConnectionStateRequest, ConnectionStateResponse,
-                           DisconnectRequest, DisconnectResponse, TunnellingRequest, TunnellingAck>;
+                           DisconnectRequest, DisconnectResponse, SearchRequestExtended,
+                           SearchResponseExtended, TunnellingRequest, TunnellingAck>;
 
 /// Reads one datagram; its size must be the total length in its header. Unsupported: another service, another
 /// version of the protocol. Malformed: everything that does not add up.
 KnxFrames::Outcome<Frame> ReadFrame(Octets datagram);
 
-/// The longest datagram written here is a tunnelling request of 274 octets.
-using Datagram = KnxFrames::FixedOctets<320>;
+/// The longest datagram written here is an answer to an extended search about 62 tunnels, of 362 octets.
+using Datagram = KnxFrames::FixedOctets<384>;
 
 Datagram WriteFrame(const SearchRequest& frame);
 Datagram WriteFrame(const SearchResponse& frame);
+/// `frame.parameters` of at most 256 octets.
+Datagram WriteFrame(const SearchRequestExtended& frame);
+Datagram WriteFrame(const SearchResponseExtended& frame);
 Datagram WriteFrame(const DescriptionRequest& frame);
 Datagram WriteFrame(const DescriptionResponse& frame);
 Datagram WriteFrame(const ConnectRequest& frame);

@@ -85,16 +85,6 @@ std::optional<TimePoint> TunnelServer::Implementation::NextTime() const {
     return next;
 }
 
-void TunnelServer::Implementation::On(TimePoint, const Peer& from, const SearchRequest& request) {
-    const Peer to = AnswerTo(request.discovery, from);
-    SendTo(to, WriteFrame(SearchResponse{{OwnEndpoint(to.endpoint)}, {m_config.device, m_config.families}}));
-}
-
-void TunnelServer::Implementation::On(TimePoint, const Peer& from, const DescriptionRequest& request) {
-    SendTo(AnswerTo(request.control, from),
-           WriteFrame(DescriptionResponse{{m_config.device, m_config.families}}));
-}
-
 Endpoint TunnelServer::Implementation::OwnEndpoint(const Endpoint& towards) {
     const Endpoint own = m_listener.LocalEndpointTowards(towards);
     return own.IsSpecified() ? own : m_config.endpoint;
@@ -118,6 +108,10 @@ TunnelServer::~TunnelServer() = default;
 
 void TunnelServer::OnDatagram(TimePoint now, const Endpoint& from, Octets datagram) {
     m_implementation->OnDatagram(now, from, datagram);
+}
+
+void TunnelServer::SetDevice(const DeviceInformation& device) {
+    m_implementation->SetDevice(device);
 }
 
 void TunnelServer::OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from) {

@@ -25,6 +25,9 @@ struct TunnelServerConfig {
     DeviceInformation device;
     std::vector<ServiceFamily> families = CoreAndTunnelling();
 
+    /// Told to who asks for more than a basic search does.
+    ExtendedDeviceInformation extended;
+
     /// Where clients reach the server, for control and data alike. Used when the listener knows no better
     /// (TunnelServerListener::LocalEndpointTowards). Unspecified: clients are told to answer to where our
     /// datagrams come from.
@@ -129,6 +132,12 @@ public:
 /// opens no socket and reads no clock: whoever owns it feeds octets and time and carries out what the
 /// listener is told. Not synchronised: all calls from one thread. Time never goes back between calls.
 ///
+/// An extended search is answered when each of its conditions holds: programming mode, MAC address, a service
+/// family in at least a version. A parameter of an unknown type, or with data of a wrong size, keeps the
+/// server silent when it is mandatory and counts for nothing otherwise. Without a wish the answer has all
+/// blocks there are; with one, device and families, and of the others those wished. The block about tunnels
+/// names the first 62. In a description the other blocks stand only when the server's core is version 2.
+///
 /// Sources of telegrams: an L_Data.req with source 0.0.0 gets the individual address of its tunnel. Any other
 /// source is kept, because a client may be a gateway that speaks for devices behind it.
 ///
@@ -156,6 +165,9 @@ public:
 
     /// A datagram arrived at the server's port (unicast, or a search request by multicast).
     void OnDatagram(TimePoint now, const Endpoint& from, Octets datagram);
+
+    /// What searches and descriptions are told of the device from now on.
+    void SetDevice(const DeviceInformation& device);
 
     /// A client has opened a TCP stream. `stream` is not 0 and was never told of before.
     void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);

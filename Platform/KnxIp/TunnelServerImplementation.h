@@ -22,6 +22,9 @@ public:
     std::optional<TimePoint> NextTime() const;
     const std::vector<ServerTunnel>& Tunnels() const { return m_tunnels; }
 
+    // TunnelServerDiscovery.cpp
+    void SetDevice(const DeviceInformation& device) { m_config.device = device; }
+
     // TunnelServerStreams.cpp
     void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);
     void OnStreamOctets(TimePoint now, StreamId stream, Octets octets);
@@ -45,10 +48,15 @@ private:
         TimePoint idleUntil{};    // when it is closed if it carries none
     };
 
-    // TunnelServer.cpp: dispatch, discovery, sending.
-    void OnFrame(TimePoint now, const Peer& from, Octets octets);
+    // TunnelServerDiscovery.cpp
     void On(TimePoint now, const Peer& from, const SearchRequest& request);
+    void On(TimePoint now, const Peer& from, const SearchRequestExtended& request);
     void On(TimePoint now, const Peer& from, const DescriptionRequest& request);
+    bool Fulfils(const SearchParameter& condition) const;
+    TunnellingInformation DescribeTunnels() const;
+
+    // TunnelServer.cpp: dispatch and sending.
+    void OnFrame(TimePoint now, const Peer& from, Octets octets);
     /// What only servers send has no business here.
     template <class T>
     void On(TimePoint, const Peer& from, const T&) {
@@ -85,7 +93,7 @@ private:
     void SendNext(TimePoint now, Tunnel& tunnel);
     void RepeatOrClose(TimePoint now, Tunnel& tunnel);
 
-    const TunnelServerConfig m_config;
+    TunnelServerConfig m_config; // constant but for the device
     TunnelServerListener& m_listener;
     std::vector<Tunnel> m_tunnels; // never resized after construction
     std::map<StreamId, Stream> m_streams;

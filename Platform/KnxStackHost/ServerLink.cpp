@@ -1,5 +1,6 @@
 #include "KnxStackHost/ServerLink.h"
 
+#include "KnxStackHost/HardwareAddress.h"
 #include "KnxStackHost/LinkThread.h"
 
 #include <boost/system/system_error.hpp>
@@ -33,6 +34,7 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     config.device.address = configuration.individualAddress;
     config.device.name = configuration.deviceName;
     config.device.multicast = 0; // no routing
+    config.device.mac = HardwareAddressOf(local.address);
     config.families = KnxIp::CoreAndTunnelling(configuration.server.tcp);
     config.endpoint = local;
     config.tunnelAddresses = configuration.server.tunnels;

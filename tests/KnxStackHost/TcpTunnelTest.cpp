@@ -102,8 +102,10 @@ TEST_F(TcpTunnel, TheDescriptionSaysThatTcpIsSpoken) {
     const RawTcp stream(m_port);
     ASSERT_TRUE(stream.Send({0x06, 0x10, 0x02, 0x03, 0x00, 0x0E, 0x08, 0x02, 0, 0, 0, 0, 0, 0}));
     const auto description = stream.ReceiveFrame();
-    ASSERT_EQ(66u, description.size());
-    EXPECT_EQ(Bytes(description.end() - 4, description.end()), Bytes({0x02, 2, 0x04, 2}));
+    ASSERT_EQ(86u, description.size()); // with the blocks of version 2
+    EXPECT_EQ(Bytes(description.begin() + 60, description.begin() + 66), Bytes({6, 2, 0x02, 2, 0x04, 2}));
+    EXPECT_EQ(Bytes(description.begin() + 74, description.end()),
+              Bytes({12, 7, 0x00, 0xFE, 0x11, 0xFB, 0x00, 0x07, 0x11, 0xFC, 0x00, 0x07}));
 }
 
 } // namespace
