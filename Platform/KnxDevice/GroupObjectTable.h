@@ -22,6 +22,7 @@ enum class Flag : std::uint8_t {
     Write = 0x04,         ///< W: takes A_GroupValue_Write
     Transmit = 0x08,      ///< T: sends writes and read requests of its own
     Update = 0x10,        ///< U: takes A_GroupValue_Response
+    ReadOnInit = 0x20,    ///< I: its value is read from the bus when the device starts
 };
 
 /// A set of flags.

@@ -25,6 +25,11 @@ bool InterfaceObjectProperty::IsActive() const {
     return m_active;
 }
 
+PropertyDescription InterfaceObjectProperty::Describe(KnxStack::PropertyId id) const {
+    const std::lock_guard lock(m_mutex);
+    return {.id = id, .dataType = m_dataType, .mostElements = m_elements, .writeEnabled = m_writeEnabled};
+}
+
 KnxStack::IInterfaceObjectProperty* InterfaceObject::CreateProperty(KnxStack::PropertyId id,
                                                                     std::uint8_t dataType, int persistent,
                                                                     int writeEnabled) {
@@ -56,11 +61,36 @@ KnxStack::IInterfaceObjectProperty* InterfaceObject::GetProperty(KnxStack::Prope
     return found == m_properties.end() ? nullptr : found->second.get();
 }
 
+InterfaceObjectProperty* InterfaceObject::FindShown(KnxStack::PropertyId id) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_properties.find(id);
+    return found == m_properties.end() || !found->second->m_active ? nullptr : found->second.get();
+}
+
+std::vector<KnxStack::PropertyId> InterfaceObject::ShownIds() const {
+    const std::lock_guard lock(m_mutex);
+    std::vector<KnxStack::PropertyId> ids;
+    for (const auto& [id, property] : m_properties)
+        if (property->m_active)
+            ids.push_back(id);
+    return ids;
+}
+
+std::vector<PropertyDefinition> InterfaceObject::PersistentValues() const {
+    const std::lock_guard lock(m_mutex);
+    std::vector<PropertyDefinition> values;
+    for (const auto& [id, property] : m_properties)
+        if (property->m_persistent && property->m_value.GetSize() != 0)
+            values.push_back({id, property->m_dataType, property->m_elements, property->m_value, true,
+                              property->m_writeEnabled});
+    return values;
+}
+
 void InterfaceObject::Load(const PropertyDefinition& definition) {
     auto& place = m_properties[definition.id];
     if (place == nullptr)
         place = std::make_unique<InterfaceObjectProperty>(m_mutex, definition.dataType, definition.elements,
-                                                          true, true);
+                                                          definition.persistent, definition.writeEnabled);
     auto& property = *place;
     if (property.m_dataType != definition.dataType || property.m_elements != definition.elements) {
         property.m_dataType = definition.dataType;

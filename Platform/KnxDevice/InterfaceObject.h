@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace KnxDevice {
 
@@ -20,6 +21,18 @@ struct PropertyDefinition {
     std::uint8_t dataType = 0; ///< PDT; one that SizeOfPropertyElement() calls usable
     std::uint16_t elements = 1;
     std::optional<KnxStack::BinaryData> value; ///< fits data type and elements; none: left as it is
+    bool persistent = true;
+    bool writeEnabled = true; ///< for the bus
+};
+
+/// What the bus is told of a property, and by which numbers it may reach it.
+struct PropertyDescription {
+    KnxStack::PropertyId id = 0;
+    std::uint8_t dataType = 0;
+    std::uint16_t mostElements = 1;
+    bool writeEnabled = false;
+    std::uint8_t readLevel = 3; ///< access level that reading needs: 0 the most privileged, 3 anybody
+    std::uint8_t writeLevel = 2;
 };
 
 /// A property and its value. All that the objects of a device hold is guarded by one lock of its owner, so
@@ -38,6 +51,8 @@ public:
 
     /// True once it was shown to the bus. Any thread.
     bool IsActive() const;
+    /// Any thread.
+    PropertyDescription Describe(KnxStack::PropertyId id) const;
     bool IsPersistent() const { return m_persistent; }
     bool IsWriteEnabled() const { return m_writeEnabled; }
 
@@ -72,7 +87,14 @@ public:
                                                             int writeEnabled) override;
     KnxStack::IInterfaceObjectProperty* GetProperty(KnxStack::PropertyId id) override;
 
-    /// Makes the property when it is missing, persistent and with bus writes enabled. One with another data
+    /// The same for the bus; null also for one that is hidden.
+    InterfaceObjectProperty* FindShown(KnxStack::PropertyId id);
+    /// The ids of those that are shown, ascending.
+    std::vector<KnxStack::PropertyId> ShownIds() const;
+    /// The persistent properties that have a value, to be loaded again.
+    std::vector<PropertyDefinition> PersistentValues() const;
+
+    /// Makes the property when it is missing. One with another data
     /// type or number of elements keeps its place, is as defined from now on, and loses its value. A named
     /// value replaces the former one. The caller holds the mutex.
     void Load(const PropertyDefinition& definition);

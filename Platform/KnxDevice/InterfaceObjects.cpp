@@ -1,10 +1,12 @@
 #include "KnxDevice/InterfaceObjects.h"
 
+#include <utility>
+
 namespace KnxDevice {
 
 KnxStack::IInterfaceObject* InterfaceObjects::CreateInterfaceObject(std::uint16_t type) {
     const std::lock_guard lock(m_mutex);
-    return m_count < kMostObjects ? &Add(m_byType[type]) : nullptr;
+    return m_inOrder.size() < kMostObjects ? &Add(type) : nullptr;
 }
 
 KnxStack::IInterfaceObject* InterfaceObjects::GetInterfaceObjectById(std::uint32_t id) {
@@ -28,16 +30,43 @@ void InterfaceObjects::Load(std::span<const InterfaceObjectDefinition> definitio
     for (const auto& definition : definitions) {
         auto& instances = m_byType[definition.type];
         while (instances.size() < definition.instance)
-            Add(instances);
+            Add(definition.type);
         for (const auto& property : definition.properties)
             instances[definition.instance - 1u].Load(property);
     }
 }
 
-InterfaceObject& InterfaceObjects::Add(Instances& instances) {
+InterfaceObject& InterfaceObjects::Add(std::uint16_t type) {
+    auto& instances = m_byType[type];
     auto& made = instances.emplace_back(m_mutex);
-    ++m_count;
+    m_inOrder.push_back({{type, static_cast<std::uint16_t>(instances.size())}, &made});
     return made;
+}
+
+std::size_t InterfaceObjects::Count() const {
+    const std::lock_guard lock(m_mutex);
+    return m_inOrder.size();
+}
+
+InterfaceObject* InterfaceObjects::At(std::size_t index) const {
+    const std::lock_guard lock(m_mutex);
+    return index < m_inOrder.size() ? m_inOrder[index].object : nullptr;
+}
+
+InterfaceObjects::Identity InterfaceObjects::IdentityAt(std::size_t index) const {
+    const std::lock_guard lock(m_mutex);
+    return m_inOrder.at(index).identity;
+}
+
+std::vector<InterfaceObjectDefinition> InterfaceObjects::PersistentValues() const {
+    std::vector<InterfaceObjectDefinition> definitions;
+    for (std::size_t index = 0; index < Count(); ++index) {
+        auto values = At(index)->PersistentValues();
+        const auto [type, instance] = IdentityAt(index);
+        if (!values.empty())
+            definitions.push_back({type, instance, std::move(values)});
+    }
+    return definitions;
 }
 
 } // namespace KnxDevice

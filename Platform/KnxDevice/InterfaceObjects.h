@@ -45,6 +45,21 @@ public:
         return std::uint32_t{type} | (instance - 1u) << 16;
     }
 
+    /// For the bus: how many objects there are, and each by its index, the order in which they were made;
+    /// null beyond the last.
+    std::size_t Count() const;
+    InterfaceObject* At(std::size_t index) const;
+    /// Type and instance, counted from 1, of an object with an index below Count().
+    struct Identity {
+        std::uint16_t type = 0;
+        std::uint16_t instance = 0;
+        bool operator==(const Identity&) const = default;
+    };
+    Identity IdentityAt(std::size_t index) const;
+
+    /// The persistent properties that have a value, to be loaded again.
+    std::vector<InterfaceObjectDefinition> PersistentValues() const;
+
     /// Puts the definitions into force, all at once for whoever reads. What is missing is made, instances up
     /// to the one that is defined included; each property is loaded as InterfaceObject::Load() says. What is
     /// not named stays as it is. Not bound by the limits: the definitions keep to them, what the program made
@@ -54,11 +69,15 @@ public:
 private:
     using Instances = std::deque<InterfaceObject>; // never moved when another is added
 
-    InterfaceObject& Add(Instances& instances);
+    InterfaceObject& Add(std::uint16_t type);
 
-    std::mutex m_mutex; // guards what follows, and all that is in it
+    mutable std::mutex m_mutex; // guards what follows, and all that is in it
     std::map<std::uint16_t, Instances> m_byType;
-    std::size_t m_count = 0;
+    struct Made {
+        Identity identity;
+        InterfaceObject* object;
+    };
+    std::vector<Made> m_inOrder;
 };
 
 } // namespace KnxDevice
