@@ -1,6 +1,6 @@
 #include "DeviceStackServer/StateFiles.h"
 
-#include "DeviceStackServer/Files.h"
+#include "DaemonSupport/Files.h"
 
 #include <boost/asio/post.hpp>
 #include <fmt/format.h>
@@ -52,7 +52,7 @@ std::string StateFiles::Open() {
 std::string StateFiles::Read(Milliseconds utc, StateImage& image) {
     const auto read = [&](const char* name, std::string (*take)(std::string_view, StateImage&)) {
         std::string error;
-        const auto content = ReadFile(PathOf(name), error);
+        const auto content = DaemonSupport::ReadFile(PathOf(name), error);
         return content ? take(*content, image) : error;
     };
     if (const auto error = read(ProjectFile::kIdsFile, ReadIds); !error.empty())
@@ -66,7 +66,7 @@ void StateFiles::SetValuesAside(const std::string& error, Milliseconds utc) cons
     const auto path = PathOf(kValues);
     auto mark = "unreadable-" + UtcText(utc);
     std::replace(mark.begin(), mark.end(), ':', '-');
-    const auto aside = SetAside(path, mark);
+    const auto aside = DaemonSupport::SetAside(path, mark);
     LOG4CPLUS_ERROR(Log(), path << " cannot be read (" << error << "); it is "
                                 << (aside.empty() ? "left where it is" : "kept as " + aside)
                                 << ", and the device stack starts without it.");
@@ -97,7 +97,7 @@ void StateFiles::WritePending(const std::string& path) {
         const std::lock_guard lock(m_mutex);
         content = std::move(m_pending.extract(path).mapped());
     }
-    const auto error = WriteFileAtomically(path, content);
+    const auto error = DaemonSupport::WriteFileAtomically(path, content);
     if (error.empty())
         return;
     m_onFailed();

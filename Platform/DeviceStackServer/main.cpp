@@ -1,6 +1,6 @@
 #include "DaemonSupport/LogSettings.h"
 #include "DeviceStackServer/Configuration.h"
-#include "DeviceStackServer/Files.h"
+#include "DaemonSupport/Files.h"
 #include "DeviceStackServer/Server.h"
 #include "DeviceStackServer/StateFiles.h"
 #include "ProjectFile/JsonMembers.h"
@@ -41,7 +41,7 @@ struct Options {
 std::string ReadFile(const Options& options, Configuration& configuration) {
     const auto path = options.ConfigPath();
     std::string error;
-    const auto text = DeviceStackServer::ReadFile(path, error);
+    const auto text = DaemonSupport::ReadFile(path, error);
     if (!error.empty())
         return path + ": cannot be read: " + error;
     if (text)

@@ -41,7 +41,9 @@ ApplicationThread::~ApplicationThread() {
     m_thread.join();
 }
 
-void ApplicationThread::Start() {
+void ApplicationThread::Start(bool restartPending) {
+    if (restartPending)
+        m_lifecycle.RestartDevice();
     m_thread = std::thread([this] { Run(); });
     pthread_setname_np(m_thread.native_handle(), "application");
 }
@@ -158,7 +160,7 @@ bool ApplicationThread::TakeRequests(Work& work) {
 
 void ApplicationThread::Take(StartupState report) {
     m_lifecycle.OnReport(report, Clock::now());
-    m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
+    TellWhetherRestartIsPending();
     if (report == StartupState::Running)
         LOG4CPLUS_INFO(Log(), "the application program is configured and running");
     else if (report == StartupState::Failed)
@@ -187,7 +189,7 @@ void ApplicationThread::Perform(Step step) {
 
 void ApplicationThread::CallInit() {
     LOG4CPLUS_INFO(Log(), "starting the application program");
-    m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
+    TellWhetherRestartIsPending();
     m_lifecycle.OnCalling(Step::Start, Clock::now());
     auto state = StartupState::Failed;
     try {
@@ -217,7 +219,14 @@ void ApplicationThread::CallDeviceRestart() {
                                            CurrentExceptionText()));
     }
     m_lifecycle.OnReturned(state, Clock::now());
-    m_hub.SetDeviceRestartPending(m_lifecycle.IsDeviceRestartPending());
+    TellWhetherRestartIsPending();
+}
+
+void ApplicationThread::TellWhetherRestartIsPending() {
+    const bool pending = m_lifecycle.IsDeviceRestartPending();
+    m_hub.SetDeviceRestartPending(pending);
+    if (std::exchange(m_restartPending, pending) && !pending)
+        m_reloadSource.OnRestartFinished();
 }
 
 void ApplicationThread::StopProgram() {
@@ -256,13 +265,12 @@ void ApplicationThread::Reload() {
 }
 
 void ApplicationThread::RestartDevice() {
-    LOG4CPLUS_INFO(Log(), "a download has ended; reading the device's part of the configuration again");
     if (!m_reloadSource.Read(ReloadSource::Scope::Device))
         return;
     LoadAnew(ReloadSource::Scope::Device);
     // Nothing is delivered between this and the call of OnDeviceRestart, which is due at once.
     m_lifecycle.RestartDevice();
-    m_hub.SetDeviceRestartPending(true);
+    TellWhetherRestartIsPending();
 }
 
 void ApplicationThread::LoadAnew(ReloadSource::Scope scope) {

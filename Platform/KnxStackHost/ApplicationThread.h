@@ -36,6 +36,9 @@ public:
 
     /// Puts what was read into force: everything while there is no program, the device while it may run.
     virtual void Apply(Scope scope) = 0;
+
+    /// The program has come to a final state after the device's restart.
+    virtual void OnRestartFinished() = 0;
 };
 
 /// Makes all lifecycle calls and all group value callbacks of the program, one at a time and in order. Others
@@ -54,8 +57,9 @@ public:
     ApplicationThread(const ApplicationThread&) = delete;
     ApplicationThread& operator=(const ApplicationThread&) = delete;
 
-    /// Begins with the first start of the program.
-    void Start();
+    /// Begins with the first start of the program; with `restartPending` the device's restart follows it, as
+    /// it was pending when the daemon ended.
+    void Start(bool restartPending);
 
     /// Any thread; none of these waits for the program.
     void Post(Callback callback);
@@ -98,6 +102,7 @@ private:
     void Take(StartupState report);
     void Deliver(const Callback& callback);
     void PostReport(StartupState state);
+    void TellWhetherRestartIsPending();
 
     const ProgramLibrary m_library;
     GroupValueService& m_service;
@@ -108,6 +113,7 @@ private:
     // Application thread only.
     ProgramLifecycle m_lifecycle;
     KnxStack::IApplicationProgram* m_program = nullptr;
+    bool m_restartPending = false; // as it was told last
     Notices m_thrown;
     std::uint64_t m_undelivered = 0;
 

@@ -13,7 +13,7 @@ public:
     BlockedSignals() {
         sigset_t signals;
         sigemptyset(&signals);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2})
             sigaddset(&signals, signal);
         pthread_sigmask(SIG_BLOCK, &signals, &m_former);
     }

@@ -35,8 +35,13 @@ const char* FlagRefusal(GroupServiceKind kind) {
 
 BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> tunnels,
                      const KnxDevice::GroupObjects& objects, BusPorts& ports)
-    : m_own(own), m_tunnels(tunnels.begin(), tunnels.end()), m_inside(m_tunnels), m_objects(objects),
-      m_ports(ports) {
+    : m_tunnels(tunnels.begin(), tunnels.end()), m_objects(objects), m_ports(ports) {
+    SetOwnAddress(own);
+}
+
+void BusRouter::SetOwnAddress(IndividualAddress own) {
+    m_own = own;
+    m_inside = m_tunnels;
     m_inside.push_back(own);
     std::sort(m_inside.begin(), m_inside.end());
 }
@@ -69,6 +74,12 @@ void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
     PassToDevice(telegram, sender);
 }
 
+void BusRouter::FromManagement(LData telegram) {
+    telegram.source = m_own;
+    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToInterface(telegram);
+}
+
 bool BusRouter::IsOwn(IndividualAddress address) const {
     return std::binary_search(m_inside.begin(), m_inside.end(), address);
 }
@@ -79,8 +90,13 @@ void BusRouter::PassToInterface(const LData& telegram) {
 }
 
 void BusRouter::PassToDevice(const LData& telegram, std::uint16_t sender) {
-    if (!telegram.IsGroupData())
+    if (!telegram.IsGroupData()) {
+        const bool forDevice =
+            telegram.IsToGroup() ? telegram.destination == 0 : telegram.IndividualDestination() == m_own;
+        if (forDevice)
+            m_ports.ToManagement(telegram);
         return;
+    }
     const auto service = KnxFrames::ReadGroupService(telegram.tpdu);
     if (!service) {
         ReportUnusable(telegram, service.Error().cause);

@@ -24,6 +24,8 @@ public:
     virtual void ToInterface(const KnxFrames::LData& telegram) = 0;
     /// To the application program.
     virtual void ToProgram(Callback callback) = 0;
+    /// To the device's management: what is addressed to the device itself, and broadcasts.
+    virtual void ToManagement(const KnxFrames::LData& telegram) = 0;
 };
 
 /// Joins tunnels, interface and device to one bus: what one sends, all others get. A telegram to the
@@ -42,6 +44,11 @@ public:
     void FromInterface(const KnxFrames::LData& telegram);
     /// A telegram of the group object `sender` of this device; the source is filled in here.
     void FromDevice(KnxFrames::LData telegram, std::uint16_t sender);
+    /// A telegram of this device's management, likewise.
+    void FromManagement(KnxFrames::LData telegram);
+
+    /// The device has another individual address.
+    void SetOwnAddress(KnxFrames::IndividualAddress own);
 
     /// Logs how many telegrams went nowhere, if any did.
     void ReportCounts() const;
@@ -53,7 +60,7 @@ private:
     void ReportUnusable(const KnxFrames::LData& telegram, const char* cause);
     void ReportUnheard(Notices& notices, const KnxFrames::LData& telegram, const char* cause);
 
-    const KnxFrames::IndividualAddress m_own;
+    KnxFrames::IndividualAddress m_own;
     const std::vector<KnxFrames::IndividualAddress> m_tunnels;
     std::vector<KnxFrames::IndividualAddress> m_inside; // sorted: own and tunnels
     const KnxDevice::GroupObjects& m_objects;

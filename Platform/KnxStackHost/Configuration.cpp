@@ -7,6 +7,7 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -35,14 +36,46 @@ bool IsOfThisMachine(const in_addr& address) {
     return found;
 }
 
+/// The manufacturer, and four octets that are the same at each start and differ from those of other devices:
+/// a hash of the machine's id, the configuration's directory and the device's name.
+KnxDevice::SerialNumber OwnSerialNumber(const Configuration& configuration) {
+    std::ifstream file("/etc/machine-id");
+    std::string text;
+    std::getline(file, text);
+    text += ':' + configuration.directory + ':' + configuration.deviceName;
+    std::uint32_t hash = 0x811C9DC5; // FNV-1a, 32 bits
+    for (const char character : text)
+        hash = (hash ^ static_cast<unsigned char>(character)) * 0x01000193;
+    const auto octet = [](std::uint32_t number, unsigned shift) {
+        return static_cast<std::uint8_t>(number >> shift);
+    };
+    const auto manufacturer = configuration.device.manufacturer;
+    return {octet(manufacturer, 8), octet(manufacturer, 0), octet(hash, 24),
+            octet(hash, 16),        octet(hash, 8),         octet(hash, 0)};
+}
+
 } // namespace
 
-KnxDevice::GroupObjectTable Configuration::MakeTable() const {
+std::vector<KnxDevice::GroupObjectDefinition> Configuration::Definitions() const {
     std::vector<KnxDevice::GroupObjectDefinition> definitions;
     definitions.reserve(groupObjects.size());
     for (const auto& object : groupObjects)
         definitions.push_back(object.definition);
-    return KnxDevice::GroupObjectTable(definitions);
+    return definitions;
+}
+
+KnxDevice::GroupObjectTable Configuration::MakeTable() const {
+    return KnxDevice::GroupObjectTable(Definitions());
+}
+
+KnxDevice::DeviceIdentity Configuration::MakeIdentity() const {
+    KnxDevice::DeviceIdentity identity;
+    identity.factoryAddress = individualAddress;
+    identity.manufacturer = device.manufacturer;
+    identity.hardwareType = device.hardwareType;
+    std::copy(device.order.begin(), device.order.end(), identity.order.begin());
+    identity.serialNumber = device.serialNumber.value_or(OwnSerialNumber(*this));
+    return identity;
 }
 
 bool IsIpv4Address(const std::string& text) {

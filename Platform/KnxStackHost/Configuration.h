@@ -1,8 +1,10 @@
 // What knxstackd.json says.
 #pragma once
 
+#include "KnxDevice/Device.h"
 #include "KnxDevice/GroupObjectTable.h"
 #include "KnxDevice/InterfaceObjects.h"
+#include "ProjectFile/Project.h"
 #include "ValueConverter/DatapointTypes.h"
 
 #include <cstdint>
@@ -52,6 +54,17 @@ struct ConfiguredObject {
     std::optional<Datapoint::Number> dpt; ///< none when only a size was given
 };
 
+/// What tools see of the device itself.
+struct DeviceSettings {
+    std::string image; ///< absolute path of the file with what tools have changed; "" = none
+    std::optional<KnxDevice::SerialNumber> serialNumber;
+    std::uint16_t manufacturer = 0;
+    KnxDevice::SerialNumber hardwareType{};
+    std::string order; ///< at most 10 characters
+
+    bool operator==(const DeviceSettings&) const = default;
+};
+
 struct ProgramSettings {
     std::string library; ///< absolute path, or a bare file name for the loader to find
     std::map<std::string, std::string> settings;
@@ -66,6 +79,7 @@ struct Configuration {
     std::string directory; ///< of the file; absolute
     KnxFrames::IndividualAddress individualAddress;
     std::string deviceName = "knxstackd"; ///< at most 29 bytes
+    DeviceSettings device;
     ServerSettings server;
     std::optional<InterfaceSettings> interface;
     std::vector<ConfiguredObject> groupObjects;
@@ -77,8 +91,13 @@ struct Configuration {
     std::string project;           ///< absolute path; "" = none
     LogSettings log;
 
+    ProjectFile::CoRange translationRange; ///< of the project
+
+    std::vector<KnxDevice::GroupObjectDefinition> Definitions() const;
     /// The tables of the group objects.
     KnxDevice::GroupObjectTable MakeTable() const;
+    /// Who the device is, with a serial number of its own when none was given.
+    KnxDevice::DeviceIdentity MakeIdentity() const;
 };
 
 /// The most that the files of "applicationProgram" may hold, in bytes.

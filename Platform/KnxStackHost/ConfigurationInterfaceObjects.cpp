@@ -13,10 +13,7 @@ using KnxDevice::InterfaceObject;
 using KnxDevice::InterfaceObjects;
 using ProjectFile::Place;
 
-namespace {
-
-/// Two digits per byte, without anything between them.
-std::optional<std::vector<std::uint8_t>> BytesOf(std::string_view digits) {
+std::optional<std::vector<std::uint8_t>> ConfigurationReader::BytesOfDigits(std::string_view digits) {
     if (digits.size() % 2 != 0)
         return std::nullopt;
     std::vector<std::uint8_t> bytes;
@@ -29,8 +26,6 @@ std::optional<std::vector<std::uint8_t>> BytesOf(std::string_view digits) {
     }
     return bytes;
 }
-
-} // namespace
 
 void ConfigurationReader::ReadInterfaceObjects(Members& root) {
     const auto* objects = root.Array("interfaceObjects");
@@ -104,7 +99,7 @@ void ConfigurationReader::ReadPropertyValue(Members& members, const KnxDevice::P
     if (!digits)
         return;
     const auto place = members.PlaceOf("value");
-    const auto bytes = BytesOf(*digits);
+    const auto bytes = BytesOfDigits(*digits);
     if (!bytes) {
         m_errors.Add(place, fmt::format("\"{}\" must be bytes of two hexadecimal digits each, such as \"40\"",
                                         *digits));

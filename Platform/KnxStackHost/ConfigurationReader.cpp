@@ -21,6 +21,8 @@ namespace {
 
 constexpr std::size_t kLongestDeviceName = 29; // the field of the device information ends with a zero
 
+constexpr std::size_t kLongestOrder = 10;
+
 constexpr std::size_t kMostTunnels = 255; // a channel has one byte
 
 } // namespace
@@ -54,7 +56,9 @@ void ConfigurationReader::ReadDevice(Members& root) {
     const auto* object = root.Require("device") ? root.Object("device") : nullptr;
     if (object == nullptr)
         return;
-    Members device(*object, root.PlaceOf("device"), m_errors, {"individualAddress", "name"});
+    Members device(
+        *object, root.PlaceOf("device"), m_errors,
+        {"individualAddress", "name", "image", "serialNumber", "manufacturer", "hardwareType", "order"});
     if (device.Require("individualAddress")) {
         const auto place = device.PlaceOf("individualAddress");
         if (const auto address = IndividualAddressOf(device.At("individualAddress"), place))
@@ -65,6 +69,35 @@ void ConfigurationReader::ReadDevice(Members& root) {
             m_errors.Add(device.PlaceOf("name"), fmt::format("must have 1 to {} bytes", kLongestDeviceName));
         m_result.deviceName = *name;
     }
+    ReadIdentity(device);
+}
+
+void ConfigurationReader::ReadIdentity(Members& device) {
+    auto& settings = m_result.device;
+    settings.image = device.Path("image", m_result.directory).value_or("");
+    settings.serialNumber = ReadSixOctets(device, "serialNumber");
+    settings.manufacturer = static_cast<std::uint16_t>(device.Number("manufacturer", 0, 0xFFFF).value_or(0));
+    settings.hardwareType = ReadSixOctets(device, "hardwareType").value_or(settings.hardwareType);
+    settings.order = device.Text("order").value_or("");
+    if (settings.order.size() > kLongestOrder)
+        m_errors.Add(device.PlaceOf("order"), fmt::format("must have at most {} bytes", kLongestOrder));
+}
+
+std::optional<KnxDevice::SerialNumber> ConfigurationReader::ReadSixOctets(Members& members,
+                                                                          std::string_view name) {
+    const auto digits = members.Text(name);
+    if (!digits)
+        return std::nullopt;
+    const auto bytes = BytesOfDigits(*digits);
+    KnxDevice::SerialNumber octets{};
+    if (bytes && bytes->size() == octets.size())
+        std::copy(bytes->begin(), bytes->end(), octets.begin());
+    else
+        m_errors.Add(members.PlaceOf(name),
+                     fmt::format("\"{}\" must be 6 bytes of two hexadecimal digits each, such as "
+                                 "\"00fa12345678\"",
+                                 *digits));
+    return octets;
 }
 
 void ConfigurationReader::ReadServer(Members& root) {

@@ -26,6 +26,10 @@ private:
     using Members = ProjectFile::JsonMembers;
 
     void ReadDevice(Members& root);
+    void ReadIdentity(Members& device);
+    /// Bytes of two hexadecimal digits each, without anything between them.
+    static std::optional<std::vector<std::uint8_t>> BytesOfDigits(std::string_view digits);
+    std::optional<KnxDevice::SerialNumber> ReadSixOctets(Members& members, std::string_view name);
     void ReadServer(Members& root);
     void ReadTunnels(Members& server);
     void ReadInterface(Members& root);

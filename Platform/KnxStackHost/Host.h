@@ -6,9 +6,12 @@
 #include "KnxDevice/InterfaceObjects.h"
 #include "KnxStackHost/ApplicationThread.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/DeviceManagement.h"
 #include "KnxStackHost/LinkThread.h"
 
+#include <atomic>
 #include <functional>
+#include <mutex>
 #include <optional>
 
 namespace KnxStackHost {
@@ -35,20 +38,38 @@ private:
     bool Read(Scope scope) override;
     bool ChangesGroupObjects() const override;
     void Apply(Scope scope) override;
+    void OnRestartFinished() override;
+    void ConnectManagement();
+    void OnDownloaded(LoadedDevice loaded);
+    void Unload();
+    bool TakeDownload();
+    KnxDevice::GroupObjectTable TableOf(const LoadedDevice& loaded) const;
+    void ReplaceTable(KnxDevice::GroupObjectTable table);
+    void ApplyConfiguration(Scope scope);
     void ApplySettings();
     void Terminate();
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
     Configuration m_configuration; // as started; what is in the next three is not here
     const ReadConfiguration m_read;
-    KnxDevice::GroupObjects m_objects;
     KnxDevice::InterfaceObjects m_interfaceObjects;
+    DeviceManagement m_management; // link thread only, once that runs
+    KnxDevice::GroupObjects m_objects;
     KnxDevice::DownloadedData m_downloaded;
     LinkThread m_link;
     GroupValueService m_service;
     ApplicationThread m_application;
-    std::optional<Configuration> m_next; // application thread only, between Read() and Apply()
-    bool m_terminating = false;          // link thread only, like the next
+    std::mutex m_tableMutex; // so that one thread at a time replaces the table of m_objects
+    std::mutex m_downloadMutex;
+    std::optional<LoadedDevice> m_download; // waits for the application thread; guarded by m_downloadMutex
+    std::atomic<bool> m_isUnloaded{false};  // group communication rests until the end of a download
+
+    // Application thread only, once that runs.
+    std::optional<LoadedDevice> m_loaded; // in force instead of the configuration's
+    std::optional<Configuration> m_next;  // between Read() and Apply(); none for a download by bus
+    KnxDevice::GroupObjectTable m_nextTable;
+
+    bool m_terminating = false; // link thread only, like the next
     bool m_abandoned = false;
 };
 

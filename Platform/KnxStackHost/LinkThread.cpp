@@ -38,11 +38,12 @@ class LinkThread::Implementation final : private BusPorts {
 public:
     explicit Implementation(const Configuration& configuration) : m_configuration(configuration) {}
 
-    void Open(const KnxDevice::GroupObjects& objects, std::function<void(Callback)> toProgram,
-              Requests requests) {
+    void Open(const KnxDevice::GroupObjects& objects, DeviceManagement& management,
+              std::function<void(Callback)> toProgram, Requests requests) {
         m_toProgram = std::move(toProgram);
         m_requests = std::move(requests);
-        m_router.emplace(m_configuration.individualAddress, m_configuration.server.tunnels, objects,
+        m_management = &management;
+        m_router.emplace(management.Address(), m_configuration.server.tunnels, objects,
                          static_cast<BusPorts&>(*this));
         if (m_configuration.server.enabled)
             m_server.emplace(m_context, m_configuration, [this](std::uint8_t tunnel, const LData& telegram) {
@@ -53,6 +54,7 @@ public:
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
         m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
         m_signals->add(SIGUSR1);
+        m_signals->add(SIGUSR2);
     }
 
     std::uint16_t Port() const { return m_server ? m_server->Port() : 0; }
@@ -86,6 +88,15 @@ public:
             m_router->ReportCounts();
         });
     }
+
+    /// Not at once: what is being passed on, and its confirmation, come first.
+    void SendFromDevice(const LData& telegram) {
+        asio::post(m_context, [this, telegram] { m_router->FromManagement(telegram); });
+    }
+
+    void OnReaddressed() { m_router->SetOwnAddress(m_management->Address()); }
+
+    void Post(std::function<void()> work) { asio::post(m_context, std::move(work)); }
 
     void After(std::chrono::milliseconds delay, std::function<void()> late) {
         asio::post(m_context, [this, delay, late = std::move(late)] {
@@ -129,6 +140,16 @@ private:
 
     void ToProgram(Callback callback) override { m_toProgram(std::move(callback)); }
 
+    void ToManagement(const LData& telegram) override {
+        m_management->OnTelegram(std::chrono::steady_clock::now(), telegram);
+        m_managementDeadline.Set(m_management->NextTime());
+    }
+
+    std::optional<TimePoint> OnManagementTime() {
+        m_management->OnTime(std::chrono::steady_clock::now());
+        return m_management->NextTime();
+    }
+
     void SendOutgoing() {
         std::vector<Outgoing> outgoing;
         {
@@ -155,6 +176,7 @@ private:
             switch (signal) {
             case SIGHUP: m_requests.reload(); break;
             case SIGUSR1: m_requests.restartDevice(); break;
+            case SIGUSR2: m_management->SetProgrammingMode(!m_management->IsInProgrammingMode()); break;
             default: m_requests.terminate();
             }
         });
@@ -167,6 +189,8 @@ private:
     asio::io_context m_context{1};
     std::optional<asio::signal_set> m_signals;
     std::list<asio::steady_timer> m_timers;
+    DeviceManagement* m_management = nullptr;
+    Deadline m_managementDeadline{m_context, [this] { return OnManagementTime(); }};
     std::optional<BusRouter> m_router;
     std::optional<ServerLink> m_server;
     std::optional<InterfaceLink> m_interface;
@@ -180,9 +204,9 @@ LinkThread::LinkThread(const Configuration& configuration)
 
 LinkThread::~LinkThread() = default;
 
-void LinkThread::Open(const KnxDevice::GroupObjects& objects, std::function<void(Callback)> toProgram,
-                      Requests requests) {
-    m_implementation->Open(objects, std::move(toProgram), std::move(requests));
+void LinkThread::Open(const KnxDevice::GroupObjects& objects, DeviceManagement& management,
+                      std::function<void(Callback)> toProgram, Requests requests) {
+    m_implementation->Open(objects, management, std::move(toProgram), std::move(requests));
 }
 
 std::uint16_t LinkThread::Port() const {
@@ -199,6 +223,18 @@ void LinkThread::Run() {
 
 void LinkThread::Close() {
     m_implementation->Close();
+}
+
+void LinkThread::SendFromDevice(const LData& telegram) {
+    m_implementation->SendFromDevice(telegram);
+}
+
+void LinkThread::OnReaddressed() {
+    m_implementation->OnReaddressed();
+}
+
+void LinkThread::Post(std::function<void()> work) {
+    m_implementation->Post(std::move(work));
 }
 
 void LinkThread::After(std::chrono::milliseconds delay, std::function<void()> late) {

@@ -3,6 +3,7 @@
 
 #include "KnxStackHost/BusRouter.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/DeviceManagement.h"
 #include "KnxStackHost/GroupValueService.h"
 
 #include <functional>
@@ -32,10 +33,16 @@ public:
     explicit LinkThread(const Configuration& configuration);
     ~LinkThread() override;
 
-    /// Opens the sockets; telegrams are routed between tunnels, interface, device and `toProgram` once Run()
-    /// is entered. `objects` outlives this object. Throws LinkError.
-    void Open(const KnxDevice::GroupObjects& objects, std::function<void(Callback)> toProgram,
-              Requests requests);
+    /// Opens the sockets; telegrams are routed between tunnels, interface, device, its `management` and
+    /// `toProgram` once Run() is entered. `objects` and `management` outlive this object. Throws LinkError.
+    void Open(const KnxDevice::GroupObjects& objects, DeviceManagement& management,
+              std::function<void(Callback)> toProgram, Requests requests);
+
+    /// A telegram of the device's management to the bus. Thread of Run().
+    void SendFromDevice(const KnxFrames::LData& telegram);
+
+    /// The management has another individual address. Thread of Run().
+    void OnReaddressed();
 
     /// UDP port that the server listens on; 0 without a server.
     std::uint16_t Port() const;
@@ -49,6 +56,9 @@ public:
     /// Ends every tunnel and the connection to the interface with a DISCONNECT_REQUEST, then Run(). Any
     /// thread.
     void Close();
+
+    /// Calls `work` on the thread of Run(), unless that has returned before. Any thread.
+    void Post(std::function<void()> work);
 
     /// Calls `late` on the thread of Run() after `delay`, unless that has returned before. Any thread.
     void After(std::chrono::milliseconds delay, std::function<void()> late);

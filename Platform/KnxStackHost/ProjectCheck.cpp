@@ -153,6 +153,7 @@ void CheckProjectFile(Configuration& configuration) {
     const auto loaded = ProjectFile::LoadProject(configuration.project);
     if (!loaded)
         throw ConfigurationError(loaded.Error());
+    configuration.translationRange = loaded.project->translationRange;
     for (auto& object : configuration.groupObjects)
         if (loaded.project->translationRange.Contains(object.definition.number))
             object.definition.ownTelegrams = false;

@@ -110,12 +110,12 @@ protected:
     Application() { s_script = {&m_journal, RunAtOnce, RunAtOnce, {}, {}}; }
     ~Application() override { m_thread.reset(); }
 
-    void Start() {
+    void Start(bool restartPending = false) {
         m_thread = std::make_unique<ApplicationThread>(
             ProgramLibrary{Create, Destroy}, DeviceServices{m_service, m_interfaceObjects, m_downloaded},
             ApiHub::Settings{{"key", "value"}}, static_cast<ReloadSource&>(*this),
             [this] { m_journal.Add("ended"); });
-        m_thread->Start();
+        m_thread->Start(restartPending);
     }
 
     bool Read(Scope scope) override {
@@ -128,6 +128,7 @@ protected:
         if (m_inApply)
             m_inApply();
     }
+    void OnRestartFinished() override { m_journal.Add("restart finished"); }
 
     static std::string NameOf(Scope scope) { return scope == Scope::Device ? "device" : "everything"; }
 
@@ -322,10 +323,10 @@ TEST_F(Application, ADeviceRestartLoadsTheDeviceAndIsToldToTheRunningProgram) {
     Start();
     m_journal.Wait(2);
     m_thread->RequestDeviceRestart();
-    m_journal.Wait(5);
+    m_journal.Wait(6);
     m_thread->Post(WriteTo(1, 1));
-    EXPECT_THAT(m_journal.Wait(6), ElementsAre("create", "init", "read device", "apply device",
-                                               "restart, pending", "write 1 01"));
+    EXPECT_THAT(m_journal.Wait(7), ElementsAre("create", "init", "read device", "apply device",
+                                               "restart, pending", "restart finished", "write 1 01"));
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
 }
 
@@ -341,8 +342,9 @@ TEST_F(Application, ADeviceRestartHoldsTelegramsUntilTheProgramReportsThatItRuns
     EXPECT_TRUE(m_thread->Hub().IsDeviceRestartPending());
     m_journal.Add("reports");
     m_thread->Hub().OnApplicationProgramStartupStateChanged(State::Running);
-    EXPECT_THAT(m_journal.Wait(8), ElementsAre("create", "init", "read device", "apply device",
-                                               "restart, pending", "reports", "write 2 07", "write 2 08"));
+    EXPECT_THAT(m_journal.Wait(9),
+                ElementsAre("create", "init", "read device", "apply device", "restart, pending", "reports",
+                            "restart finished", "write 2 07", "write 2 08"));
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
 }
 
@@ -351,9 +353,7 @@ TEST_F(Application, ADeviceRestartThatReturnsRunningIsOver) {
     Start();
     m_journal.Wait(2);
     m_thread->RequestDeviceRestart();
-    m_journal.Wait(5);
-    m_thread->Post(WriteTo(1, 1));
-    m_journal.Wait(6);
+    EXPECT_EQ("restart finished", m_journal.Wait(6).back());
     EXPECT_FALSE(m_thread->Hub().IsDeviceRestartPending());
 }
 
@@ -365,8 +365,8 @@ TEST_F(Application, ADeviceRestartWithOtherObjectsDropsWhatWasForTheFormerOnesAl
     m_journal.Wait(2);
     m_thread->Post(WriteTo(2, 7));
     m_thread->RequestDeviceRestart();
-    EXPECT_THAT(m_journal.Wait(6), ElementsAre("create", "init", "read device", "apply device",
-                                               "restart, pending", "write 2 08"));
+    EXPECT_THAT(m_journal.Wait(7), ElementsAre("create", "init", "read device", "apply device",
+                                               "restart, pending", "restart finished", "write 2 08"));
 }
 
 TEST_F(Application, ARefusedDeviceChangesNothing) {
@@ -391,9 +391,21 @@ TEST_F(Application, AFailedDeviceRestartIsToldToTheNextProgramAsPending) {
     Start();
     m_journal.Wait(3);
     m_thread->RequestDeviceRestart();
-    EXPECT_THAT(m_journal.Wait(12), ElementsAre("create", "init", "init, not pending", "read device",
-                                                "apply device", "restart, pending", "exit", "delete",
-                                                "create", "init", "init, pending", "restart, pending"));
+    EXPECT_THAT(m_journal.Wait(13),
+                ElementsAre("create", "init", "init, not pending", "read device", "apply device",
+                            "restart, pending", "exit", "delete", "create", "init", "init, pending",
+                            "restart, pending", "restart finished"));
+}
+
+TEST_F(Application, ARestartThatWasPendingAtTheStartFollowsIt) {
+    s_script.init = [&](KnxStack::IApiHub& hub) {
+        m_journal.Add(hub.IsDeviceRestartPending() ? "init, pending" : "init, not pending");
+        return RunAtOnce(hub);
+    };
+    constexpr bool kRestartPending = true;
+    Start(kRestartPending);
+    EXPECT_THAT(m_journal.Wait(5),
+                ElementsAre("create", "init", "init, pending", "restart, pending", "restart finished"));
 }
 
 TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {

@@ -32,6 +32,10 @@ public:
                                    callback.value.GetRawData().ToString()));
     }
 
+    void ToManagement(const LData& telegram) override {
+        went.push_back(fmt::format("management: {}", KnxFrames::Describe(telegram)));
+    }
+
     std::vector<std::string> went;
 };
 
@@ -128,14 +132,52 @@ TEST_F(Router, WhatTheDeviceCannotUseIsPassedOnAllTheSame) {
 
 TEST_F(Router, ATelegramToAnAddressOfThisHostStaysInside) {
     m_router.FromTunnel(0, ToDevice(kTunnels[0], kTunnels[1]));
-    m_router.FromTunnel(0, ToDevice(kTunnels[0], kOwn));
-    EXPECT_EQ(2u, m_ports.went.size());
-    for (const auto& each : m_ports.went)
-        EXPECT_EQ("tunnels but 0", each.substr(0, 13));
+    EXPECT_EQ(1u, m_ports.went.size());
+    EXPECT_EQ("tunnels but 0", m_ports.went.at(0).substr(0, 13));
     m_ports.went.clear();
     m_router.FromTunnel(0, ToDevice(kTunnels[0], kSensor));
     EXPECT_EQ(2u, m_ports.went.size());
     EXPECT_EQ("interface", m_ports.went.at(1).substr(0, 9));
+}
+
+TEST_F(Router, WhatIsForTheDeviceItselfGoesToItsManagement) {
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kOwn));
+    ASSERT_EQ(2u, m_ports.went.size());
+    EXPECT_EQ("tunnels but 0", m_ports.went[0].substr(0, 13));
+    EXPECT_EQ("management: 1.1.251 -> 1.1.250", m_ports.went[1].substr(0, 30));
+    m_ports.went.clear();
+    m_router.FromInterface(ToDevice(kSensor, kOwn));
+    ASSERT_EQ(2u, m_ports.went.size());
+    EXPECT_EQ("management: 1.1.4 -> 1.1.250", m_ports.went[1].substr(0, 28));
+}
+
+TEST_F(Router, ABroadcastGoesToManagementToo) {
+    m_router.FromInterface(Telegram(kSensor, {0x01, 0x00}, GroupAddress())); // A_IndividualAddress_Read
+    ASSERT_EQ(2u, m_ports.went.size());
+    EXPECT_EQ("management: 1.1.4", m_ports.went[1].substr(0, 17));
+}
+
+TEST_F(Router, WhatManagementSendsGoesOutWithTheDevicesAddress) {
+    m_router.FromManagement(ToDevice({}, kSensor));
+    ASSERT_EQ(2u, m_ports.went.size());
+    EXPECT_EQ("tunnels: 1.1.250 -> 1.1.4", m_ports.went[0].substr(0, 25));
+    EXPECT_EQ("interface: 1.1.250 -> 1.1.4", m_ports.went[1].substr(0, 27));
+}
+
+TEST_F(Router, ANewAddressOfTheDeviceCountsFromThenOn) {
+    constexpr IndividualAddress kNew(1, 1, 249);
+    m_router.SetOwnAddress(kNew);
+    m_router.FromInterface(ToDevice(kSensor, kOwn));
+    EXPECT_EQ(1u, m_ports.went.size()) << "the former address is somebody else's";
+    m_ports.went.clear();
+    m_router.FromInterface(ToDevice(kSensor, kNew));
+    EXPECT_EQ(2u, m_ports.went.size());
+    m_ports.went.clear();
+    m_router.FromDevice(WriteOne({}), 1);
+    EXPECT_EQ("tunnels: 1.1.249 -> 1/2/3", m_ports.went.at(0).substr(0, 25));
+    m_ports.went.clear();
+    m_router.FromInterface(WriteOne(kNew));
+    EXPECT_THAT(m_ports.went, IsEmpty()) << "an echo";
 }
 
 } // namespace

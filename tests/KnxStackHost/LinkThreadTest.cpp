@@ -30,7 +30,7 @@ Configuration OneTunnel() {
 class Link : public testing::Test {
 protected:
     void Serve() {
-        m_link.Open(m_objects,
+        m_link.Open(m_objects, m_management,
                     [this](const Callback& callback) {
                         ++m_callbacks;
                         if (callback.value.GetAsUnsigned8() == 1)
@@ -60,6 +60,8 @@ protected:
 
     const Configuration m_configuration = OneTunnel();
     KnxDevice::GroupObjects m_objects{TestTable()};
+    KnxDevice::InterfaceObjects m_interfaceObjects;
+    DeviceManagement m_management{m_configuration, m_interfaceObjects};
     LinkThread m_link{m_configuration};
     std::atomic<int> m_callbacks{0};
     std::atomic<int> m_reloads{0};

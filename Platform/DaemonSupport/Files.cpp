@@ -1,4 +1,4 @@
-#include "DeviceStackServer/Files.h"
+#include "DaemonSupport/Files.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -7,7 +7,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace DeviceStackServer {
+namespace DaemonSupport {
 namespace {
 
 std::string LastError() {
@@ -100,4 +100,4 @@ std::string SetAside(const std::string& path, std::string_view mark) {
     return std::rename(path.c_str(), aside.c_str()) == 0 ? aside : std::string();
 }
 
-} // namespace DeviceStackServer
+} // namespace DaemonSupport

@@ -1,11 +1,11 @@
-// Files of the daemon.
+// Files that a daemon keeps.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-namespace DeviceStackServer {
+namespace DaemonSupport {
 
 /// The whole content; nothing when there is no such file. Any other failure is told by `error`, "" otherwise.
 std::optional<std::string> ReadFile(const std::string& path, std::string& error);
@@ -17,4 +17,4 @@ std::string WriteFileAtomically(const std::string& path, std::string_view conten
 /// Moves an unreadable file out of the way, beside itself. The new path; "" when that failed.
 std::string SetAside(const std::string& path, std::string_view mark);
 
-} // namespace DeviceStackServer
+} // namespace DaemonSupport
