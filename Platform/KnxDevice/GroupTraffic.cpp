@@ -144,4 +144,17 @@ SendOutcome ComposeRead(const GroupObjectTable& table, std::uint16_t number, Knx
     return outcome;
 }
 
+SendOutcome ComposeStartupRead(const GroupObjectTable& table, std::uint16_t number,
+                               KnxFrames::LData& telegram) {
+    const auto& object = table.Object(number);
+    if (!object.Exists())
+        return SendOutcome::NoSuchObject;
+    if (!object.flags.Has(Flag::Communication))
+        return SendOutcome::MayNotTransmit;
+    if (object.sendingConnection == 0)
+        return SendOutcome::NoAddress;
+    telegram = TelegramOf(table, object, KnxFrames::MakeGroupRead());
+    return SendOutcome::Composed;
+}
+
 } // namespace KnxDevice

@@ -54,4 +54,8 @@ SendOutcome ComposeValue(const GroupObjectTable& table, std::uint16_t number, Gr
 /// The read request to the object's sending address; needs flags C and T.
 SendOutcome ComposeRead(const GroupObjectTable& table, std::uint16_t number, KnxFrames::LData& telegram);
 
+/// The read request by which the device gets a value when it starts; needs flag C alone.
+SendOutcome ComposeStartupRead(const GroupObjectTable& table, std::uint16_t number,
+                               KnxFrames::LData& telegram);
+
 } // namespace KnxDevice

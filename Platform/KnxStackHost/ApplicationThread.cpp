@@ -160,7 +160,7 @@ bool ApplicationThread::TakeRequests(Work& work) {
 
 void ApplicationThread::Take(StartupState report) {
     m_lifecycle.OnReport(report, Clock::now());
-    TellWhetherRestartIsPending();
+    TellState();
     if (report == StartupState::Running)
         LOG4CPLUS_INFO(Log(), "the application program is configured and running");
     else if (report == StartupState::Failed)
@@ -189,7 +189,7 @@ void ApplicationThread::Perform(Step step) {
 
 void ApplicationThread::CallInit() {
     LOG4CPLUS_INFO(Log(), "starting the application program");
-    TellWhetherRestartIsPending();
+    TellState();
     m_lifecycle.OnCalling(Step::Start, Clock::now());
     auto state = StartupState::Failed;
     try {
@@ -204,11 +204,13 @@ void ApplicationThread::CallInit() {
                                            CurrentExceptionText()));
     }
     m_lifecycle.OnReturned(state, Clock::now());
+    TellState();
 }
 
 void ApplicationThread::CallDeviceRestart() {
     LOG4CPLUS_INFO(Log(), "the device has restarted; the application program starts anew");
     m_lifecycle.OnCalling(Step::RestartDevice, Clock::now());
+    TellState();
     auto state = StartupState::Failed;
     try {
         state = m_program->OnDeviceRestart();
@@ -219,14 +221,17 @@ void ApplicationThread::CallDeviceRestart() {
                                            CurrentExceptionText()));
     }
     m_lifecycle.OnReturned(state, Clock::now());
-    TellWhetherRestartIsPending();
+    TellState();
 }
 
-void ApplicationThread::TellWhetherRestartIsPending() {
+void ApplicationThread::TellState() {
     const bool pending = m_lifecycle.IsDeviceRestartPending();
     m_hub.SetDeviceRestartPending(pending);
     if (std::exchange(m_restartPending, pending) && !pending)
         m_reloadSource.OnRestartFinished();
+    const bool running = m_lifecycle.IsRunning();
+    if (!std::exchange(m_running, running) && running)
+        m_reloadSource.OnProgramRunning();
 }
 
 void ApplicationThread::StopProgram() {
@@ -270,7 +275,7 @@ void ApplicationThread::RestartDevice() {
     LoadAnew(ReloadSource::Scope::Device);
     // Nothing is delivered between this and the call of OnDeviceRestart, which is due at once.
     m_lifecycle.RestartDevice();
-    TellWhetherRestartIsPending();
+    TellState();
 }
 
 void ApplicationThread::LoadAnew(ReloadSource::Scope scope) {

@@ -39,6 +39,9 @@ public:
 
     /// The program has come to a final state after the device's restart.
     virtual void OnRestartFinished() = 0;
+
+    /// The program runs: at first, or again.
+    virtual void OnProgramRunning() = 0;
 };
 
 /// Makes all lifecycle calls and all group value callbacks of the program, one at a time and in order. Others
@@ -102,7 +105,7 @@ private:
     void Take(StartupState report);
     void Deliver(const Callback& callback);
     void PostReport(StartupState state);
-    void TellWhetherRestartIsPending();
+    void TellState();
 
     const ProgramLibrary m_library;
     GroupValueService& m_service;
@@ -114,6 +117,7 @@ private:
     ProgramLifecycle m_lifecycle;
     KnxStack::IApplicationProgram* m_program = nullptr;
     bool m_restartPending = false; // as it was told last
+    bool m_running = false;        // likewise
     Notices m_thrown;
     std::uint64_t m_undelivered = 0;
 

@@ -20,11 +20,12 @@ struct FlagLetter {
     char letter;
     Flag flag;
 };
-constexpr std::array<FlagLetter, 5> kFlagLetters = {{{'C', Flag::Communication},
+constexpr std::array<FlagLetter, 6> kFlagLetters = {{{'C', Flag::Communication},
                                                      {'R', Flag::Read},
                                                      {'W', Flag::Write},
                                                      {'T', Flag::Transmit},
-                                                     {'U', Flag::Update}}};
+                                                     {'U', Flag::Update},
+                                                     {'I', Flag::ReadOnInit}}};
 
 struct PriorityName {
     std::string_view name;
@@ -109,9 +110,10 @@ void ConfigurationReader::ReadFlags(Members& members, GroupObjectDefinition& def
         const auto known = std::find_if(kFlagLetters.begin(), kFlagLetters.end(),
                                         [letter](const FlagLetter& entry) { return entry.letter == letter; });
         if (known == kFlagLetters.end() || definition.flags.Has(known->flag)) {
-            m_errors.Add(members.PlaceOf("flags"),
-                         fmt::format("\"{}\" must consist of the letters C, R, W, T and U, each at most once",
-                                     letters));
+            m_errors.Add(
+                members.PlaceOf("flags"),
+                fmt::format("\"{}\" must consist of the letters C, R, W, T, U and I, each at most once",
+                            letters));
             return;
         }
         definition.flags = definition.flags.With(known->flag);

@@ -118,6 +118,11 @@ void Host::ReplaceTable(KnxDevice::GroupObjectTable table) {
     m_objects.Replace(m_isUnloaded ? KnxDevice::GroupObjectTable() : std::move(table));
 }
 
+void Host::OnProgramRunning() {
+    if (std::exchange(m_readsDue, false))
+        m_link.Post([this] { m_link.BeginStartupReads(); });
+}
+
 void Host::OnRestartFinished() {
     m_link.Post([this] { m_management.OnProgramRestarted(); });
 }
@@ -161,6 +166,7 @@ bool Host::ChangesGroupObjects() const {
 }
 
 void Host::Apply(Scope scope) {
+    m_readsDue = m_readsDue || scope == Scope::Device || ChangesGroupObjects();
     ReplaceTable(std::move(m_nextTable));
     if (m_loaded)
         m_downloaded.Replace(m_loaded->memory, m_loaded->applicationData);

@@ -39,6 +39,7 @@ private:
     bool ChangesGroupObjects() const override;
     void Apply(Scope scope) override;
     void OnRestartFinished() override;
+    void OnProgramRunning() override;
     void ConnectManagement();
     void OnDownloaded(LoadedDevice loaded);
     void Unload();
@@ -68,6 +69,8 @@ private:
     std::optional<LoadedDevice> m_loaded; // in force instead of the configuration's
     std::optional<Configuration> m_next;  // between Read() and Apply(); none for a download by bus
     KnxDevice::GroupObjectTable m_nextTable;
+    bool m_readsDue =
+        true; // once the program runs: values of other objects, or of a device that has restarted
 
     bool m_terminating = false; // link thread only, like the next
     bool m_abandoned = false;

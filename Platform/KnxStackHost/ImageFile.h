@@ -31,8 +31,8 @@ public:
     /// thread, one at a time.
     void Save(const KnxDevice::DeviceState& state);
 
-    /// Calls `then` once everything that was saved is on the disk: on the writing thread, or at once when nothing
-    /// was ever written.
+    /// Calls `then` once everything that was saved is on the disk: on the writing thread, or at once when
+    /// nothing was ever written.
     void WhenWritten(std::function<void()> then);
 
     /// Returns when everything is on the disk; what is saved from then on is not kept.

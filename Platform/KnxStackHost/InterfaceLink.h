@@ -28,6 +28,7 @@ public:
     void Start();
     void Stop();
     void Send(const KnxFrames::LData& telegram);
+    bool IsConnected() const { return m_client.IsConnected(); }
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;

@@ -1,5 +1,7 @@
 #include "KnxStackHost/LinkThread.h"
 
+#include "KnxDevice/GroupTraffic.h"
+#include "KnxDevice/StartupReads.h"
 #include "KnxStackHost/ExceptionText.h"
 #include "KnxStackHost/InterfaceLink.h"
 #include "KnxStackHost/ServerLink.h"
@@ -32,6 +34,11 @@ log4cplus::Logger& Log() {
     return logger;
 }
 
+bool IsReadRequest(const LData& telegram) {
+    const auto service = KnxFrames::ReadGroupService(telegram.tpdu);
+    return service && service->kind == KnxFrames::GroupServiceKind::Read;
+}
+
 } // namespace
 
 class LinkThread::Implementation final : private BusPorts {
@@ -43,6 +50,7 @@ public:
         m_toProgram = std::move(toProgram);
         m_requests = std::move(requests);
         m_management = &management;
+        m_objects = &objects;
         m_router.emplace(management.Address(), m_configuration.server.tunnels, objects,
                          static_cast<BusPorts&>(*this));
         if (m_configuration.server.enabled)
@@ -94,6 +102,12 @@ public:
         asio::post(m_context, [this, telegram] { m_router->FromManagement(telegram); });
     }
 
+    void BeginStartupReads() {
+        m_reads.Begin(*m_objects->Tables());
+        m_readsReported = m_reads.IsIdle();
+        m_readsDeadline.Set(std::chrono::steady_clock::now());
+    }
+
     void OnReaddressed() { m_router->SetOwnAddress(m_management->Address()); }
 
     void Post(std::function<void()> work) { asio::post(m_context, std::move(work)); }
@@ -138,7 +152,45 @@ private:
             m_interface->Send(telegram);
     }
 
-    void ToProgram(Callback callback) override { m_toProgram(std::move(callback)); }
+    void ToProgram(Callback callback) override {
+        if (callback.kind != KnxFrames::GroupServiceKind::Read)
+            OnValue(callback.object);
+        m_toProgram(std::move(callback));
+    }
+
+    /// The object has a value now: it need not be asked for any more.
+    void OnValue(std::uint16_t object) {
+        if (m_reads.IsIdle())
+            return;
+        m_reads.OnValue(object);
+        m_readsDeadline.Set(std::chrono::steady_clock::now());
+    }
+
+    /// Somebody is there who may answer.
+    bool IsOnBus() const {
+        return (m_interface && m_interface->IsConnected()) || (m_server && m_server->HasClients());
+    }
+
+    std::optional<TimePoint> OnReadsTime() {
+        constexpr std::chrono::seconds kLookAgain{1}; // while there is no bus
+        const auto now = std::chrono::steady_clock::now();
+        if (!m_reads.IsIdle() && !IsOnBus())
+            return now + kLookAgain;
+        while (const auto object = m_reads.Next(now)) {
+            LData telegram;
+            if (KnxDevice::ComposeStartupRead(*m_objects->Tables(), *object, telegram) ==
+                KnxDevice::SendOutcome::Composed)
+                m_router->FromDevice(telegram, *object);
+        }
+        if (m_reads.IsIdle() && !std::exchange(m_readsReported, true)) {
+            const auto& result = m_reads.Result();
+            LOG4CPLUS_INFO(Log(),
+                           fmt::format("of {} values to be read at the start, {} are known and {} were "
+                                       "not answered",
+                                       result.wanted, result.known, result.unanswered));
+        }
+        return m_reads.NextTime(now);
+    }
 
     void ToManagement(const LData& telegram) override {
         m_management->OnTelegram(std::chrono::steady_clock::now(), telegram);
@@ -158,6 +210,8 @@ private:
         }
         for (const auto& each : outgoing) {
             try {
+                if (!IsReadRequest(each.telegram))
+                    OnValue(each.sender);
                 m_router->FromDevice(each.telegram, each.sender);
             } catch (...) {
                 LOG4CPLUS_ERROR(Log(),
@@ -191,6 +245,10 @@ private:
     std::list<asio::steady_timer> m_timers;
     DeviceManagement* m_management = nullptr;
     Deadline m_managementDeadline{m_context, [this] { return OnManagementTime(); }};
+    const KnxDevice::GroupObjects* m_objects = nullptr;
+    KnxDevice::StartupReads m_reads;
+    bool m_readsReported = true;
+    Deadline m_readsDeadline{m_context, [this] { return OnReadsTime(); }};
     std::optional<BusRouter> m_router;
     std::optional<ServerLink> m_server;
     std::optional<InterfaceLink> m_interface;
@@ -227,6 +285,10 @@ void LinkThread::Close() {
 
 void LinkThread::SendFromDevice(const LData& telegram) {
     m_implementation->SendFromDevice(telegram);
+}
+
+void LinkThread::BeginStartupReads() {
+    m_implementation->BeginStartupReads();
 }
 
 void LinkThread::OnReaddressed() {

@@ -41,6 +41,10 @@ public:
     /// A telegram of the device's management to the bus. Thread of Run().
     void SendFromDevice(const KnxFrames::LData& telegram);
 
+    /// Reads the values of the group objects with flag I from the bus, as soon as somebody is on it. Thread
+    /// of Run().
+    void BeginStartupReads();
+
     /// The management has another individual address. Thread of Run().
     void OnReaddressed();
 

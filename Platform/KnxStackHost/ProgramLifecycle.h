@@ -41,6 +41,9 @@ public:
     /// True while the program is to be stopped for a new configuration, not for a failure.
     bool IsReloading() const { return m_reload; }
 
+    /// True between a report that the program runs and its end or restart.
+    bool IsRunning() const { return m_state == State::Running; }
+
     /// True from a download's restart until a final state follows OnDeviceRestart.
     bool IsDeviceRestartPending() const { return m_restartPending; }
 

@@ -126,6 +126,13 @@ void ServerLink::Stop() {
                         m_tcp ? m_tcp->GivenUp() : 0, leftOut));
 }
 
+bool ServerLink::HasClients() const {
+    for (std::size_t tunnel = 0; tunnel < m_addresses.size(); ++tunnel)
+        if (m_server->IsOpen(static_cast<KnxIp::TunnelId>(tunnel)))
+            return true;
+    return false;
+}
+
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
     m_server->Broadcast(Now(), telegram, except);
     m_deadline.Set(m_server->NextTime());

@@ -29,6 +29,9 @@ public:
     void Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
     std::uint16_t Port() const { return m_socket.Local().port; }
 
+    /// True while a tunnel is open.
+    bool HasClients() const;
+
 private:
     /// The lines about one tunnel: a client that comes and goes does not fill the log.
     struct TunnelLines {

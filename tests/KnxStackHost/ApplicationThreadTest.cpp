@@ -129,6 +129,7 @@ protected:
             m_inApply();
     }
     void OnRestartFinished() override { m_journal.Add("restart finished"); }
+    void OnProgramRunning() override { ++m_runs; }
 
     static std::string NameOf(Scope scope) { return scope == Scope::Device ? "device" : "everything"; }
 
@@ -138,6 +139,7 @@ protected:
     GroupValueService m_service{m_objects, m_outlet};
     KnxDevice::InterfaceObjects m_interfaceObjects;
     KnxDevice::DownloadedData m_downloaded{{1, 2}, {3}};
+    std::atomic<int> m_runs{0};
     std::atomic<bool> m_readable{true};
     std::atomic<bool> m_otherObjects{false};
     std::function<void()> m_inApply;
@@ -406,6 +408,8 @@ TEST_F(Application, ARestartThatWasPendingAtTheStartFollowsIt) {
     Start(kRestartPending);
     EXPECT_THAT(m_journal.Wait(5),
                 ElementsAre("create", "init", "init, pending", "restart, pending", "restart finished"));
+    m_thread.reset();
+    EXPECT_EQ(2, m_runs) << "after the start, and after the restart";
 }
 
 TEST_F(Application, TheHubGivesSettingsAndTheServicesOfTheDevice) {

@@ -276,6 +276,14 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
          "/server/tunnels/1: 1.1.250 is taken by /device/individualAddress already"},
         {"\"1.1.252\"", "\"1.1.251\"", "/server/tunnels/1: 1.1.251 is taken by /server/tunnels/0 already"},
         {"\"name\": \"house\"", "\"name\": \"\"", "/device/name: must have 1 to 29 bytes"},
+        {"\"name\": \"house\"", "\"serialNumber\": \"00fa1122334\"",
+         "/device/serialNumber: \"00fa1122334\" must be 6 bytes of two hexadecimal digits each"},
+        {"\"name\": \"house\"", "\"serialNumber\": \"00fa1122334x\"",
+         "/device/serialNumber: \"00fa1122334x\" must be 6 bytes of two hexadecimal digits each"},
+        {"\"name\": \"house\"", "\"hardwareType\": \"\"",
+         "/device/hardwareType: \"\" must be 6 bytes of two hexadecimal digits each"},
+        {"\"name\": \"house\"", "\"manufacturer\": 65536", "/device/manufacturer: "},
+        {"\"name\": \"house\"", "\"order\": \"12345678901\"", "/device/order: must have at most 10 bytes"},
         {"\"name\": \"house\"", "\"name\": \"123456789.123456789.123456789.\"",
          "/device/name: must have 1 to 29 bytes"},
         {"[\"1.1.251\", \"1.1.252\"]", "[]",
@@ -296,7 +304,7 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
         {"\"1.001\"", "\"999.001\"", "/groupObjects/0/dpt: \"999.001\" is no known datapoint type"},
         {"\"dpt\": \"1.001\", ", "", "/groupObjects/0: \"dpt\" or \"size\" is missing"},
         {"\"size\": 24", "\"size\": 25", "/groupObjects/1/size: must be 1 to 7 bits or a multiple of 8"},
-        {"\"CW\"", "\"CX\"", "/groupObjects/1/flags: \"CX\" must consist of the letters C, R, W, T and U"},
+        {"\"CW\"", "\"CX\"", "/groupObjects/1/flags: \"CX\" must consist of the letters C, R, W, T, U and I"},
         {"\"CW\"", "\"CC\"", "/groupObjects/1/flags: \"CC\" must consist of the letters"},
         {"\"flags\": \"CW\", ", "", "/groupObjects/1: \"flags\" is missing"},
         {"\"urgent\"", "\"high\"",
@@ -346,6 +354,34 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
     };
     for (const auto& c : cases)
         EXPECT_THAT(RefusalOf(Changed(c.part, c.by)), StartsWith(kFile + ": " + c.message));
+}
+
+TEST(Configuration, SaysWhoTheDeviceIs) {
+    const auto identity = ParseConfiguration(Changed("\"name\": \"house\"",
+                                                     R"("name": "house", "image": "state/device.image",
+        "serialNumber": "00FA11223344", "manufacturer": 250, "hardwareType": "000000000102", "order": "OPEN-1")"),
+                                             kFile)
+                              .MakeIdentity();
+    EXPECT_THAT(identity.serialNumber, ElementsAre(0x00, 0xFA, 0x11, 0x22, 0x33, 0x44));
+    EXPECT_EQ(250, identity.manufacturer);
+    EXPECT_THAT(identity.hardwareType, ElementsAre(0, 0, 0, 0, 1, 2));
+    EXPECT_EQ("OPEN-1", std::string(identity.order.data()));
+    EXPECT_EQ(KnxFrames::IndividualAddress(1, 1, 250), identity.factoryAddress);
+}
+
+TEST(Configuration, ASerialNumberOfItsOwnStaysTheSameAndDiffersBetweenDevices) {
+    const auto serialOf = [](const std::string& name, const std::string& file) {
+        return ParseConfiguration(
+                   Changed("\"name\": \"house\"", "\"manufacturer\": 250, \"name\": \"" + name + '"'), file)
+            .MakeIdentity()
+            .serialNumber;
+    };
+    const auto own = serialOf("house", kFile);
+    EXPECT_EQ(0x00, own[0]);
+    EXPECT_EQ(0xFA, own[1]);
+    EXPECT_EQ(own, serialOf("house", kFile));
+    EXPECT_NE(own, serialOf("garage", kFile));
+    EXPECT_NE(own, serialOf("house", "/etc/other/knxstackd.json"));
 }
 
 TEST(Configuration, KnowsAnInterfaceThatIsItsOwnServer) {
