@@ -302,6 +302,29 @@ Frame ReadTunnellingAck(Cursor& cursor) {
     return frame;
 }
 
+Frame ReadRoutingIndication(Cursor& cursor) {
+    return RoutingIndication{cursor.Take(cursor.Left())};
+}
+
+Frame ReadRoutingLostMessage(Cursor& cursor) {
+    Cursor block = cursor.TakeBlock(kRoutingLostMessageSize, kRoutingLostMessageSize,
+                                    "the information about lost messages is not 4 octets long");
+    RoutingLostMessage frame;
+    frame.deviceState = block.Take8();
+    frame.lost = block.Take16();
+    return frame;
+}
+
+Frame ReadRoutingBusy(Cursor& cursor) {
+    Cursor block = cursor.TakeBlock(kRoutingBusySize, kRoutingBusySize,
+                                    "the information about a busy router is not 6 octets long");
+    RoutingBusy frame;
+    frame.deviceState = block.Take8();
+    frame.waitTime = block.Take16();
+    frame.control = block.Take16();
+    return frame;
+}
+
 struct Reader {
     ServiceType service;
     Frame (*read)(Cursor&);
@@ -310,6 +333,9 @@ struct Reader {
 constexpr std::array kReaders = {
     Reader{ServiceType::TunnellingRequest, ReadTunnellingRequest},
     Reader{ServiceType::TunnellingAck, ReadTunnellingAck},
+    Reader{ServiceType::RoutingIndication, ReadRoutingIndication},
+    Reader{ServiceType::RoutingLostMessage, ReadRoutingLostMessage},
+    Reader{ServiceType::RoutingBusy, ReadRoutingBusy},
     Reader{ServiceType::ConnectionStateRequest, ReadConnectionStateRequest},
     Reader{ServiceType::ConnectionStateResponse, ReadConnectionStateResponse},
     Reader{ServiceType::SearchRequest, ReadSearchRequest},

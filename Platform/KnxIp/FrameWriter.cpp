@@ -244,6 +244,38 @@ Datagram WriteFrame(const TunnellingRequest& frame) {
     return out;
 }
 
+Datagram WriteFrame(const RoutingIndication& frame) {
+    Datagram out = BeginFrame(ServiceType::RoutingIndication);
+    out.Append(frame.cemi);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const RoutingLostMessage& frame) {
+    Datagram out = BeginFrame(ServiceType::RoutingLostMessage);
+    out.Append(kRoutingLostMessageSize);
+    out.Append(frame.deviceState);
+    out.Append16(frame.lost);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const RoutingBusy& frame) {
+    Datagram out = BeginFrame(ServiceType::RoutingBusy);
+    out.Append(kRoutingBusySize);
+    out.Append(frame.deviceState);
+    out.Append16(frame.waitTime);
+    out.Append16(frame.control);
+    EndFrame(out);
+    return out;
+}
+
+void WriteRoutingIndication(const KnxFrames::LData& telegram, Datagram& out) {
+    out = BeginFrame(ServiceType::RoutingIndication);
+    KnxFrames::EncodeCemi(telegram, out);
+    EndFrame(out);
+}
+
 void WriteTunnellingRequest(std::uint8_t channel, std::uint8_t sequence, const KnxFrames::LData& telegram,
                             Datagram& out) {
     out = BeginFrame(ServiceType::TunnellingRequest);

@@ -1,4 +1,4 @@
-// Frames of KNXnet/IP: search, description, connection and tunnelling.
+// Frames of KNXnet/IP: search, description, connection, tunnelling and routing.
 #pragma once
 
 #include "KnxFrames/Addresses.h"
@@ -34,6 +34,9 @@ enum class ServiceType : std::uint16_t {
     SearchResponseExtended = 0x020C,
     TunnellingRequest = 0x0420,
     TunnellingAck = 0x0421,
+    RoutingIndication = 0x0530,
+    RoutingLostMessage = 0x0531,
+    RoutingBusy = 0x0532,
 };
 
 /// Status codes of responses and acknowledgements. A received number that is not listed is kept as it is.
@@ -89,6 +92,7 @@ struct DeviceInformation {
 struct ServiceFamily {
     static constexpr std::uint8_t kCore = 0x02;
     static constexpr std::uint8_t kTunnelling = 0x04;
+    static constexpr std::uint8_t kRouting = 0x05;
 
     std::uint8_t family = 0;
     std::uint8_t version = 1;
@@ -258,10 +262,31 @@ struct TunnellingAck {
     bool operator==(const TunnellingAck& other) const = default;
 };
 
-using Frame = std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse,
-                           ConnectRequest, ConnectResponse, ConnectionStateRequest, ConnectionStateResponse,
-                           DisconnectRequest, DisconnectResponse, SearchRequestExtended,
-                           SearchResponseExtended, TunnellingRequest, TunnellingAck>;
+/// A telegram to everybody in the multicast group.
+struct RoutingIndication {
+    Octets cemi; ///< points into the datagram that was read; valid as long as that
+};
+
+/// A router or device could not pass on telegrams.
+struct RoutingLostMessage {
+    std::uint8_t deviceState = 0;
+    std::uint16_t lost = 0; ///< telegrams, since its last such message
+    bool operator==(const RoutingLostMessage& other) const = default;
+};
+
+/// A router or device is about to lose telegrams unless everybody is silent for a while.
+struct RoutingBusy {
+    std::uint8_t deviceState = 0;
+    std::uint16_t waitTime = 100; ///< in milliseconds
+    std::uint16_t control = 0;    ///< 0: for everybody
+    bool operator==(const RoutingBusy& other) const = default;
+};
+
+using Frame =
+    std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse, ConnectRequest,
+                 ConnectResponse, ConnectionStateRequest, ConnectionStateResponse, DisconnectRequest,
+                 DisconnectResponse, SearchRequestExtended, SearchResponseExtended, TunnellingRequest,
+                 TunnellingAck, RoutingIndication, RoutingLostMessage, RoutingBusy>;
 
 /// Reads one datagram; its size must be the total length in its header. Unsupported: another service, another
 /// version of the protocol. Malformed: everything that does not add up.
@@ -284,8 +309,13 @@ Datagram WriteFrame(const ConnectionStateResponse& frame);
 Datagram WriteFrame(const DisconnectRequest& frame);
 Datagram WriteFrame(const DisconnectResponse& frame);
 Datagram WriteFrame(const TunnellingAck& frame);
-/// `frame.cemi` of at most KnxFrames::kLongestCemi octets.
+Datagram WriteFrame(const RoutingLostMessage& frame);
+Datagram WriteFrame(const RoutingBusy& frame);
+/// `frame.cemi` of at most KnxFrames::kLongestCemi octets, here and below.
 Datagram WriteFrame(const TunnellingRequest& frame);
+Datagram WriteFrame(const RoutingIndication& frame);
+/// A routing indication with `telegram`, likewise without an intermediate copy.
+void WriteRoutingIndication(const KnxFrames::LData& telegram, Datagram& out);
 /// A tunnelling request with `telegram`, without an intermediate copy. Replaces the content of `out`.
 void WriteTunnellingRequest(std::uint8_t channel, std::uint8_t sequence, const KnxFrames::LData& telegram,
                             Datagram& out);

@@ -346,12 +346,11 @@ private:
         m_listener.OnSendFailed(m_underWay.Telegram(), failure);
     }
 
-    /// What only clients send has no business here.
+    /// What clients and routers send has no business here.
     template <class T>
     void On(TimePoint, const Endpoint& from, const T&) {
         m_listener.OnRefusedDatagram(
-            from, FrameError::Unsupported(
-                      "a request of a client, or an answer to a search, was sent to a client", 2));
+            from, FrameError::Unsupported("a frame that is not for a client was sent to one", 2));
     }
 
     void SendTo(const Endpoint& to, const Datagram& datagram) { m_listener.SendDatagram(to, datagram); }

@@ -57,11 +57,12 @@ private:
 
     // TunnelServer.cpp: dispatch and sending.
     void OnFrame(TimePoint now, const Peer& from, Octets octets);
-    /// What only servers send has no business here.
+    /// What servers and routers send has no business here.
     template <class T>
     void On(TimePoint, const Peer& from, const T&) {
-        m_listener.OnRefusedDatagram(from.endpoint, KnxFrames::FrameError::Unsupported(
-                                                        "an answer of a server was sent to a server", 2));
+        m_listener.OnRefusedDatagram(
+            from.endpoint,
+            KnxFrames::FrameError::Unsupported("a frame that is not for a server was sent to one", 2));
     }
     Endpoint OwnEndpoint(const Endpoint& towards);
     /// What `towards` is told of where to reach us.

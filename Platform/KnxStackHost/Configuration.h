@@ -47,6 +47,15 @@ struct InterfaceSettings {
     bool operator==(const InterfaceSettings&) const = default;
 };
 
+/// The multicast group on which the device joins a bus, instead of an interface.
+struct RoutingSettings {
+    std::string group = "224.0.23.12";
+    std::string interface; ///< IPv4 address of the network interface; "" = the system's choice
+    unsigned rate = 50;    ///< telegrams a second
+
+    bool operator==(const RoutingSettings&) const = default;
+};
+
 /// A group object with what people know of it.
 struct ConfiguredObject {
     KnxDevice::GroupObjectDefinition definition;
@@ -82,6 +91,7 @@ struct Configuration {
     DeviceSettings device;
     ServerSettings server;
     std::optional<InterfaceSettings> interface;
+    std::optional<RoutingSettings> routing; ///< never beside an interface
     std::vector<ConfiguredObject> groupObjects;
     std::vector<KnxDevice::InterfaceObjectDefinition> interfaceObjects; ///< instances numbered throughout
     KnxStack::BinaryData memory;          ///< of application program 1; empty without a file

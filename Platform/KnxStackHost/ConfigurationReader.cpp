@@ -23,6 +23,8 @@ constexpr std::size_t kLongestDeviceName = 29; // the field of the device inform
 
 constexpr std::size_t kLongestOrder = 10;
 
+constexpr unsigned kHighestRate = 1000; // telegrams a second by routing
+
 constexpr std::size_t kMostTunnels = 255; // a channel has one byte
 
 } // namespace
@@ -38,11 +40,12 @@ Configuration ConfigurationReader::Read(const json::value& value) {
         return {};
     }
     Members root(value.get_object(), "", m_errors,
-                 {"device", "server", "interface", "groupObjects", "interfaceObjects", "applicationProgram",
-                  "deviceStackSocket", "project", "log"});
+                 {"device", "server", "interface", "routing", "groupObjects", "interfaceObjects",
+                  "applicationProgram", "deviceStackSocket", "project", "log"});
     ReadDevice(root);
     ReadServer(root);
     ReadInterface(root);
+    ReadRouting(root);
     ReadGroupObjects(root);
     ReadInterfaceObjects(root);
     ReadProgram(root);
@@ -111,22 +114,16 @@ void ConfigurationReader::ReadServer(Members& root) {
     ReadIpv4(server, "address", settings.address);
     ReadPort(server, 0, settings.port);
     settings.tcp = server.Boolean("tcp").value_or(true);
-    ReadIpv4(server, "multicastGroup", settings.multicastGroup);
+    ReadGroup(server, "multicastGroup", settings.multicastGroup);
     ReadIpv4(server, "multicastInterface", settings.multicastInterface);
     ReadTunnels(server);
 
-    in_addr group{};
-    if (!settings.multicastGroup.empty() &&
-        inet_pton(AF_INET, settings.multicastGroup.c_str(), &group) == 1 &&
-        !IN_MULTICAST(ntohl(group.s_addr)))
-        m_errors.Add(server.PlaceOf("multicastGroup"),
-                     fmt::format("{} is no multicast group; KNX uses 224.0.23.12", settings.multicastGroup));
     if (settings.multicastGroup.empty() && !settings.multicastInterface.empty())
         m_errors.Add(server.PlaceOf("multicastInterface"),
                      "says where to join, but there is no \"multicastGroup\"");
-    if (!settings.enabled && !root.Has("interface"))
+    if (!settings.enabled && !root.Has("interface") && !root.Has("routing"))
         m_errors.Add(server.PlaceOf("enabled"),
-                     "without a server there must be an \"interface\" to reach the bus by");
+                     "without a server there must be an \"interface\" or \"routing\" to reach the bus by");
 }
 
 void ConfigurationReader::ReadTunnels(Members& server) {
@@ -157,6 +154,31 @@ void ConfigurationReader::ReadInterface(Members& root) {
     settings.nat = members.Boolean("nat").value_or(false);
     ReadIpv4(members, "localAddress", settings.localAddress);
     m_result.interface = std::move(settings);
+}
+
+void ConfigurationReader::ReadRouting(Members& root) {
+    const auto* object = root.Object("routing");
+    if (object == nullptr)
+        return;
+    Members members(*object, root.PlaceOf("routing"), m_errors, {"group", "interface", "rate"});
+    RoutingSettings settings;
+    ReadGroup(members, "group", settings.group);
+    ReadIpv4(members, "interface", settings.interface);
+    if (const auto rate = members.Number("rate", 1, kHighestRate))
+        settings.rate = static_cast<unsigned>(*rate);
+    if (root.Has("interface"))
+        m_errors.Add(
+            root.PlaceOf("routing"),
+            "stands beside \"interface\"; the device can be on one bus only, so leave one of them out");
+    m_result.routing = std::move(settings);
+}
+
+void ConfigurationReader::ReadGroup(Members& members, std::string_view name, std::string& group) {
+    ReadIpv4(members, name, group);
+    in_addr address{};
+    if (inet_pton(AF_INET, group.c_str(), &address) == 1 && !IN_MULTICAST(ntohl(address.s_addr)))
+        m_errors.Add(members.PlaceOf(name),
+                     fmt::format("{} is no multicast group; KNX uses 224.0.23.12", group));
 }
 
 void ConfigurationReader::ReadProgram(Members& root) {

@@ -33,6 +33,9 @@ private:
     void ReadServer(Members& root);
     void ReadTunnels(Members& server);
     void ReadInterface(Members& root);
+    void ReadRouting(Members& root);
+    /// Likewise one of a multicast group.
+    void ReadGroup(Members& members, std::string_view name, std::string& group);
     void ReadProgram(Members& root);
     /// The bytes of the file that a member names; faults are reported.
     KnxStack::BinaryData ReadBlock(Members& program, std::string_view name, std::size_t largest);

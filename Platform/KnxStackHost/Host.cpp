@@ -209,6 +209,7 @@ void Host::ReportWhatNeedsARestart(const Configuration& next) const {
                        next.device != m_configuration.device},
         {"server", next.server != m_configuration.server},
         {"interface", next.interface != m_configuration.interface},
+        {"routing", next.routing != m_configuration.routing},
         {"applicationProgram/library", next.program.library != m_configuration.program.library},
         {"deviceStackSocket", next.deviceStackSocket != m_configuration.deviceStackSocket},
         {"log/file", next.log.file != m_configuration.log.file}};

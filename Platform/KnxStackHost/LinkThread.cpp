@@ -4,6 +4,7 @@
 #include "KnxDevice/StartupReads.h"
 #include "KnxStackHost/ExceptionText.h"
 #include "KnxStackHost/InterfaceLink.h"
+#include "KnxStackHost/RoutingBus.h"
 #include "KnxStackHost/ServerLink.h"
 
 #include <boost/asio/io_context.hpp>
@@ -60,6 +61,8 @@ public:
         if (m_configuration.interface)
             m_interface.emplace(m_context, *m_configuration.interface,
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
+        if (m_configuration.routing)
+            OpenRouting(*m_configuration.routing);
         m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
         m_signals->add(SIGUSR1);
         m_signals->add(SIGUSR2);
@@ -73,6 +76,8 @@ public:
             m_server->Start();
         if (m_interface)
             m_interface->Start();
+        if (m_routing)
+            m_routing->Start();
     }
 
     void Run() {
@@ -93,6 +98,8 @@ public:
                 m_server->Stop();
             if (m_interface)
                 m_interface->Stop();
+            if (m_routing)
+                m_routing->Stop();
             m_router->ReportCounts();
         });
     }
@@ -142,6 +149,15 @@ private:
         std::uint16_t sender;
     };
 
+    void OpenRouting(const RoutingSettings& settings) {
+        if (m_server)
+            m_server->ShareAddress(true); // with the group, which may have the same port
+        m_routing.emplace(m_context, settings,
+                          [this](const LData& telegram) { m_router->FromInterface(telegram); });
+        if (m_server)
+            m_server->ShareAddress(false);
+    }
+
     void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
         if (m_server)
             m_server->Broadcast(telegram, except);
@@ -150,6 +166,8 @@ private:
     void ToInterface(const LData& telegram) override {
         if (m_interface)
             m_interface->Send(telegram);
+        if (m_routing)
+            m_routing->Send(telegram);
     }
 
     void ToProgram(Callback callback) override {
@@ -251,7 +269,8 @@ private:
     Deadline m_readsDeadline{m_context, [this] { return OnReadsTime(); }};
     std::optional<BusRouter> m_router;
     std::optional<ServerLink> m_server;
-    std::optional<InterfaceLink> m_interface;
+    std::optional<InterfaceLink> m_interface; // at most one of these two
+    std::optional<RoutingBus> m_routing;
 
     std::mutex m_outgoingMutex; // guards m_outgoing
     std::vector<Outgoing> m_outgoing;

@@ -33,9 +33,13 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     KnxIp::TunnelServerConfig config;
     config.device.address = configuration.individualAddress;
     config.device.name = configuration.deviceName;
-    config.device.multicast = 0; // no routing
+    config.device.multicast = 0;
     config.device.mac = HardwareAddressOf(local.address);
     config.families = KnxIp::CoreAndTunnelling(configuration.server.tcp);
+    if (configuration.routing) {
+        config.device.multicast = EndpointOf(configuration.routing->group, 0).address;
+        config.families.push_back({KnxIp::ServiceFamily::kRouting, 1});
+    }
     config.endpoint = local;
     config.tunnelAddresses = configuration.server.tunnels;
     std::random_device random;

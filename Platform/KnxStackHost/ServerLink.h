@@ -32,6 +32,9 @@ public:
     /// True while a tunnel is open.
     bool HasClients() const;
 
+    /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
+    void ShareAddress(bool share) { m_socket.ShareAddress(share); }
+
 private:
     /// The lines about one tunnel: a client that comes and goes does not fill the log.
     struct TunnelLines {

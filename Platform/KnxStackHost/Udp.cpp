@@ -21,6 +21,7 @@ namespace {
 
 constexpr unsigned kDatagramsPerTurn = 64; // before timers and other sockets get their turn
 constexpr std::chrono::seconds kAfterThrow{1};
+constexpr int kGroupHops = 16; // as the KNX Standard has it
 
 log4cplus::Logger& Log() {
     static log4cplus::Logger logger = log4cplus::Logger::getInstance("KnxStack.Host.Link");
@@ -56,6 +57,14 @@ void UdpSocket::OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceA
     m_socket.set_option(asio::ip::multicast::join_group(asio::ip::address_v4(group.address),
                                                         asio::ip::address_v4(interfaceAddress)));
     m_socket.non_blocking(true);
+}
+
+void UdpSocket::SendToGroupsBy(std::uint32_t interfaceAddress) {
+    namespace multicast = asio::ip::multicast;
+    if (interfaceAddress != 0)
+        m_socket.set_option(multicast::outbound_interface(asio::ip::address_v4(interfaceAddress)));
+    m_socket.set_option(multicast::hops(kGroupHops));
+    m_socket.set_option(multicast::enable_loopback(true));
 }
 
 void UdpSocket::ShareAddress(bool share) {

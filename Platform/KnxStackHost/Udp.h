@@ -33,6 +33,11 @@ public:
     /// interface with the address, 0 = the system's choice. Throws boost::system::system_error.
     void OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceAddress);
 
+    /// Sends datagrams to groups by the interface with the address, 0 = the system's choice, over as many
+    /// routers as KNXnet/IP may cross, and to others on this machine as well. Only when open. Throws
+    /// boost::system::system_error.
+    void SendToGroupsBy(std::uint32_t interfaceAddress);
+
     /// Lets others bind to the same address and port, or not, from now on. A socket of ours that has the port
     /// of a group must let the group's socket in, and nobody else: the last one to come gets what is sent to
     /// the port.

@@ -65,6 +65,10 @@ const Bytes kTunnellingRequest = {0x06, 0x10, 0x04, 0x20, 0x00, 0x15,
                                   0x04, 0x15, 0x07, 0x00,                             // channel, sequence
                                   0x29, 0x00, 0xBC, 0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
 const Bytes kTunnellingAck = {0x06, 0x10, 0x04, 0x21, 0x00, 0x0A, 0x04, 0x15, 0x07, 0x29};
+const Bytes kRoutingIndication = {0x06, 0x10, 0x05, 0x30, 0x00, 0x11,
+                                  0x29, 0x00, 0xBC, 0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
+const Bytes kRoutingLostMessage = {0x06, 0x10, 0x05, 0x31, 0x00, 0x0A, 0x04, 0x01, 0x00, 0x05};
+const Bytes kRoutingBusy = {0x06, 0x10, 0x05, 0x32, 0x00, 0x0C, 0x06, 0x00, 0x00, 0x64, 0x00, 0x01};
 // clang-format on
 
 Bytes DescriptionResponseVector() {
@@ -91,7 +95,10 @@ std::vector<Bytes> Vectors() {
             kDisconnectRequest,
             kDisconnectResponse,
             kTunnellingRequest,
-            kTunnellingAck};
+            kTunnellingAck,
+            kRoutingIndication,
+            kRoutingLostMessage,
+            kRoutingBusy};
 }
 
 Bytes ToBytes(const Datagram& datagram) {
@@ -157,6 +164,11 @@ TEST(Frames, ReadsTheFieldsOfEachFrame) {
     EXPECT_EQ(Read<DisconnectRequest>(kDisconnectRequest), (DisconnectRequest{0x15, kClientControl}));
     EXPECT_EQ(Read<DisconnectResponse>(kDisconnectResponse), (DisconnectResponse{0x15, Status::NoError}));
     EXPECT_EQ(Read<TunnellingAck>(kTunnellingAck), (TunnellingAck{0x15, 7, Status::TunnellingLayer}));
+    EXPECT_EQ(Read<RoutingLostMessage>(kRoutingLostMessage), (RoutingLostMessage{1, 5}));
+    EXPECT_EQ(Read<RoutingBusy>(kRoutingBusy), (RoutingBusy{0, 100, 1}));
+    const auto indication = Read<RoutingIndication>(kRoutingIndication);
+    EXPECT_EQ(Bytes(indication.cemi.begin(), indication.cemi.end()),
+              Bytes(kRoutingIndication.begin() + 6, kRoutingIndication.end()));
     const auto request = Read<TunnellingRequest>(kTunnellingRequest);
     EXPECT_EQ(request.channel, 0x15);
     EXPECT_EQ(request.sequence, 7);
@@ -170,6 +182,8 @@ TEST(Frames, ATelegramIsWrittenIntoATunnellingRequestDirectly) {
     Datagram datagram{0xFF};
     WriteTunnellingRequest(0x15, 7, *telegram, datagram);
     EXPECT_EQ(ToBytes(datagram), kTunnellingRequest);
+    WriteRoutingIndication(*telegram, datagram);
+    EXPECT_EQ(ToBytes(datagram), kRoutingIndication);
 }
 
 TEST(Frames, TheLongestTelegramFitsIntoADatagram) {
@@ -199,7 +213,8 @@ TEST(Frames, EveryTruncationIsMalformed) {
             // connection header, as far as KNXnet/IP is concerned, and a refusal behind its status.
             SetLength(cut);
             const auto frame = ReadFrame(cut);
-            const bool isTunnelling = vector == kTunnellingRequest && size >= 10;
+            const bool isTunnelling =
+                (vector == kTunnellingRequest && size >= 10) || (vector == kRoutingIndication && size >= 6);
             const bool endsBeforeFamilies = (vector == kSearchResponse && size == 68) ||
                                             (vector == DescriptionResponseVector() && size == 60);
             EXPECT_EQ(static_cast<bool>(frame), isTunnelling || endsBeforeFamilies) << size;
@@ -211,8 +226,8 @@ TEST(Frames, OctetsBehindAFrameAreMalformed) {
     for (Bytes vector : Vectors()) {
         vector.push_back(0);
         EXPECT_STREQ(Refusal(vector).cause, "the total length is not the size of the datagram");
-        if (vector[2] == 0x04 && vector[3] == 0x20)
-            continue; // what follows the connection header is all cEMI
+        if ((vector[2] == 0x04 && vector[3] == 0x20) || (vector[2] == 0x05 && vector[3] == 0x30))
+            continue; // what follows the header is all cEMI
         SetLength(vector);
         if (std::equal(kConnectRefusal.begin(), kConnectRefusal.begin() + 4, vector.begin()) &&
             vector[7] != 0)
@@ -260,7 +275,10 @@ TEST(Frames, EachCauseIsNamed) {
         {kSearchResponse, 15, 0xFE, "the device information is missing", kMalformed},
         {kSearchResponse, 68, 0x05, "the list of service families has half an entry", kMalformed},
         {kTunnellingRequest, 6, 0x05, "the connection header is not 4 octets long", kMalformed},
-        {kTunnellingAck, 6, 0x03, "the connection header is not 4 octets long", kMalformed}};
+        {kTunnellingAck, 6, 0x03, "the connection header is not 4 octets long", kMalformed},
+        {kRoutingLostMessage, 6, 0x05, "the information about lost messages is not 4 octets long",
+         kMalformed},
+        {kRoutingBusy, 6, 0x04, "the information about a busy router is not 6 octets long", kMalformed}};
     for (const RefusedCase& each : cases) {
         Bytes vector = each.vector;
         vector[each.index] = each.octet;

@@ -315,7 +315,7 @@ TEST(TunnelClient, GarbageIsReportedAndChangesNothing) {
 10.000 < server 061002060014 15
 10.000 ! the total length is not the size of the datagram
 10.000 < server 06100201000e 0801c0a801020e57
-10.000 ! a request of a client, or an answer to a search, was sent to a client
+10.000 ! a frame that is not for a client was sent to one
 10.000 < server 06100420000a 04150000
 10.000 > server 06100421000a 04150000
 10.000 ! the cEMI message is empty

@@ -314,7 +314,7 @@ TEST(TunnelServer, GarbageIsReportedAndChangesNothing) {
     bench.Receive(kClient, "");
     bench.Receive(kClient, "0610");
     bench.Receive(kClient, "06100205001a");
-    bench.Receive(kClient, "061005300011 2900bce011040a03010081"); // a routing indication
+    bench.Receive(kClient, "061009500011 2900bce011040a03010081"); // a routing indication
     bench.Receive(kClient, "061002060008 0024");                   // an answer of a server
     // Acknowledged, since the tunnel is in order; what is inside is not.
     bench.Receive(kClientData, "06100420000a 04010000");
@@ -327,10 +327,10 @@ TEST(TunnelServer, GarbageIsReportedAndChangesNothing) {
 0.000 ! the datagram is shorter than a KNXnet/IP header
 0.000 < client 06100205001a
 0.000 ! the total length is not the size of the datagram
-0.000 < client 061005300011 2900bce011040a03010081
+0.000 < client 061009500011 2900bce011040a03010081
 0.000 ! the KNXnet/IP service is not known
 0.000 < client 061002060008 0024
-0.000 ! an answer of a server was sent to a server
+0.000 ! a frame that is not for a server was sent to one
 0.000 < client-data 06100420000a 04010000
 0.000 > client-data 06100421000a 04010000
 0.000 ! the cEMI message is empty

@@ -221,6 +221,17 @@ TEST_F(ConfiguredBlock, IsRefusedWithPlaceFileAndCause) {
     EXPECT_EQ(place + "data: must be a path, not an empty text", RefusalOf(R"("data": "")"));
 }
 
+TEST(Configuration, ReadsRouting) {
+    const auto with = [](const std::string& routing) {
+        return ParseConfiguration(
+                   Changed("\"groupObjects\"", "\"routing\": " + routing + ", \"groupObjects\""), kFile)
+            .routing.value();
+    };
+    EXPECT_EQ((RoutingSettings{"224.0.23.12", "", 50}), with("{}"));
+    EXPECT_EQ((RoutingSettings{"239.1.2.3", "10.0.0.1", 20}),
+              with(R"({"group": "239.1.2.3", "interface": "10.0.0.1", "rate": 20})"));
+}
+
 TEST(Configuration, HasDefaults) {
     const auto configuration = ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"},
         "server": {"tunnels": ["1.1.2"]}, "applicationProgram": {"library": "libp.so"}})",
@@ -231,6 +242,7 @@ TEST(Configuration, HasDefaults) {
     EXPECT_TRUE(configuration.server.tcp);
     EXPECT_EQ("", configuration.server.multicastGroup);
     EXPECT_FALSE(configuration.interface);
+    EXPECT_FALSE(configuration.routing);
     EXPECT_TRUE(configuration.groupObjects.empty());
     EXPECT_TRUE(configuration.interfaceObjects.empty());
     EXPECT_EQ(0u, configuration.memory.GetSize());
@@ -291,7 +303,15 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
         {"127.0.0.1", "localhost", "/server/address: \"localhost\" is no IPv4 address"},
         {"3672", "70000", "/server/port: must be a whole number from 0 to 65535, not 70000"},
         {"3672", "3672, \"enabled\": false",
-         "/server/enabled: without a server there must be an \"interface\""},
+         "/server/enabled: without a server there must be an \"interface\" or \"routing\""},
+        {"\"groupObjects\"", R"("routing": {"group": "10.0.0.1"}, "groupObjects")",
+         "/routing/group: 10.0.0.1 is no multicast group; KNX uses 224.0.23.12"},
+        {"\"groupObjects\"", R"("routing": {"interface": "lo"}, "groupObjects")",
+         "/routing/interface: \"lo\" is no IPv4 address"},
+        {"\"groupObjects\"", R"("routing": {"rate": 0}, "groupObjects")",
+         "/routing/rate: must be a whole number from 1 to 1000, not 0"},
+        {"\"groupObjects\"", R"("routing": {}, "interface": {"host": "gateway"}, "groupObjects")",
+         "/routing: stands beside \"interface\"; the device can be on one bus only"},
         {"3672", "3672, \"multicastGroup\": \"10.0.0.1\"",
          "/server/multicastGroup: 10.0.0.1 is no multicast group"},
         {"3672", "3672, \"multicastInterface\": \"10.0.0.1\"",
