@@ -186,7 +186,8 @@ private:
 
     /// Somebody is there who may answer.
     bool IsOnBus() const {
-        return (m_interface && m_interface->IsConnected()) || (m_server && m_server->HasClients());
+        return m_routing || (m_interface && m_interface->IsConnected()) ||
+               (m_server && m_server->HasClients());
     }
 
     std::optional<TimePoint> OnReadsTime() {
