@@ -70,9 +70,11 @@ def sending_addresses():
 class House:
     """Use as a context manager: everything started in it is ended, everything made in it is removed."""
 
-    def __init__(self, interface=None, host_environment=None, time_mode=0):
-        """`interface`: (address, port) of a KNX/IP interface that the host attaches to. Every data point may be
-        set and every group object may be read, so that each type can be tried in each direction."""
+    def __init__(self, interface=None, host_environment=None, time_mode=0, image=False):
+        """`interface`: (address, port) of a KNX/IP interface that the host attaches to. `image`: what tools change in
+        the device is kept. Every data point may be set and every group object may be read, so that each type can be
+        tried in each direction."""
+        self._image = image
         self._interface = interface
         self._time_mode = time_mode
         self._host_environment = host_environment
@@ -137,6 +139,9 @@ class House:
         time_mode["value"] = f"{self._time_mode << 6:02x}"
         if self._interface:
             host["interface"] = {"host": self._interface[0], "port": self._interface[1]}
+        host["device"].pop("image", None)
+        if self._image:
+            host["device"]["image"] = str(self.directory / "device.image")
         self.address = host["device"]["individualAddress"]
         (self.configuration / "knxstackd.json").write_text(json.dumps(host), encoding="utf-8")
 
@@ -204,13 +209,13 @@ class KnxTool:
 
 
 class Knxd(KnxTool):
-    """knxd attached to the house as a tunnelling client."""
+    """knxd attached to the house as a tunnelling client. `filters`: arguments for what its telegrams pass on the way."""
 
-    def __init__(self, house):
+    def __init__(self, house, filters=()):
         super().__init__(house, f"local:{house.directory}/knxd.sock")
         self.process = house.start("knxd", [
             "knxd", "-e", "1.1.20", "-E", "1.1.21:8", "-u", f"{house.directory}/knxd.sock",
-            "-b", f"ipt:127.0.0.1:{house.port}"])
+            *filters, "-b", f"ipt:127.0.0.1:{house.port}"])
         wait_until((house.directory / "knxd.sock").exists, 20, "knxd listens")
         house.host.wait_for_line("connected by", 20)
 
