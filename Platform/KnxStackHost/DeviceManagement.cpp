@@ -117,15 +117,15 @@ void DeviceManagement::OnChanged(DeviceChange change) {
     switch (change) {
     case DeviceChange::ProgrammingMode:
         LOG4CPLUS_INFO(Log(), fmt::format("programming mode is {}", IsInProgrammingMode() ? "on" : "off"));
-        m_outlets.readdressed();
+        m_outlets.changed();
         return;
     case DeviceChange::Address:
         LOG4CPLUS_INFO(Log(),
                        fmt::format("the device has the individual address {} now", Address().ToString()));
-        m_outlets.readdressed();
+        m_outlets.changed();
         break;
     case DeviceChange::LoadState: ReportLoadStates(); break;
-    case DeviceChange::Stored: break;
+    case DeviceChange::Stored: m_outlets.changed(); break;
     }
     Save();
 }

@@ -35,8 +35,9 @@ public:
         std::function<void(LoadedDevice)> restarted;
         /// A table of group communication is not loaded any more.
         std::function<void()> unloaded;
-        /// The device has another individual address, or is in programming mode or not.
-        std::function<void()> readdressed;
+        /// The device has another individual address, is in programming mode or not, or belongs to another
+        /// project.
+        std::function<void()> changed;
     };
 
     /// Makes the standard interface objects in `objects`, as their first ones, then those of the
@@ -48,10 +49,11 @@ public:
     void Connect(Outlets outlets) { m_outlets = std::move(outlets); }
 
     LoadedDevice Loaded() const;
+    const KnxDevice::Device& Device() const { return m_device; }
+    void SetIpFacts(KnxDevice::IpFacts facts) { m_device.SetIpFacts(std::move(facts)); }
     KnxFrames::IndividualAddress Address() const { return m_device.Address(); }
     bool IsInProgrammingMode() const { return m_device.IsInProgrammingMode(); }
     bool IsRestartPending() const { return m_device.IsRestartPending(); }
-    const KnxDevice::SerialNumber& SerialNumber() const { return m_device.Identity().serialNumber; }
 
     /// True when the device is what its image says, not what the configuration says.
     bool HasImage() const { return m_hasImage; }

@@ -47,7 +47,7 @@ void Host::Open() {
         {.send = [this](const KnxFrames::LData& telegram) { m_link.SendFromDevice(telegram); },
          .restarted = [this](LoadedDevice loaded) { OnDownloaded(std::move(loaded)); },
          .unloaded = [this] { Unload(); },
-         .readdressed = [this] { m_link.OnReaddressed(); }});
+         .changed = [this] { m_link.OnDeviceChanged(); }});
     m_link.Open(m_objects, m_management,
                 [this](Callback callback) { m_application.Post(std::move(callback)); },
                 {[this] { m_application.RequestReload(); }, [this] { m_application.RequestDeviceRestart(); },

@@ -63,6 +63,9 @@ public:
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
         if (m_configuration.routing)
             OpenRouting(*m_configuration.routing);
+        if (m_server)
+            management.SetIpFacts(m_server->Facts());
+        OnDeviceChanged();
         m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
         m_signals->add(SIGUSR1);
         m_signals->add(SIGUSR2);
@@ -115,7 +118,11 @@ public:
         m_readsDeadline.Set(std::chrono::steady_clock::now());
     }
 
-    void OnReaddressed() { m_router->SetOwnAddress(m_management->Address()); }
+    void OnDeviceChanged() {
+        m_router->SetOwnAddress(m_management->Address());
+        if (m_server)
+            m_server->SetDevice(m_management->Device());
+    }
 
     void Post(std::function<void()> work) { asio::post(m_context, std::move(work)); }
 
@@ -311,8 +318,8 @@ void LinkThread::BeginStartupReads() {
     m_implementation->BeginStartupReads();
 }
 
-void LinkThread::OnReaddressed() {
-    m_implementation->OnReaddressed();
+void LinkThread::OnDeviceChanged() {
+    m_implementation->OnDeviceChanged();
 }
 
 void LinkThread::Post(std::function<void()> work) {

@@ -45,8 +45,8 @@ public:
     /// of Run().
     void BeginStartupReads();
 
-    /// The management has another individual address. Thread of Run().
-    void OnReaddressed();
+    /// The device has another address, or something else that clients are told of it. Thread of Run().
+    void OnDeviceChanged();
 
     /// UDP port that the server listens on; 0 without a server.
     std::uint16_t Port() const;

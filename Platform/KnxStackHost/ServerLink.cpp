@@ -58,8 +58,9 @@ ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& co
     Open(configuration.server);
     if (!configuration.server.multicastGroup.empty())
         OpenGroup(configuration.server);
-    m_server.emplace(ServerConfigOf(configuration, m_socket.Local()),
-                     static_cast<KnxIp::TunnelServerListener&>(*this));
+    auto config = ServerConfigOf(configuration, m_socket.Local());
+    m_device = config.device;
+    m_server.emplace(std::move(config), static_cast<KnxIp::TunnelServerListener&>(*this));
 }
 
 void ServerLink::Open(const ServerSettings& settings) {
@@ -135,6 +136,24 @@ bool ServerLink::HasClients() const {
         if (m_server->IsOpen(static_cast<KnxIp::TunnelId>(tunnel)))
             return true;
     return false;
+}
+
+void ServerLink::SetDevice(const KnxDevice::Device& device) {
+    m_device.address = device.Address();
+    m_device.programmingMode = device.IsInProgrammingMode();
+    m_device.serialNumber = device.Identity().serialNumber;
+    m_device.projectInstallation = device.ProjectInstallation();
+    m_server->SetDevice(m_device);
+}
+
+KnxDevice::IpFacts ServerLink::Facts() const {
+    KnxDevice::IpFacts facts;
+    facts.address = m_socket.Local().address;
+    facts.multicast = m_device.multicast;
+    facts.mac = m_device.mac;
+    facts.tunnels = m_addresses;
+    facts.routes = m_device.multicast != 0;
+    return facts;
 }
 
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {

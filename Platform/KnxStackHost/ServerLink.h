@@ -32,6 +32,12 @@ public:
     /// True while a tunnel is open.
     bool HasClients() const;
 
+    /// What searches and descriptions say of the device. Name, multicast group and hardware address are the
+    /// configuration's and the network's.
+    void SetDevice(const KnxDevice::Device& device);
+    /// The place of the server in the IP network.
+    KnxDevice::IpFacts Facts() const;
+
     /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
     void ShareAddress(bool share) { m_socket.ShareAddress(share); }
 
@@ -78,6 +84,7 @@ private:
     std::uint64_t m_foreign = 0; // datagrams to the group that were for others
     bool m_fromGroup = false;    // what is being received
     std::vector<TunnelLines> m_lines;
+    KnxIp::DeviceInformation m_device;
     std::optional<KnxIp::TunnelServer> m_server;
 };
 
