@@ -5,7 +5,9 @@ import re
 import signal
 import unittest
 
+from bus_download import DATA, PROGRAM, download, tables
 from house import BIN, House, Knxd, load_json
+from knxd_transport import Connection
 from processes import run, wait_until
 
 RUNS = "the application program is configured and running"
@@ -116,6 +118,32 @@ class Download(unittest.TestCase):
         self.house.host.wait_for_line("The download brings the project that")
         self.assertEqual(self.project.stat().st_ino, before)
         self.assertEqual(self.changes.events(), ["configurationLoaded"])
+
+
+class DownloadByBus(Download):
+    """The same over the bus: tables, memory and application data by telegrams, through knxd."""
+
+    def setUp(self):
+        super().setUp()
+        self.restarts = 0
+
+    def download(self):
+        connection = Connection(self.house.directory / "knxd.sock", self.house.address)
+        host = load_json(self.house.configuration / "knxstackd.json")
+        content = tables(host["groupObjects"], {o["number"]: self.bits(o) for o in host["groupObjects"]})
+        content[PROGRAM] = bytes(97)
+        content[DATA] = self.data.read_bytes() if self.data.exists() else b""
+        content = {number: octets for number, octets in content.items() if octets}
+        self.restarts += 1
+        download(connection, content)
+        connection.close()
+
+    def bits(self, group_object):
+        """Size of its values in bits, as dsctl knows the type."""
+        if "size" in group_object:
+            return group_object["size"]
+        types = run([BIN / "dsctl", "--json", "types", group_object["dpt"]])[1]
+        return json.loads(types.splitlines()[0])["size"]
 
 
 if __name__ == "__main__":
