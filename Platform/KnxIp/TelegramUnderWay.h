@@ -53,6 +53,9 @@ public:
 
     const Datagram& Repeat(TimePoint ackDeadline) { return m_pending.Repeat(ackDeadline); }
 
+    /// Counts as acknowledged.
+    void NeedsNoAcknowledgement() { m_pending.Settle(); }
+
     PendingRequest::AckVerdict OnAck(const TunnellingAck& ack) { return m_pending.OnAck(ack); }
 
     /// Whether that is its confirmation, which then counts: the same content to the same destination. The

@@ -57,6 +57,7 @@ const char* ToString(LinkFailure failure) {
     case LinkFailure::ServerClosed: return "the server closed the connection";
     case LinkFailure::NoAck: return "a telegram was not acknowledged";
     case LinkFailure::Heartbeat: return "no answer to the heartbeat";
+    case LinkFailure::StreamEnded: return "the TCP connection could not be made or has ended";
     case LinkFailure::Forgotten: break;
     }
     return "the server does not know the connection any more";

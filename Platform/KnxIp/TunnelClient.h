@@ -20,6 +20,9 @@ struct TunnelClientConfig {
     /// Control endpoint of the interface. Left empty, it is waited for: see TunnelClient::SetServer().
     Endpoint server;
 
+    /// Over a TCP stream instead of UDP. A network address translation makes no difference then.
+    bool tcp = false;
+
     /// True behind a network address translation: the server is told to answer to where our datagrams come
     /// from, and its own idea of its address is ignored.
     bool nat = false;
@@ -40,6 +43,7 @@ enum class LinkFailure : std::uint8_t {
     NoAck,          ///< a telegram was not acknowledged, nor its repetition
     Heartbeat,      ///< four CONNECTIONSTATE_REQUESTs without a good answer
     Forgotten,      ///< the server does not know the connection: status 21h
+    StreamEnded,    ///< the TCP stream could not be opened, has ended, or carries something else
 };
 
 /// "no answer to the connect request", ...
@@ -71,7 +75,7 @@ struct TunnelClientCounters {
 };
 
 /// Receives the wishes of a TunnelClient, inside the call that caused them and on its thread. An
-/// implementation may call Send() and Stop() from any of them, but neither OnDatagram() nor OnTime(), and
+/// implementation may call Send() and Stop() from any of them, but nothing whose name begins with On, and
 /// must not destroy the client.
 class TunnelClientListener {
 public:
@@ -79,6 +83,17 @@ public:
 
     /// Send one UDP datagram, always from the same socket. The octets are valid during the call.
     virtual void SendDatagram(const Endpoint& to, Octets datagram) = 0;
+
+    /// Open a TCP stream to the server; then TunnelClient::OnStreamOpened(), or OnStreamClosed() when that
+    /// fails. There is never more than one. Not called without TunnelClientConfig::tcp, as the next two.
+    virtual void OpenStream(const Endpoint& server) { static_cast<void>(server); }
+
+    /// Send a frame in the stream, all of it and in order, without waiting. The octets are valid during the
+    /// call.
+    virtual void SendToStream(Octets frame) { static_cast<void>(frame); }
+
+    /// Close the stream, or give up opening it. Nothing of it is to be told afterwards.
+    virtual void CloseStream() {}
 
     /// A telegram from the bus (L_Data.ind). Confirmations of our own telegrams do not come here.
     virtual void OnTelegram(const KnxFrames::LData& telegram) = 0;
@@ -109,7 +124,7 @@ public:
     virtual Endpoint LocalEndpoint() = 0;
 };
 
-/// KNXnet/IP tunnelling client over UDP, version 1.0, link layer. It opens no socket and reads no clock. Not
+/// KNXnet/IP tunnelling client over UDP or TCP, link layer. It opens no socket and reads no clock. Not
 /// synchronised: all calls from one thread. Time never goes back between calls.
 ///
 /// Connection: CONNECT_REQUEST, 10 s for the answer. Heartbeat each 60 s, 10 s for the answer, three
@@ -127,6 +142,11 @@ public:
 /// answered the first transmission by not knowing the connection. Otherwise it is reported as not
 /// acknowledged and not sent again, so that nothing happens twice. One that was acknowledged but not yet
 /// confirmed is reported as not confirmed; one that was confirmed has reached the bus, acknowledged or not.
+///
+/// Over TCP each try opens a stream of its own, within the 10 s of the connect request. Nothing is
+/// acknowledged or repeated there, and numbers of requests do not matter: a telegram counts as acknowledged
+/// once it is in the stream, and the next one follows its confirmation. When the stream ends, the connection
+/// has ended.
 class TunnelClient {
 public:
     static constexpr std::chrono::seconds kConnectTimeout{10};
@@ -161,6 +181,16 @@ public:
 
     /// A datagram arrived at our socket.
     void OnDatagram(TimePoint now, const Endpoint& from, Octets datagram);
+
+    /// The stream that was asked for is open.
+    void OnStreamOpened(TimePoint now);
+
+    /// Octets came in the stream, cut anywhere.
+    void OnStreamOctets(TimePoint now, Octets octets);
+
+    /// The stream could not be opened or has ended, but not by CloseStream(). Never inside a call of the
+    /// listener.
+    void OnStreamClosed(TimePoint now);
 
     /// Does what is due. Harmless when nothing is.
     void OnTime(TimePoint now);

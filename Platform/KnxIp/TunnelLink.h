@@ -70,9 +70,14 @@ public:
             return AckVerdict::Stale;
         if (ack.status != Status::NoError)
             return AckVerdict::Refused;
+        Settle();
+        return AckVerdict::Done;
+    }
+
+    /// Done with it, as if it had been acknowledged.
+    void Settle() {
         m_active = false;
         ++m_sequence;
-        return AckVerdict::Done;
     }
 
 private:

@@ -41,7 +41,8 @@ struct ServerSettings {
 struct InterfaceSettings {
     std::string host; ///< name or IPv4 address
     std::uint16_t port = 3671;
-    bool nat = false;         ///< the interface is to answer to the address it sees
+    bool tcp = false;         ///< over TCP instead of UDP
+    bool nat = false;         ///< the interface is to answer to the address it sees; of no account over TCP
     std::string localAddress; ///< IPv4 address to send from; "" = the system's choice
 
     bool operator==(const InterfaceSettings&) const = default;

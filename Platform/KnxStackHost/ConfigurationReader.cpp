@@ -144,13 +144,18 @@ void ConfigurationReader::ReadInterface(Members& root) {
     const auto* object = root.Object("interface");
     if (object == nullptr)
         return;
-    Members members(*object, root.PlaceOf("interface"), m_errors, {"host", "port", "nat", "localAddress"});
+    Members members(*object, root.PlaceOf("interface"), m_errors,
+                    {"host", "port", "protocol", "nat", "localAddress"});
     InterfaceSettings settings;
     if (members.Require("host"))
         settings.host = members.Text("host").value_or("");
     if (members.Has("host") && settings.host.empty())
         m_errors.Add(members.PlaceOf("host"), "must be the name or address of a KNX/IP interface");
     ReadPort(members, 1, settings.port);
+    const auto protocol = members.Text("protocol").value_or("udp");
+    settings.tcp = protocol == "tcp";
+    if (protocol != "tcp" && protocol != "udp")
+        m_errors.Add(members.PlaceOf("protocol"), "must be \"udp\" or \"tcp\"");
     settings.nat = members.Boolean("nat").value_or(false);
     ReadIpv4(members, "localAddress", settings.localAddress);
     m_result.interface = std::move(settings);

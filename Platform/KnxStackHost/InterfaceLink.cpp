@@ -36,10 +36,13 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
                    m_deadline.Set(m_client.NextTime());
                    AfterWork();
                }),
-      m_nameLookUp(context), m_lookUpAgain(context), m_deadline(context, [this] { return OnTime(); }),
-      m_client(ClientConfig(), *this) {
+      m_stream(context, StreamEvents()), m_nameLookUp(context), m_lookUpAgain(context),
+      m_deadline(context, [this] { return OnTime(); }), m_client(ClientConfig(), *this) {
     try {
+        // Over TCP, too: an address that this machine does not have is an error of the configuration.
         m_socket.Open(EndpointOf(m_settings.localAddress, 0));
+        if (m_settings.tcp)
+            m_socket.Close();
     } catch (const boost::system::system_error& error) {
         throw LinkError(fmt::format("/interface/localAddress: the local address {} cannot be used: {}",
                                     m_settings.localAddress, error.code().message()));
@@ -47,7 +50,8 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
 }
 
 void InterfaceLink::Start() {
-    m_socket.Start();
+    if (!m_settings.tcp)
+        m_socket.Start();
     LOG4CPLUS_INFO(Log(), fmt::format("connecting to the KNX/IP interface {}", Name()));
     m_client.Start(Now());
     if (IsIpv4Address(m_settings.host))
@@ -91,6 +95,7 @@ void InterfaceLink::OnLookedUp(const LookedUp& result) {
 
 KnxIp::TunnelClientConfig InterfaceLink::ClientConfig() {
     KnxIp::TunnelClientConfig config;
+    config.tcp = m_settings.tcp;
     config.nat = m_settings.nat;
     config.jitter = [this] { return std::uniform_real_distribution<double>()(m_random); };
     return config;
@@ -132,11 +137,42 @@ void InterfaceLink::ReportCounts() {
 }
 
 std::string InterfaceLink::Name() const {
-    return fmt::format("{}:{}", m_settings.host, m_settings.port);
+    return fmt::format("{}:{}{}", m_settings.host, m_settings.port, m_settings.tcp ? " over TCP" : "");
 }
 
 void InterfaceLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
     m_socket.Send(to, datagram);
+}
+
+TcpClient::Events InterfaceLink::StreamEvents() {
+    const auto afterwards = [this] {
+        m_deadline.Set(m_client.NextTime());
+        AfterWork();
+    };
+    return {[this, afterwards] {
+                m_client.OnStreamOpened(Now());
+                afterwards();
+            },
+            [this, afterwards](KnxFrames::Octets octets) {
+                m_client.OnStreamOctets(Now(), octets);
+                afterwards();
+            },
+            [this, afterwards] {
+                m_client.OnStreamClosed(Now());
+                afterwards();
+            }};
+}
+
+void InterfaceLink::OpenStream(const Endpoint& server) {
+    m_stream.Open(server, EndpointOf(m_settings.localAddress, 0).address);
+}
+
+void InterfaceLink::SendToStream(KnxIp::Octets frame) {
+    m_stream.Send(frame);
+}
+
+void InterfaceLink::CloseStream() {
+    m_stream.Close();
 }
 
 void InterfaceLink::OnTelegram(const KnxFrames::LData& telegram) {

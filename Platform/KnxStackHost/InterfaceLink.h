@@ -5,6 +5,7 @@
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/NameLookUp.h"
 #include "KnxStackHost/Notices.h"
+#include "KnxStackHost/TcpClient.h"
 #include "KnxStackHost/Udp.h"
 
 #include <boost/asio/steady_timer.hpp>
@@ -15,9 +16,9 @@
 
 namespace KnxStackHost {
 
-/// Feeds a TunnelClient with datagrams and time. An interface that is given by name is looked up until there
-/// is an answer; telegrams to it wait meanwhile, as while there is no connection. All calls on the thread of
-/// the io_context.
+/// Feeds a TunnelClient with datagrams, or what comes in a TCP stream, and time. An interface that is given
+/// by name is looked up until there is an answer; telegrams to it wait meanwhile, as while there is no
+/// connection. All calls on the thread of the io_context.
 class InterfaceLink final : private KnxIp::TunnelClientListener {
 public:
     using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
@@ -32,6 +33,9 @@ public:
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
+    void OpenStream(const KnxIp::Endpoint& server) override;
+    void SendToStream(KnxIp::Octets frame) override;
+    void CloseStream() override;
     void OnTelegram(const KnxFrames::LData& telegram) override;
     void OnConnected(KnxFrames::IndividualAddress address) override;
     void OnDisconnected(KnxIp::LinkFailure failure, std::chrono::milliseconds retryIn) override;
@@ -47,6 +51,7 @@ private:
     KnxIp::TunnelClientConfig ClientConfig();
     void SetServer(const KnxIp::Endpoint& server);
     std::optional<TimePoint> OnTime();
+    TcpClient::Events StreamEvents();
     void AfterWork();
     void ReportCounts();
     std::string Name() const;
@@ -54,7 +59,8 @@ private:
     boost::asio::io_context& m_context;
     const InterfaceSettings m_settings;
     OnTelegramFrom m_received;
-    UdpSocket m_socket;
+    UdpSocket m_socket; // not open when TCP is spoken
+    TcpClient m_stream;
     NameLookUp m_nameLookUp;
     boost::asio::steady_timer m_lookUpAgain;
     Deadline m_deadline;

@@ -33,6 +33,9 @@ inline TunnelClientConfig Config() {
     return config;
 }
 
+/// CONNECT_RESPONSE over TCP: channel 21 with 1.1.250.
+inline const std::string kConnectedOverTcp = "061002060014 1500 0802000000000000 040411fa";
+
 /// A client under test; everything it wishes goes into the transcript.
 class ClientBench : public TunnelClientListener {
 public:
@@ -43,6 +46,11 @@ public:
     }
 
     void SendDatagram(const Endpoint& to, Octets datagram) override { m_transcript.Out(m_now, to, datagram); }
+    void OpenStream(const Endpoint& server) override {
+        Event(fmt::format("open a stream to {}", server.ToString()));
+    }
+    void SendToStream(Octets frame) override { m_transcript.Out(m_now, "stream", frame); }
+    void CloseStream() override { Event("close the stream"); }
     void OnTelegram(const LData& telegram) override { Event(fmt::format("telegram {}", Describe(telegram))); }
     void OnConnected(IndividualAddress address) override {
         Event(fmt::format("connected as {}", address.ToString()));
@@ -77,6 +85,24 @@ public:
     void Connect() {
         m_client.Start(m_now);
         Receive(kServer, "061002060014 1500 0801c0a801020e57 040411fa");
+        Advance(seconds(10));
+        Take();
+    }
+    void ReceiveInStream(const std::string& hex) {
+        const auto octets = Hex(hex);
+        m_transcript.In(m_now, "stream", octets);
+        m_client.OnStreamOctets(m_now, octets);
+    }
+    void StreamOpened() { m_client.OnStreamOpened(m_now); }
+    void StreamClosed() {
+        Event("the stream has ended");
+        m_client.OnStreamClosed(m_now);
+    }
+    /// Likewise over TCP.
+    void ConnectOverTcp() {
+        m_client.Start(m_now);
+        StreamOpened();
+        ReceiveInStream(kConnectedOverTcp);
         Advance(seconds(10));
         Take();
     }

@@ -50,7 +50,7 @@ TEST(Configuration, ReadsEveryMember) {
             R"("port": 3672, "tcp": false, "multicastGroup": "224.0.23.12", "multicastInterface": "10.0.0.1")")
             .replace(
                 0, 1,
-                R"({ "interface": {"host": "gateway", "port": 3700, "nat": true, "localAddress": "10.0.0.1"},
+                R"({ "interface": {"host": "gateway", "port": 3700, "protocol": "tcp", "nat": true, "localAddress": "10.0.0.1"},
                 "deviceStackSocket": "run/ds.sock", "project": "house.json",
                 "log": {"level": "debug", "file": "/var/log/knx.log"},)"),
         kFile);
@@ -69,6 +69,7 @@ TEST(Configuration, ReadsEveryMember) {
     EXPECT_EQ("gateway", configuration.interface->host);
     EXPECT_EQ(3700, configuration.interface->port);
     EXPECT_TRUE(configuration.interface->nat);
+    EXPECT_TRUE(configuration.interface->tcp);
     EXPECT_EQ("10.0.0.1", configuration.interface->localAddress);
     EXPECT_EQ("/etc/knx/run/ds.sock", configuration.deviceStackSocket);
     EXPECT_EQ("/etc/knx/house.json", configuration.project);
@@ -304,6 +305,8 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
         {"3672", "70000", "/server/port: must be a whole number from 0 to 65535, not 70000"},
         {"3672", "3672, \"enabled\": false",
          "/server/enabled: without a server there must be an \"interface\" or \"routing\""},
+        {"\"groupObjects\"", R"("interface": {"host": "gateway", "protocol": "TCP"}, "groupObjects")",
+         "/interface/protocol: must be \"udp\" or \"tcp\""},
         {"\"groupObjects\"", R"("routing": {"group": "10.0.0.1"}, "groupObjects")",
          "/routing/group: 10.0.0.1 is no multicast group; KNX uses 224.0.23.12"},
         {"\"groupObjects\"", R"("routing": {"interface": "lo"}, "groupObjects")",
@@ -424,7 +427,7 @@ TEST(Configuration, KnowsAnInterfaceThatIsItsOwnServer) {
         configuration.server.address = c.server;
         configuration.server.port = c.serverPort;
         EXPECT_FALSE(LeadsBackToServer(configuration)) << "there is no interface";
-        configuration.interface = InterfaceSettings{c.interface, c.port, false, ""};
+        configuration.interface = InterfaceSettings{c.interface, c.port, false, false, ""};
         EXPECT_EQ(c.same, LeadsBackToServer(configuration))
             << c.server << ':' << c.serverPort << " and " << c.interface << ':' << c.port;
         configuration.server.enabled = false;

@@ -17,9 +17,9 @@ namespace {
 using std::chrono::seconds;
 using testing::HasSubstr;
 
-std::string InterfaceAt(const std::string& host, std::uint16_t port) {
+std::string InterfaceAt(const std::string& host, std::uint16_t port, const std::string& protocol = "udp") {
     auto text = TestConfiguration("", R"(, "interface": {"host": ")" + host + R"(", "port": )" +
-                                          std::to_string(port) + "}");
+                                          std::to_string(port) + R"(, "protocol": ")" + protocol + "\"}");
     const std::string own = "\"1.1.250\"";
     text.replace(text.find(own), own.size(), "\"1.1.240\"");
     for (const auto& [from, to] : {std::pair("1.1.251", "1.1.241"), std::pair("1.1.252", "1.1.242")})
@@ -27,7 +27,8 @@ std::string InterfaceAt(const std::string& host, std::uint16_t port) {
     return text;
 }
 
-class WithInterface : public testing::Test {
+/// Over UDP and over TCP.
+class WithInterface : public testing::TestWithParam<const char*> {
 protected:
     /// True once the program of the inner host has recorded the line.
     bool Recorded(const std::string& line) const {
@@ -39,11 +40,11 @@ protected:
     std::optional<DaemonProcess> m_outer{std::in_place, m_outerDirectory, TestConfiguration()};
     const std::uint16_t m_outerPort = m_outer->Port();
     std::optional<DaemonProcess> m_inner{std::in_place, m_innerDirectory,
-                                         InterfaceAt("127.0.0.1", m_outerPort)};
+                                         InterfaceAt("127.0.0.1", m_outerPort, GetParam())};
     const std::uint16_t m_innerPort = m_inner->Port();
 };
 
-TEST_F(WithInterface, TelegramsPassInBothDirections) {
+TEST_P(WithInterface, TelegramsPassInBothDirections) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     EXPECT_THAT(m_inner->Log(), HasSubstr(" as 1.1.251"));
     RawTunnel bus(m_outerPort);
@@ -64,7 +65,7 @@ TEST_F(WithInterface, TelegramsPassInBothDirections) {
     EXPECT_THAT(obeyed, testing::UnorderedElementsAre(fromInner, fromOuter));
 }
 
-TEST_F(WithInterface, ABurstOfATunnelReachesTheBusCompleteAndInOrder) {
+TEST_P(WithInterface, ABurstOfATunnelReachesTheBusCompleteAndInOrder) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     RawTunnel bus(m_outerPort);
     RawTunnel inside(m_innerPort);
@@ -77,7 +78,7 @@ TEST_F(WithInterface, ABurstOfATunnelReachesTheBusCompleteAndInOrder) {
     }
 }
 
-TEST_F(WithInterface, ABurstOfTheProgramReachesTheBusAndTheTunnelsCompleteAndInOrder) {
+TEST_P(WithInterface, ABurstOfTheProgramReachesTheBusAndTheTunnelsCompleteAndInOrder) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     RawTunnel bus(m_outerPort);
     RawTunnel inside(m_innerPort);
@@ -95,7 +96,7 @@ TEST_F(WithInterface, ABurstOfTheProgramReachesTheBusAndTheTunnelsCompleteAndInO
     }
 }
 
-TEST_F(WithInterface, ALostInterfaceIsFoundAgain) {
+TEST_P(WithInterface, ALostInterfaceIsFoundAgain) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     m_outer->Signal(SIGTERM);
     ASSERT_EQ(0, m_outer->WaitForEnd(seconds(6)));
@@ -108,7 +109,7 @@ TEST_F(WithInterface, ALostInterfaceIsFoundAgain) {
     EXPECT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface", seconds(30), 2)) << m_inner->Log();
 }
 
-TEST_F(WithInterface, CountsWhatPassedWhenItEnds) {
+TEST_P(WithInterface, CountsWhatPassedWhenItEnds) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     RawTunnel bus(m_outerPort);
     RawTunnel inside(m_innerPort);
@@ -131,11 +132,34 @@ TEST_F(WithInterface, CountsWhatPassedWhenItEnds) {
     EXPECT_THAT(m_inner->Log(), HasSubstr("4 telegrams had a group address that no group object has"));
 }
 
-TEST_F(WithInterface, LeavesTheInterfaceWhenItEnds) {
+TEST_P(WithInterface, LeavesTheInterfaceWhenItEnds) {
     ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
     m_inner->Signal(SIGTERM);
     ASSERT_EQ(0, m_inner->WaitForEnd(seconds(6)));
     EXPECT_TRUE(m_outer->WaitForLog("tunnel 1.1.251: closed by the client"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, WithInterface, testing::Values("udp", "tcp"),
+                         [](const auto& each) { return std::string(each.param); });
+
+TEST(Interface, OverTcpIsTriedAgainUntilItIsThere) {
+    const TemporaryDirectory outerDirectory;
+    const TemporaryDirectory innerDirectory;
+    std::optional<DaemonProcess> outer(std::in_place, outerDirectory, TestConfiguration());
+    const auto port = outer->Port();
+    outer.reset();
+    DaemonProcess inner(innerDirectory, InterfaceAt("127.0.0.1", port, "tcp"));
+    ASSERT_TRUE(
+        inner.WaitForLog("no connection to the KNX/IP interface 127.0.0.1:" + std::to_string(port) +
+                         " over TCP: the TCP connection could not be made or has ended; next try in "));
+    RawTunnel inside(inner.Port());
+    ASSERT_TRUE(inside.Send(GroupRequest(Group(9, 0, 1), kWrite, {0x17})));
+    outer.emplace(outerDirectory, TestConfiguration(),
+                  std::vector<std::string>{"--knx-port", std::to_string(port)});
+    ASSERT_TRUE(inner.WaitForLog("connected to the KNX/IP interface", seconds(60)));
+    EXPECT_TRUE(outer->WaitForLog("connected by 127.0.0.1:"));
+    EXPECT_TRUE(outer->WaitForLog("1.1.241 -> 9/0/1 GroupValue_Write 17")) << "what waited has come";
+    EXPECT_THAT(outer->Log(), HasSubstr(" over TCP"));
 }
 
 TEST(Interface, IsLookedUpByName) {

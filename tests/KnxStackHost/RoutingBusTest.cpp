@@ -115,6 +115,18 @@ TEST_F(OnARoutingBus, TheRateIsThatOfTheConfiguration) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(500));
 }
 
+TEST_F(OnARoutingBus, ValuesAreReadAtTheStartAlthoughNobodyIsConnected) {
+    auto configuration = OnGroup(m_name);
+    const std::string objects = R"("groupObjects": [)";
+    configuration.insert(configuration.find(objects) + objects.size(),
+                         R"({"number": 11, "size": 8, "flags": "CUI", "addresses": ["2/0/1"]}, )");
+    DaemonProcess daemon(m_directory, configuration);
+    EXPECT_EQ(Indication({0x29, 0x00, 0xBC, 0xE0, 0x11, 0xFA, 0x10, 0x01, 0x01, 0x00, 0x00}),
+              m_group.Receive());
+    m_group.Send(Indication({0x29, 0x00, 0xBC, 0xE0, 0x11, 0x14, 0x10, 0x01, 0x02, 0x00, 0x40, 0x22}));
+    EXPECT_TRUE(daemon.WaitForLog("of 1 values to be read at the start, 1 are known", seconds(20)));
+}
+
 TEST_F(OnARoutingBus, TheDescriptionNamesTheGroup) {
     DaemonProcess daemon(m_directory, OnGroup(m_name));
     const RawUdp client(daemon.Port());

@@ -83,6 +83,26 @@ TEST_F(TcpTunnel, ClientsAreDisconnectedWhenTheDaemonEnds) {
     EXPECT_EQ(0, m_daemon.WaitForEnd(milliseconds(20000)));
 }
 
+TEST_F(TcpTunnel, ASearchForProgrammingModeFindsTheDeviceWhileItIsInIt) {
+    const RawUdp client(m_port);
+    const Bytes forProgrammingMode = {0x06, 0x10, 0x02, 0x0B, 0x00, 0x10, 0x08, 0x01,
+                                      0,    0,    0,    0,    0,    0,    0x02, 0x81};
+    client.Send(forProgrammingMode);
+    EXPECT_EQ(Bytes(), client.Receive(milliseconds(200)));
+    m_daemon.Signal(SIGUSR2);
+    Bytes answer;
+    ASSERT_TRUE(Eventually(
+        [&] {
+            client.Send(forProgrammingMode);
+            answer = client.Receive(milliseconds(200));
+            return !answer.empty();
+        },
+        milliseconds(20000)));
+    ASSERT_GT(answer.size(), 68u);
+    EXPECT_EQ(Bytes({0x06, 0x10, 0x02, 0x0C}), Bytes(answer.begin(), answer.begin() + 4));
+    EXPECT_EQ(Bytes({0x36, 0x01, 0x02, 0x01, 0x11, 0xFA}), Bytes(answer.begin() + 14, answer.begin() + 20));
+}
+
 TEST(TcpSwitchedOff, NobodyListensAndTheDescriptionSaysSo) {
     const TemporaryDirectory directory;
     auto configuration = TestConfiguration();
