@@ -86,8 +86,12 @@ void DeviceManagement::SendTelegram(const KnxFrames::LData& telegram) {
 }
 
 void DeviceManagement::OnRestart(KnxDevice::Erase erase, IndividualAddress by) {
-    auto loaded = Loaded();
     LOG4CPLUS_INFO(Log(), fmt::format("{} asked for a {}", by.ToString(), KnxDevice::ToString(erase)));
+    if (!m_hasImage) {
+        m_outlets.restartedAsConfigured();
+        return;
+    }
+    auto loaded = Loaded();
     if (loaded.isProgramLoaded)
         m_device.SetRestartPending(true);
     else

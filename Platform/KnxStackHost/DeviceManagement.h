@@ -33,6 +33,8 @@ public:
         std::function<void(const KnxFrames::LData&)> send;
         /// The device has restarted with what is loaded now, and its image says so. Any thread.
         std::function<void(LoadedDevice)> restarted;
+        /// The device has restarted, and is as the configuration describes it.
+        std::function<void()> restartedAsConfigured;
         /// A table of group communication is not loaded any more.
         std::function<void()> unloaded;
         /// The device has another individual address, is in programming mode or not, or belongs to another

@@ -46,6 +46,7 @@ void Host::Open() {
     m_management.Connect(
         {.send = [this](const KnxFrames::LData& telegram) { m_link.SendFromDevice(telegram); },
          .restarted = [this](LoadedDevice loaded) { OnDownloaded(std::move(loaded)); },
+         .restartedAsConfigured = [this] { m_application.RequestDeviceRestart(); },
          .unloaded = [this] { Unload(); },
          .changed = [this] { m_link.OnDeviceChanged(); }});
     m_link.Open(m_objects, m_management,
@@ -148,7 +149,7 @@ bool Host::Read(Scope scope) {
         return true;
     }
     if (scope == Scope::Device)
-        LOG4CPLUS_INFO(Log(), "a download has ended; reading the device's part of the configuration again");
+        LOG4CPLUS_INFO(Log(), "the device restarts; reading its part of the configuration again");
     try {
         m_next = m_read(scope);
     } catch (const ConfigurationError& error) {

@@ -172,6 +172,24 @@ TEST_F(DeviceManagementOfTheDaemon, ADeviceThatIsBeingLoadedTakesNoGroupTelegram
     EXPECT_THAT(m_directory.Read("record"), Not(HasSubstr("write")));
 }
 
+TEST_F(DeviceManagementOfTheDaemon, ARestartOfADeviceThatNoToolHasChangedLeavesTheConfigurationInForce) {
+    Start();
+    TunnelChannel channel(*m_tunnel);
+    EXPECT_EQ("", channel.Ask({0x03, 0x80}));
+    ASSERT_TRUE(Recorded("restart"));
+    EXPECT_TRUE(m_daemon->WaitForLog("the new device is in force, with 5 group objects"));
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path() + "/state/device.image"));
+    m_directory.Write("knxstackd.json", [] {
+        auto text = Configuration();
+        const std::string address = "\"31/7/255\"";
+        return text.replace(text.find(address), address.size(), "\"30/0/1\"");
+    }());
+    m_daemon->Signal(SIGHUP);
+    ASSERT_TRUE(m_daemon->WaitForLog("the new configuration is in force"));
+    ASSERT_TRUE(m_tunnel->Send(GroupRequest(Group(30, 0, 1), kWrite, {7})));
+    EXPECT_TRUE(Recorded("write 4 07"));
+}
+
 TEST_F(DeviceManagementOfTheDaemon, AnUnreadableImageIsKeptAsideAndTheDeviceStartsUnloaded) {
     std::filesystem::create_directories(m_directory.Path() + "/state");
     m_directory.Write("state/device.image", "KNXDEVICE\x01 and nothing that was ever an image");
