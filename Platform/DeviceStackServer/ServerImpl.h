@@ -1,10 +1,10 @@
 // The parts of the running server. Internal to the daemon.
 #pragma once
 
+#include "DaemonSupport/LocalListener.h"
 #include "DeviceStackServer/Commands.h"
 #include "DeviceStackServer/Core.h"
 #include "DeviceStackServer/FileWatcher.h"
-#include "DeviceStackServer/Listener.h"
 #include "DeviceStackServer/Server.h"
 #include "DeviceStackServer/Session.h"
 #include "DeviceStackServer/StateFiles.h"
@@ -61,7 +61,7 @@ private:
     boost::asio::io_context m_context{1};
     Core m_core;
     StateFiles m_state;
-    Listener m_listener{m_context};
+    DaemonSupport::LocalListener m_listener{m_context, "DeviceStack.Server"};
     FileWatcher m_watcher;
     SystemClockWatch m_clockWatch;
     boost::asio::signal_set m_signals{m_context, SIGTERM, SIGINT, SIGHUP};

@@ -1,4 +1,4 @@
-// The socket that clients connect to. Internal to the daemon.
+// The Unix socket that the clients of a daemon connect to.
 #pragma once
 
 #include <boost/asio/io_context.hpp>
@@ -8,14 +8,17 @@
 #include <functional>
 #include <string>
 
-namespace DeviceStackServer {
+namespace DaemonSupport {
 
-class Listener {
+/// All calls on the thread of the io_context.
+class LocalListener {
 public:
     using Socket = boost::asio::local::stream_protocol::socket;
 
-    explicit Listener(boost::asio::io_context& context) : m_acceptor(context), m_pause(context) {}
-    ~Listener() { Close(); }
+    /// `logger` has a name for life: the one that warnings are logged under.
+    LocalListener(boost::asio::io_context& context, const char* logger)
+        : m_acceptor(context), m_pause(context), m_logger(logger) {}
+    ~LocalListener() { Close(); }
 
     /// Takes the socket file over from a dead server, never from a living one. Creates its directory if need
     /// be.
@@ -25,6 +28,9 @@ public:
     /// Hands out connections until Close().
     void Accept(std::function<void(Socket)> onConnection);
 
+    /// Of the socket file; "" while closed.
+    const std::string& Path() const { return m_path; }
+
     /// Stops listening and removes the socket file.
     void Close();
 
@@ -33,8 +39,9 @@ private:
 
     boost::asio::local::stream_protocol::acceptor m_acceptor;
     boost::asio::steady_timer m_pause; // while there are no descriptors
+    const char* const m_logger;
     std::function<void(Socket)> m_onConnection;
     std::string m_path;
 };
 
-} // namespace DeviceStackServer
+} // namespace DaemonSupport

@@ -1,4 +1,4 @@
-#include "DeviceStackServer/Listener.h"
+#include "DaemonSupport/LocalListener.h"
 
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
@@ -11,7 +11,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace DeviceStackServer {
+namespace DaemonSupport {
 namespace {
 
 using Protocol = boost::asio::local::stream_protocol;
@@ -37,7 +37,7 @@ std::string RemoveStaleSocket(boost::asio::io_context& context, const std::strin
 
 } // namespace
 
-std::string Listener::Open(const std::string& path, unsigned mode) {
+std::string LocalListener::Open(const std::string& path, unsigned mode) {
     constexpr std::size_t kMaxPath = sizeof(sockaddr_un::sun_path) - 1;
     if (path.size() > kMaxPath)
         return fmt::format("{}: a socket path has at most {} bytes", path, kMaxPath);
@@ -65,12 +65,12 @@ std::string Listener::Open(const std::string& path, unsigned mode) {
     return error ? fmt::format("{}: {}", path, error.message()) : std::string();
 }
 
-void Listener::Accept(std::function<void(Socket)> onConnection) {
+void LocalListener::Accept(std::function<void(Socket)> onConnection) {
     m_onConnection = std::move(onConnection);
     WaitForConnection();
 }
 
-void Listener::WaitForConnection() {
+void LocalListener::WaitForConnection() {
     m_acceptor.async_accept([this](const boost::system::error_code& error, Socket socket) {
         if (!m_acceptor.is_open())
             return;
@@ -79,7 +79,7 @@ void Listener::WaitForConnection() {
             m_onConnection(std::move(socket));
             return WaitForConnection();
         }
-        LOG4CPLUS_WARN(log4cplus::Logger::getInstance("DeviceStack.Server"),
+        LOG4CPLUS_WARN(log4cplus::Logger::getInstance(m_logger),
                        "A connection cannot be taken: " << error.message() << '.');
         m_pause.expires_after(std::chrono::seconds(1));
         m_pause.async_wait([this](const boost::system::error_code& cancelled) {
@@ -89,7 +89,7 @@ void Listener::WaitForConnection() {
     });
 }
 
-void Listener::Close() {
+void LocalListener::Close() {
     if (m_path.empty())
         return;
     boost::system::error_code ignored;
@@ -99,4 +99,4 @@ void Listener::Close() {
     m_path.clear();
 }
 
-} // namespace DeviceStackServer
+} // namespace DaemonSupport
