@@ -83,31 +83,6 @@ Outcome<CemiFrame> ReadLData(Octets octets) {
     return result;
 }
 
-const char* Name(TpduKind kind) {
-    switch (kind) {
-    case TpduKind::DataBroadcast: return "T_Data_Broadcast";
-    case TpduKind::DataGroup: return "T_Data_Group";
-    case TpduKind::DataTagGroup: return "T_Data_Tag_Group";
-    case TpduKind::DataIndividual: return "T_Data_Individual";
-    case TpduKind::DataConnected: return "T_Data_Connected";
-    case TpduKind::Connect: return "T_Connect";
-    case TpduKind::Disconnect: return "T_Disconnect";
-    case TpduKind::Ack: return "T_ACK";
-    case TpduKind::Nak: return "T_NAK";
-    case TpduKind::Unknown: break;
-    }
-    return "unknown service";
-}
-
-const char* Name(GroupServiceKind kind) {
-    switch (kind) {
-    case GroupServiceKind::Read: return "GroupValue_Read";
-    case GroupServiceKind::Response: return "GroupValue_Response";
-    case GroupServiceKind::Write: break;
-    }
-    return "GroupValue_Write";
-}
-
 void AppendHexadecimal(Octets octets, std::string& text) {
     constexpr const char* kDigits = "0123456789abcdef";
     for (const std::uint8_t octet : octets) {
@@ -173,7 +148,7 @@ std::string Describe(const LData& frame) {
     const TpduKind kind = frame.Kind();
     if (kind == TpduKind::DataGroup) {
         if (const auto service = ReadGroupService(frame.tpdu)) {
-            text += Name(service->kind);
+            text += ToString(service->kind);
             if (service->kind == GroupServiceKind::Read)
                 return text;
             text += ' ';
@@ -182,7 +157,7 @@ std::string Describe(const LData& frame) {
             return text;
         }
     }
-    text += Name(kind);
+    text += ToString(kind);
     text += ' ';
     AppendHexadecimal(frame.tpdu, text);
     return text;

@@ -46,6 +46,31 @@ Tpdu MakeApplicationHeader(GroupServiceKind kind, std::uint8_t low) {
 
 } // namespace
 
+const char* ToString(TpduKind kind) {
+    switch (kind) {
+    case TpduKind::DataBroadcast: return "T_Data_Broadcast";
+    case TpduKind::DataGroup: return "T_Data_Group";
+    case TpduKind::DataTagGroup: return "T_Data_Tag_Group";
+    case TpduKind::DataIndividual: return "T_Data_Individual";
+    case TpduKind::DataConnected: return "T_Data_Connected";
+    case TpduKind::Connect: return "T_Connect";
+    case TpduKind::Disconnect: return "T_Disconnect";
+    case TpduKind::Ack: return "T_ACK";
+    case TpduKind::Nak: return "T_NAK";
+    case TpduKind::Unknown: break;
+    }
+    return "unknown service";
+}
+
+const char* ToString(GroupServiceKind kind) {
+    switch (kind) {
+    case GroupServiceKind::Read: return "GroupValue_Read";
+    case GroupServiceKind::Response: return "GroupValue_Response";
+    case GroupServiceKind::Write: break;
+    }
+    return "GroupValue_Write";
+}
+
 TpduKind ClassifyTpdu(const Tpdu& tpdu, bool toGroup, std::uint16_t destination) {
     if (tpdu.IsEmpty())
         return TpduKind::Unknown;

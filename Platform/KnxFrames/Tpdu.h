@@ -32,6 +32,9 @@ enum class TpduKind : std::uint8_t {
     Unknown,        ///< none of these: reserved bits, or a size that the service does not have
 };
 
+/// "T_Data_Group", "T_Connect", ...; "unknown service"
+const char* ToString(TpduKind kind);
+
 /// The service of a TPDU that was sent to a group address (`toGroup`, with `destination` 0 for broadcast) or
 /// to an individual address.
 TpduKind ClassifyTpdu(const Tpdu& tpdu, bool toGroup, std::uint16_t destination);
@@ -45,6 +48,9 @@ std::uint16_t Apci(const Tpdu& tpdu);
 
 /// A_GroupValue_Read, A_GroupValue_Response, A_GroupValue_Write; the numbers are their APCI.
 enum class GroupServiceKind : std::uint16_t { Read = 0x000, Response = 0x040, Write = 0x080 };
+
+/// "GroupValue_Read", ...
+const char* ToString(GroupServiceKind kind);
 
 /// A group service as read from a TPDU. A value of up to 6 bits travels inside the APCI octet and has no
 /// octets of its own; every longer value has one octet or more.

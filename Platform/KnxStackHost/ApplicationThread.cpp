@@ -191,6 +191,7 @@ void ApplicationThread::CallInit() {
     LOG4CPLUS_INFO(Log(), "starting the application program");
     TellState();
     m_lifecycle.OnCalling(Step::Start, Clock::now());
+    m_stateText = m_lifecycle.StateText(); // for as long as Init takes
     auto state = StartupState::Failed;
     try {
         m_program = m_library.create();
@@ -225,6 +226,7 @@ void ApplicationThread::CallDeviceRestart() {
 }
 
 void ApplicationThread::TellState() {
+    m_stateText = m_lifecycle.StateText();
     const bool pending = m_lifecycle.IsDeviceRestartPending();
     m_hub.SetDeviceRestartPending(pending);
     if (std::exchange(m_restartPending, pending) && !pending)
@@ -257,6 +259,7 @@ void ApplicationThread::StopProgram() {
     const std::lock_guard lock(m_mutex);
     m_reports.clear(); // they were of the program that is gone
     m_lifecycle.OnStopped(Clock::now());
+    m_stateText = m_lifecycle.StateText();
 }
 
 void ApplicationThread::Reload() {

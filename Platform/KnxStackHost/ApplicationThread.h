@@ -8,6 +8,7 @@
 #include "KnxStackHost/ProgramLibrary.h"
 #include "KnxStackHost/ProgramLifecycle.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -76,6 +77,9 @@ public:
 
     ApiHub& Hub() { return m_hub; }
 
+    /// "stopped", "starting", "running" or "failed". Any thread.
+    const char* StateText() const { return m_stateText; }
+
 private:
     using Clock = std::chrono::steady_clock;
     using Step = ProgramLifecycle::Step;
@@ -120,6 +124,8 @@ private:
     bool m_running = false;        // likewise
     Notices m_thrown;
     std::uint64_t m_undelivered = 0;
+
+    std::atomic<const char*> m_stateText{"stopped"};
 
     std::mutex m_mutex; // guards what follows, up to the thread; held for moments, never while calling out
     std::condition_variable m_posted;

@@ -53,6 +53,7 @@ void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
         ReportUnusable(telegram, "a client of a tunnel sends back what came from here");
         return;
     }
+    m_ports.ToMonitor(telegram, {Origin::Kind::Tunnel, tunnel});
     m_ports.ToTunnels(telegram, tunnel);
     PassToInterface(telegram);
     PassToDevice(telegram, 0);
@@ -63,12 +64,14 @@ void BusRouter::FromInterface(const LData& telegram) {
         ReportUnusable(telegram, "the interface sends back what came from here");
         return;
     }
+    m_ports.ToMonitor(telegram, {Origin::Kind::Interface});
     m_ports.ToTunnels(telegram, std::nullopt);
     PassToDevice(telegram, 0);
 }
 
 void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
     telegram.source = m_own;
+    m_ports.ToMonitor(telegram, {Origin::Kind::Device});
     m_ports.ToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
     PassToDevice(telegram, sender);
@@ -76,8 +79,23 @@ void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
 
 void BusRouter::FromManagement(LData telegram) {
     telegram.source = m_own;
+    m_ports.ToMonitor(telegram, {Origin::Kind::Management});
     m_ports.ToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
+}
+
+void BusRouter::FromControl(LData telegram) {
+    telegram.source = m_own;
+    m_ports.ToMonitor(telegram, {Origin::Kind::Control});
+    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToInterface(telegram);
+    PassToDevice(telegram, 0);
+}
+
+void BusRouter::Inject(const LData& telegram) {
+    m_ports.ToMonitor(telegram, {Origin::Kind::Control});
+    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToDevice(telegram, 0);
 }
 
 bool BusRouter::IsOwn(IndividualAddress address) const {

@@ -4,6 +4,7 @@
 #include "KnxDevice/GroupObjects.h"
 #include "KnxFrames/Cemi.h"
 #include "KnxStackHost/CallbackQueue.h"
+#include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/Notices.h"
 
 #include <cstdint>
@@ -12,6 +13,14 @@
 #include <vector>
 
 namespace KnxStackHost {
+
+/// Where a telegram came from.
+struct Origin {
+    enum class Kind : std::uint8_t { Tunnel, Interface, Device, Management, Control };
+
+    Kind kind = Kind::Device;
+    std::uint8_t tunnel = 0; ///< its number, for Tunnel
+};
 
 /// Where a router sends telegrams.
 class BusPorts {
@@ -26,6 +35,11 @@ public:
     virtual void ToProgram(Callback callback) = 0;
     /// To the device's management: what is addressed to the device itself, and broadcasts.
     virtual void ToManagement(const KnxFrames::LData& telegram) = 0;
+    /// Told once of each telegram, before it goes anywhere, as it goes: with the source that everybody sees.
+    virtual void ToMonitor(const KnxFrames::LData& telegram, Origin origin) {
+        static_cast<void>(telegram);
+        static_cast<void>(origin);
+    }
 };
 
 /// Joins tunnels, interface and device to one bus: what one sends, all others get. A telegram to the
@@ -47,14 +61,22 @@ public:
     /// A telegram of this device's management, likewise.
     void FromManagement(KnxFrames::LData telegram);
 
+    /// A group telegram of a control client, likewise, to this device's own group objects too.
+    void FromControl(KnxFrames::LData telegram);
+    /// A telegram that a control client wants to have come from the bus; not with a source of this host.
+    void Inject(const KnxFrames::LData& telegram);
+
     /// The device has another individual address.
     void SetOwnAddress(KnxFrames::IndividualAddress own);
 
     /// Logs how many telegrams went nowhere, if any did.
     void ReportCounts() const;
+    BusCounts Counts() const { return {m_unknown.Total(), m_refusedByFlags.Total(), m_unusable.Total()}; }
+
+    /// True for the addresses of device and tunnels.
+    bool IsOwn(KnxFrames::IndividualAddress address) const;
 
 private:
-    bool IsOwn(KnxFrames::IndividualAddress address) const;
     void PassToInterface(const KnxFrames::LData& telegram);
     void PassToDevice(const KnxFrames::LData& telegram, std::uint16_t sender);
     void ReportUnusable(const KnxFrames::LData& telegram, const char* cause);

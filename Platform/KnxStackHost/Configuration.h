@@ -85,6 +85,14 @@ struct LogSettings {
     std::string file;           ///< absolute path; "" = standard error alone
 };
 
+/// The socket that knxstackctl connects to.
+struct ControlSettings {
+    std::string socket = "/run/knxstackd/knxstackd.sock"; ///< absolute path
+    unsigned socketMode = 0660;
+
+    bool operator==(const ControlSettings&) const = default;
+};
+
 struct Configuration {
     std::string directory; ///< of the file; absolute
     KnxFrames::IndividualAddress individualAddress;
@@ -93,6 +101,7 @@ struct Configuration {
     ServerSettings server;
     std::optional<InterfaceSettings> interface;
     std::optional<RoutingSettings> routing; ///< never beside an interface
+    std::optional<ControlSettings> control; ///< none: no socket
     std::vector<ConfiguredObject> groupObjects;
     std::vector<KnxDevice::InterfaceObjectDefinition> interfaceObjects; ///< instances numbered throughout
     KnxStack::BinaryData memory;          ///< of application program 1; empty without a file

@@ -41,7 +41,7 @@ Configuration ConfigurationReader::Read(const json::value& value) {
     }
     Members root(value.get_object(), "", m_errors,
                  {"device", "server", "interface", "routing", "groupObjects", "interfaceObjects",
-                  "applicationProgram", "deviceStackSocket", "project", "log"});
+                  "applicationProgram", "deviceStackSocket", "control", "project", "log"});
     ReadDevice(root);
     ReadServer(root);
     ReadInterface(root);
@@ -50,6 +50,7 @@ Configuration ConfigurationReader::Read(const json::value& value) {
     ReadInterfaceObjects(root);
     ReadProgram(root);
     ReadLog(root);
+    ReadControl(root);
     m_result.deviceStackSocket = root.Path("deviceStackSocket", m_result.directory).value_or("");
     m_result.project = root.Path("project", m_result.directory).value_or("");
     return std::move(m_result);
@@ -258,6 +259,25 @@ void ConfigurationReader::ReadLog(Members& root) {
         m_result.log.level = level.value_or(m_result.log.level);
     }
     m_result.log.file = log.Path("file", m_result.directory).value_or("");
+}
+
+void ConfigurationReader::ReadControl(Members& root) {
+    const auto* object = root.Object("control");
+    if (object == nullptr)
+        return;
+    Members control(*object, root.PlaceOf("control"), m_errors, {"socket", "socketMode"});
+    ControlSettings settings;
+    settings.socket = control.Path("socket", m_result.directory).value_or(settings.socket);
+    if (const auto mode = control.Text("socketMode")) {
+        const bool octal = (mode->size() == 3 || (mode->size() == 4 && mode->front() == '0')) &&
+                           mode->find_first_not_of("01234567") == std::string::npos;
+        if (octal)
+            settings.socketMode = static_cast<unsigned>(std::stoul(*mode, nullptr, 8));
+        else
+            m_errors.Add(control.PlaceOf("socketMode"),
+                         "must be the octal digits of permissions, e.g. \"0660\"");
+    }
+    m_result.control = std::move(settings);
 }
 
 void ConfigurationReader::ReadIpv4(Members& members, std::string_view name, std::string& address) {

@@ -41,6 +41,7 @@ private:
     KnxStack::BinaryData ReadBlock(Members& program, std::string_view name, std::size_t largest);
     void ReadSettings(const boost::json::object& settings, const std::string& place);
     void ReadLog(Members& root);
+    void ReadControl(Members& root);
     void ReadGroupObjects(Members& root);
     void ReadGroupObject(const boost::json::object& json, const std::string& place);
     void ReadSize(Members& members, ConfiguredObject& object);

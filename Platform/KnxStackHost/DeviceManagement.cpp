@@ -77,6 +77,14 @@ LoadedDevice DeviceManagement::Loaded() const {
             octetsOf(StandardObject::Program2), m_device.Loadable(StandardObject::Program1).IsLoaded()};
 }
 
+std::vector<std::pair<const char*, const char*>> DeviceManagement::LoadStates() const {
+    std::vector<std::pair<const char*, const char*>> states;
+    for (const auto object : kLoadables)
+        states.emplace_back(KnxDevice::ToString(object),
+                            KnxDevice::ToString(m_device.Loadable(object).State()));
+    return states;
+}
+
 void DeviceManagement::OnProgramRestarted() {
     m_device.SetRestartPending(false);
 }

@@ -11,6 +11,7 @@
 #include <array>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace KnxStackHost {
@@ -55,6 +56,8 @@ public:
     void SetIpFacts(KnxDevice::IpFacts facts) { m_device.SetIpFacts(std::move(facts)); }
     KnxFrames::IndividualAddress Address() const { return m_device.Address(); }
     bool IsInProgrammingMode() const { return m_device.IsInProgrammingMode(); }
+    /// The state of each object that a download loads, by the name of the object.
+    std::vector<std::pair<const char*, const char*>> LoadStates() const;
     bool IsRestartPending() const { return m_device.IsRestartPending(); }
 
     /// True when the device is what its image says, not what the configuration says.

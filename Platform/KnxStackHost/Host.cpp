@@ -36,6 +36,7 @@ Host::Host(Configuration configuration, ProgramLibrary library, ReadConfiguratio
         m_objects.Replace(TableOf(*m_loaded));
         m_downloaded.Replace(m_loaded->memory, m_loaded->applicationData);
     }
+    m_link.SetAddressBook(AddressBook(m_configuration.groupObjects));
     m_configuration.groupObjects = {};
     m_configuration.interfaceObjects = {};
     m_configuration.memory = {};
@@ -52,7 +53,7 @@ void Host::Open() {
     m_link.Open(m_objects, m_management,
                 [this](Callback callback) { m_application.Post(std::move(callback)); },
                 {[this] { m_application.RequestReload(); }, [this] { m_application.RequestDeviceRestart(); },
-                 [this] { Terminate(); }});
+                 [this] { Terminate(); }, [this] { return Status(); }});
 }
 
 bool Host::Run() {
@@ -142,6 +143,22 @@ void Host::Terminate() {
     });
 }
 
+DeviceStatus Host::Status() const {
+    DeviceStatus status;
+    status.address = m_management.Address();
+    status.name = m_configuration.deviceName;
+    status.serialNumber = m_management.Device().Identity().serialNumber;
+    status.programmingMode = m_management.IsInProgrammingMode();
+    status.loadStates = m_management.LoadStates();
+    status.restartPending = m_management.IsRestartPending();
+    status.groupObjects = m_objects.Tables()->Count();
+    status.program = m_application.StateText();
+    status.image = m_configuration.device.image;
+    status.uptime =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_started);
+    return status;
+}
+
 bool Host::Read(Scope scope) {
     if (scope == Scope::Device && TakeDownload()) {
         m_next.reset();
@@ -182,6 +199,7 @@ void Host::Apply(Scope scope) {
 void Host::ApplyConfiguration(Scope scope) {
     ReportWhatNeedsARestart(*m_next);
     m_interfaceObjects.Load(m_next->interfaceObjects);
+    m_link.SetAddressBook(AddressBook(m_next->groupObjects));
     if (m_loaded) {
         LOG4CPLUS_WARN(Log(), "group objects, memory and application data stay as tools have loaded them; "
                               "those of the configuration do not count");
@@ -212,6 +230,7 @@ void Host::ReportWhatNeedsARestart(const Configuration& next) const {
         {"interface", next.interface != m_configuration.interface},
         {"routing", next.routing != m_configuration.routing},
         {"applicationProgram/library", next.program.library != m_configuration.program.library},
+        {"control", next.control != m_configuration.control},
         {"deviceStackSocket", next.deviceStackSocket != m_configuration.deviceStackSocket},
         {"log/file", next.log.file != m_configuration.log.file}};
     for (const auto& [place, changed] : changes)

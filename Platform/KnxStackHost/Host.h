@@ -10,6 +10,7 @@
 #include "KnxStackHost/LinkThread.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -49,6 +50,7 @@ private:
     void ApplyConfiguration(Scope scope);
     void ApplySettings();
     void Terminate();
+    DeviceStatus Status() const;
     void ReportWhatNeedsARestart(const Configuration& next) const;
 
     Configuration m_configuration; // as started; what is in the next three is not here
@@ -72,6 +74,7 @@ private:
     bool m_readsDue =
         true; // once the program runs: values of other objects, or of a device that has restarted
 
+    const std::chrono::steady_clock::time_point m_started = std::chrono::steady_clock::now();
     bool m_terminating = false; // link thread only, like the next
     bool m_abandoned = false;
 };

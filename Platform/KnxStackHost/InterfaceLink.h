@@ -3,6 +3,7 @@
 
 #include "KnxIp/TunnelClient.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/NameLookUp.h"
 #include "KnxStackHost/Notices.h"
 #include "KnxStackHost/TcpClient.h"
@@ -30,6 +31,9 @@ public:
     void Stop();
     void Send(const KnxFrames::LData& telegram);
     bool IsConnected() const { return m_client.IsConnected(); }
+    InterfaceStatus Status() const {
+        return {Name(), m_client.IsConnected(), m_client.Address(), m_client.Waiting(), m_client.Counters()};
+    }
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;

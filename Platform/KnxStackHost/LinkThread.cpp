@@ -3,6 +3,7 @@
 #include "KnxDevice/GroupTraffic.h"
 #include "KnxDevice/StartupReads.h"
 #include "KnxStackHost/ExceptionText.h"
+#include "KnxStackHost/HostControl.h"
 #include "KnxStackHost/InterfaceLink.h"
 #include "KnxStackHost/RoutingBus.h"
 #include "KnxStackHost/ServerLink.h"
@@ -66,6 +67,8 @@ public:
         if (m_server)
             management.SetIpFacts(m_server->Facts());
         OnDeviceChanged();
+        m_control.emplace(m_context, m_configuration, management, *m_router,
+                          HostControl::Sources{m_requests.status, [this] { return GetLinksStatus(); }});
         m_signals.emplace(m_context, SIGTERM, SIGINT, SIGHUP);
         m_signals->add(SIGUSR1);
         m_signals->add(SIGUSR2);
@@ -81,6 +84,7 @@ public:
             m_interface->Start();
         if (m_routing)
             m_routing->Start();
+        m_control->Start();
     }
 
     void Run() {
@@ -97,6 +101,7 @@ public:
         asio::post(m_context, [this] {
             m_context.stop(); // whatever the rest throws
             SendOutgoing();
+            m_control->Stop();
             if (m_server)
                 m_server->Stop();
             if (m_interface)
@@ -122,6 +127,11 @@ public:
         m_router->SetOwnAddress(m_management->Address());
         if (m_server)
             m_server->SetDevice(m_management->Device());
+    }
+
+    void SetAddressBook(AddressBook book) {
+        asio::post(m_context,
+                   [this, book = std::move(book)]() mutable { m_control->SetAddressBook(std::move(book)); });
     }
 
     void Post(std::function<void()> work) { asio::post(m_context, std::move(work)); }
@@ -223,6 +233,20 @@ private:
         m_managementDeadline.Set(m_management->NextTime());
     }
 
+    void ToMonitor(const LData& telegram, Origin origin) override { m_control->OnTelegram(telegram, origin); }
+
+    LinksStatus GetLinksStatus() const {
+        LinksStatus status;
+        if (m_server)
+            status.server = m_server->Status();
+        if (m_interface)
+            status.interface = m_interface->Status();
+        if (m_routing)
+            status.routing = m_routing->Status();
+        status.bus = m_router->Counts();
+        return status;
+    }
+
     std::optional<TimePoint> OnManagementTime() {
         m_management->OnTime(std::chrono::steady_clock::now());
         return m_management->NextTime();
@@ -279,6 +303,7 @@ private:
     std::optional<ServerLink> m_server;
     std::optional<InterfaceLink> m_interface; // at most one of these two
     std::optional<RoutingBus> m_routing;
+    std::optional<HostControl> m_control; // opened last
 
     std::mutex m_outgoingMutex; // guards m_outgoing
     std::vector<Outgoing> m_outgoing;
@@ -320,6 +345,10 @@ void LinkThread::BeginStartupReads() {
 
 void LinkThread::OnDeviceChanged() {
     m_implementation->OnDeviceChanged();
+}
+
+void LinkThread::SetAddressBook(AddressBook book) {
+    m_implementation->SetAddressBook(std::move(book));
 }
 
 void LinkThread::Post(std::function<void()> work) {

@@ -3,8 +3,10 @@
 
 #include "KnxStackHost/BusRouter.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/DeviceManagement.h"
 #include "KnxStackHost/GroupValueService.h"
+#include "KnxStackHost/TelegramText.h"
 
 #include <functional>
 #include <memory>
@@ -25,9 +27,10 @@ class LinkThread final : public BusOutlet {
 public:
     /// What the outside world asks of the host. Called on the thread of Run().
     struct Requests {
-        std::function<void()> reload;        ///< SIGHUP
-        std::function<void()> restartDevice; ///< SIGUSR1
-        std::function<void()> terminate;     ///< SIGTERM or SIGINT
+        std::function<void()> reload;              ///< SIGHUP
+        std::function<void()> restartDevice;       ///< SIGUSR1
+        std::function<void()> terminate;           ///< SIGTERM or SIGINT
+        std::function<DeviceStatus()> status = {}; ///< a control client; only with Configuration::control
     };
 
     explicit LinkThread(const Configuration& configuration);
@@ -47,6 +50,9 @@ public:
 
     /// The device has another address, or something else that clients are told of it. Thread of Run().
     void OnDeviceChanged();
+
+    /// Names and datapoint types in the monitor are these from now on. Any thread.
+    void SetAddressBook(AddressBook book);
 
     /// UDP port that the server listens on; 0 without a server.
     std::uint16_t Port() const;

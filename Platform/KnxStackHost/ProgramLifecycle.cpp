@@ -25,6 +25,16 @@ std::optional<ProgramLifecycle::TimePoint> ProgramLifecycle::NextTime() const {
     return std::nullopt;
 }
 
+const char* ProgramLifecycle::StateText() const {
+    switch (m_state) {
+    case State::Absent: return "stopped";
+    case State::Starting: return "starting";
+    case State::Running: return "running";
+    case State::Failed: break;
+    }
+    return "failed";
+}
+
 void ProgramLifecycle::OnCalling(Step step, TimePoint now) {
     EndRun(now);
     m_state = State::Starting;

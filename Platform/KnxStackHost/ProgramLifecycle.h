@@ -38,6 +38,9 @@ public:
     /// program reports a final state, and while there is no program.
     bool HoldsCallbacks() const { return m_holds; }
 
+    /// "stopped", "starting", "running" or "failed".
+    const char* StateText() const;
+
     /// True while the program is to be stopped for a new configuration, not for a failure.
     bool IsReloading() const { return m_reload; }
 

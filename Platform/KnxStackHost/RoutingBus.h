@@ -3,6 +3,7 @@
 
 #include "KnxIp/RoutingLink.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/Notices.h"
 #include "KnxStackHost/Udp.h"
 
@@ -22,6 +23,7 @@ public:
     void Start();
     void Stop();
     void Send(const KnxFrames::LData& telegram);
+    RoutingStatus Status() const { return {m_group.ToString(), m_link.Waiting(), m_link.Counters()}; }
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;

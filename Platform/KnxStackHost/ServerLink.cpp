@@ -156,6 +156,17 @@ KnxDevice::IpFacts ServerLink::Facts() const {
     return facts;
 }
 
+ServerStatus ServerLink::Status() const {
+    ServerStatus status{m_socket.Local().ToString(), m_tcp.has_value(), {}};
+    for (std::size_t tunnel = 0; tunnel < m_addresses.size(); ++tunnel) {
+        const auto id = static_cast<KnxIp::TunnelId>(tunnel);
+        status.tunnels.push_back({m_addresses[tunnel],
+                                  m_server->IsOpen(id) ? m_lines[tunnel].client : std::string(),
+                                  m_server->Counters(id)});
+    }
+    return status;
+}
+
 void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
     m_server->Broadcast(Now(), telegram, except);
     m_deadline.Set(m_server->NextTime());
@@ -232,6 +243,7 @@ std::optional<std::string> ServerLink::LineAbout(KnxIp::TunnelId tunnel, std::st
 
 void ServerLink::OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress,
                                 const KnxIp::Peer& client) {
+    m_lines[tunnel].client = client.ToString();
     if (const auto line = LineAbout(tunnel, fmt::format("connected by {}", client.ToString())))
         LOG4CPLUS_INFO(Log(), *line);
 }

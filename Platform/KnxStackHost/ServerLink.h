@@ -4,6 +4,7 @@
 #include "KnxIp/TunnelServer.h"
 #include "KnxStackHost/BusRouter.h"
 #include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/Notices.h"
 #include "KnxStackHost/Tcp.h"
 #include "KnxStackHost/Udp.h"
@@ -28,6 +29,7 @@ public:
     void Stop();
     void Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
     std::uint16_t Port() const { return m_socket.Local().port; }
+    ServerStatus Status() const;
 
     /// True while a tunnel is open.
     bool HasClients() const;
@@ -46,6 +48,7 @@ private:
     struct TunnelLines {
         LinePace pace{20};
         std::uint64_t leftOut = 0; // since the last line
+        std::string client;        // the last one
     };
 
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;

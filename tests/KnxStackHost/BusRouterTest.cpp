@@ -36,7 +36,13 @@ public:
         went.push_back(fmt::format("management: {}", KnxFrames::Describe(telegram)));
     }
 
+    void ToMonitor(const LData& telegram, Origin origin) override {
+        monitored.push_back(fmt::format("{} {}: {}", static_cast<int>(origin.kind), origin.tunnel,
+                                        KnxFrames::Describe(telegram)));
+    }
+
     std::vector<std::string> went;
+    std::vector<std::string> monitored;
 };
 
 KnxDevice::GroupObjectTable Table() {
@@ -178,6 +184,34 @@ TEST_F(Router, ANewAddressOfTheDeviceCountsFromThenOn) {
     m_ports.went.clear();
     m_router.FromInterface(WriteOne(kNew));
     EXPECT_THAT(m_ports.went, IsEmpty()) << "an echo";
+}
+
+TEST_F(Router, TheMonitorIsToldOnceOfEachTelegramWithItsFinalSource) {
+    m_router.FromTunnel(1, WriteOne(kTunnels[1]));
+    m_router.FromInterface(WriteOne(kSensor));
+    m_router.FromDevice(WriteOne({}), 1);
+    m_router.FromManagement(ToDevice({}, kSensor));
+    m_router.FromControl(WriteOne({}));
+    m_router.Inject(WriteOne(kSensor));
+    m_router.FromInterface(WriteOne(kOwn)); // an echo goes nowhere
+    EXPECT_THAT(
+        m_ports.monitored,
+        ElementsAre("0 1: 1.1.252 -> 1/2/3 GroupValue_Write 01", "1 0: 1.1.4 -> 1/2/3 GroupValue_Write 01",
+                    "2 0: 1.1.250 -> 1/2/3 GroupValue_Write 01", "3 0: 1.1.250 -> 1.1.4 T_Connect 80",
+                    "4 0: 1.1.250 -> 1/2/3 GroupValue_Write 01", "4 0: 1.1.4 -> 1/2/3 GroupValue_Write 01"));
+}
+
+TEST_F(Router, FromControlToEverybodyAndAllObjectsOfTheDevice) {
+    m_router.FromControl(WriteOne({}));
+    EXPECT_THAT(m_ports.went, ElementsAre("tunnels: 1.1.250 -> 1/2/3 GroupValue_Write 01",
+                                          "interface: 1.1.250 -> 1/2/3 GroupValue_Write 01",
+                                          "program: 128 1 01", "program: 128 2 01"));
+}
+
+TEST_F(Router, WhatIsInjectedDoesNotGoToTheInterface) {
+    m_router.Inject(WriteOne(kSensor));
+    EXPECT_THAT(m_ports.went, ElementsAre("tunnels: 1.1.4 -> 1/2/3 GroupValue_Write 01", "program: 128 1 01",
+                                          "program: 128 2 01"));
 }
 
 } // namespace

@@ -233,6 +233,17 @@ TEST(Configuration, ReadsRouting) {
               with(R"({"group": "239.1.2.3", "interface": "10.0.0.1", "rate": 20})"));
 }
 
+TEST(Configuration, ReadsControl) {
+    const auto with = [](const std::string& control) {
+        return ParseConfiguration(
+                   Changed("\"groupObjects\"", "\"control\": " + control + ", \"groupObjects\""), kFile)
+            .control.value();
+    };
+    EXPECT_EQ((ControlSettings{"/run/knxstackd/knxstackd.sock", 0660}), with("{}"));
+    EXPECT_EQ((ControlSettings{"/etc/knx/run/c.sock", 0600}),
+              with(R"({"socket": "run/c.sock", "socketMode": "600"})"));
+}
+
 TEST(Configuration, HasDefaults) {
     const auto configuration = ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"},
         "server": {"tunnels": ["1.1.2"]}, "applicationProgram": {"library": "libp.so"}})",
@@ -244,6 +255,7 @@ TEST(Configuration, HasDefaults) {
     EXPECT_EQ("", configuration.server.multicastGroup);
     EXPECT_FALSE(configuration.interface);
     EXPECT_FALSE(configuration.routing);
+    EXPECT_FALSE(configuration.control);
     EXPECT_TRUE(configuration.groupObjects.empty());
     EXPECT_TRUE(configuration.interfaceObjects.empty());
     EXPECT_EQ(0u, configuration.memory.GetSize());
@@ -289,6 +301,10 @@ TEST(Configuration, NamesFilePlaceAndCauseOfEveryFault) {
          "/server/tunnels/1: 1.1.250 is taken by /device/individualAddress already"},
         {"\"1.1.252\"", "\"1.1.251\"", "/server/tunnels/1: 1.1.251 is taken by /server/tunnels/0 already"},
         {"\"name\": \"house\"", "\"name\": \"\"", "/device/name: must have 1 to 29 bytes"},
+        {"\"groupObjects\"", "\"control\": {\"path\": \"x\"}, \"groupObjects\"",
+         "/control/path: unknown member \"path\""},
+        {"\"groupObjects\"", "\"control\": {\"socketMode\": \"0888\"}, \"groupObjects\"",
+         "/control/socketMode: must be the octal digits of permissions, e.g. \"0660\""},
         {"\"name\": \"house\"", "\"serialNumber\": \"00fa1122334\"",
          "/device/serialNumber: \"00fa1122334\" must be 6 bytes of two hexadecimal digits each"},
         {"\"name\": \"house\"", "\"serialNumber\": \"00fa1122334x\"",
