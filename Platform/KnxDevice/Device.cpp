@@ -9,17 +9,11 @@ namespace KnxDevice {
 
 namespace {
 
-constexpr std::size_t kLongestName = 30;
-
 // Where knxtool and its like expect programming mode: the system state octet of the oldest devices. The
 // highest bit makes the parity even.
 constexpr std::uint32_t kSystemState = 0x60;
 constexpr std::uint8_t kProgrammingBit = 0x01;
 constexpr std::uint8_t kParityBit = 0x80;
-
-// Segments lie anywhere in what three octets of the extended memory services reach, behind the addresses with
-// a meaning of old. The lowest free place is taken, so that most are within two octets.
-constexpr std::uint32_t kFirstSegment = 0x0200;
 
 } // namespace
 
@@ -184,10 +178,13 @@ void Device::ControlLoading(StandardObject object, Octets octets) {
     const bool completed = former != LoadState::Loaded && loadable.IsLoaded();
     if (completed)
         ++m_downloads;
+    std::array<std::uint8_t, 5> version{};
     if (loadable.State() == LoadState::Unloaded)
-        At(object).version = {};
+        std::swap(At(object).version, version);
     if (loadable.State() != former)
         Changed(DeviceChange::LoadState);
+    else if (version != std::array<std::uint8_t, 5>{}) // written while nothing was loaded
+        Changed(DeviceChange::Stored);
 }
 
 const std::array<std::uint8_t, 5>& Device::ProgramVersion(StandardObject object) const {
@@ -244,6 +241,7 @@ std::vector<GroupObjectDefinition> Device::LoadedGroupObjects() const {
     return ReadLoadedTables(addresses.Memory().octets, associations.Memory().octets, objects.Memory().octets);
 }
 
+/// The lowest free place, so that most segments are within the two octets of the plain memory services.
 std::uint32_t Device::FindRoom(std::size_t size) const {
     if (size > kLargestSegment)
         return 0;

@@ -149,7 +149,9 @@ public:
     std::uint16_t ProjectInstallation() const { return m_projectInstallation; }
     void SetProjectInstallation(std::uint16_t number);
     const std::string& FriendlyName() const { return m_friendlyName; }
+    /// Cut off behind kLongestName octets.
     void SetFriendlyName(std::string name);
+    static constexpr std::size_t kLongestName = 30;
     std::uint16_t Downloads() const { return m_downloads; }
     bool IsRestartPending() const { return m_restartPending; }
     void SetRestartPending(bool pending);
@@ -195,6 +197,9 @@ public:
 
     /// The most that one segment may hold, in octets.
     static constexpr std::size_t kLargestSegment = std::size_t{1024} * 1024;
+    /// Segments lie anywhere in what three octets of the extended memory services reach, behind the addresses
+    /// with a meaning of old.
+    static constexpr std::uint32_t kFirstSegment = 0x0200;
     /// One behind the last address.
     static constexpr std::uint32_t kMemoryEnd = 0x1000000;
 

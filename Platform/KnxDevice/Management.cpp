@@ -58,14 +58,25 @@ void Management::SendTo(IndividualAddress to, const Tpdu& tpdu) {
     LData telegram;
     telegram.code = KnxFrames::MessageCode::LDataReq;
     telegram.control2 = static_cast<std::uint8_t>(m_device.HopCount() << 4);
-    telegram.SetPriority(m_asked.priority);
+    telegram.SetPriority(PriorityOf(tpdu));
     telegram.destination = to.raw;
     telegram.tpdu = tpdu;
     m_listener.SendTelegram(telegram);
 }
 
+/// What keeps the connection itself (3/3/4) has the highest one; data that goes through it has that of the
+/// last request through it, however late it is sent or repeated.
+Priority Management::PriorityOf(const Tpdu& tpdu) const {
+    switch (KnxFrames::ClassifyTpdu(tpdu, false, 0)) {
+    case TpduKind::DataIndividual: return m_asked.priority;
+    case TpduKind::DataConnected: return m_connectionPriority;
+    default: return Priority::System;
+    }
+}
+
 void Management::OnData(const Tpdu& tpdu) {
     m_asked.connected = true;
+    m_connectionPriority = m_asked.priority;
     OnPointToPoint(tpdu);
 }
 
@@ -175,9 +186,7 @@ void Management::Dispatch(const Apdu& apdu) {
     case Service::KeyWrite: WriteKey(apdu); break;
     case Service::Restart: EraseAndRestart(Erase::Nothing); break;
     case Service::MasterReset: MasterReset(apdu); break;
-    case Service::AdcRead: // no converter: no sample, and the sum of none
-        Answer(Service::AdcResponse, apdu.number, std::array<std::uint8_t, 3>{0, 0, 0});
-        break;
+    case Service::AdcRead: ReadConverter(apdu); break;
     default: Refuse(apdu, "not a service of this device");
     }
 }
@@ -190,6 +199,15 @@ void Management::ReadDeviceDescriptor(const Apdu& apdu) {
     }
     Answer(Service::DeviceDescriptorResponse, 0,
            std::array<std::uint8_t, 2>{DeviceIdentity::kDescriptor >> 8, DeviceIdentity::kDescriptor & 0xFF});
+}
+
+/// There is no converter: no sample, and the sum of none. A higher channel has no number in the answer.
+void Management::ReadConverter(const Apdu& apdu) {
+    constexpr std::uint8_t kMostChannel = 7;
+    if (apdu.number > kMostChannel || apdu.data.size() != 1)
+        Refuse(apdu, "its length is wrong, or there cannot be such a channel");
+    else
+        Answer(Service::AdcResponse, apdu.number, std::array<std::uint8_t, 3>{0, 0, 0});
 }
 
 namespace {

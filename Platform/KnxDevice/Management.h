@@ -85,11 +85,13 @@ private:
     void ReadExtendedMemory(const Apdu& apdu);
     void WriteExtendedMemory(const Apdu& apdu);
     void ReadDeviceDescriptor(const Apdu& apdu);
+    void ReadConverter(const Apdu& apdu);
     void Authorize(const Apdu& apdu);
     void WriteKey(const Apdu& apdu);
     void MasterReset(const Apdu& apdu);
     void EraseAndRestart(Erase erase);
 
+    KnxFrames::Priority PriorityOf(const Tpdu& tpdu) const;
     AccessLevel Level() const;
     bool MayWriteMemory() const { return Level() <= kMemoryWriteLevel; }
     void Answer(const Tpdu& tpdu);
@@ -104,7 +106,8 @@ private:
     PropertyAccess m_properties;
     TransportConnection m_connection;
     AccessLevel m_level = kAnybody; // of the connection
-    TimePoint m_now{};              // of the call
+    KnxFrames::Priority m_connectionPriority = KnxFrames::Priority::System;
+    TimePoint m_now{}; // of the call
     Asked m_asked;
 };
 

@@ -11,8 +11,6 @@ using KnxStack::PropertyId;
 
 namespace {
 
-constexpr std::size_t kCountSize = 2;
-
 std::vector<std::uint8_t> CountOf(std::size_t elements) {
     return {static_cast<std::uint8_t>(elements >> 8), static_cast<std::uint8_t>(elements)};
 }

@@ -94,6 +94,16 @@ TEST_F(TheDevice, TellsEachChangeOnce) {
                                        DeviceChange::Stored, DeviceChange::LoadState));
 }
 
+TEST_F(TheDevice, UnloadingWhatIsUnloadedTellsThatItsVersionIsGone) {
+    m_device.SetProgramVersion(Program1, {0, 0xFA, 0, 1, 1});
+    m_changes.clear();
+    m_device.ControlLoading(Program1, Bytes{4});
+    EXPECT_THAT(m_device.ProgramVersion(Program1), ElementsAre(0, 0, 0, 0, 0));
+    EXPECT_THAT(m_changes, ElementsAre(DeviceChange::Stored));
+    m_device.ControlLoading(Program1, Bytes{4});
+    EXPECT_THAT(m_changes, testing::SizeIs(1));
+}
+
 TEST_F(TheDevice, AKeyOpensItsLevelAndALevelWithoutOneIsOpen) {
     EXPECT_EQ(0, m_device.FreeLevel());
     EXPECT_TRUE(m_device.SetKey(0, 0x11111111));

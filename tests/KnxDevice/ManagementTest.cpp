@@ -166,6 +166,39 @@ TEST_F(Managed, AnswersGoToWhoAskedWithTheSamePriorityAndTheDevicesHopCount) {
     EXPECT_EQ(0x30, m_sent[0].control2);
 }
 
+TEST_F(Managed, AnswersThroughAConnectionKeepTheirPriorityAndItsControlHasTheHighest) {
+    const auto receive = [this](const Tpdu& tpdu, KnxFrames::Priority priority,
+                                IndividualAddress from = kTool) {
+        LData telegram;
+        telegram.control2 = 0x60;
+        telegram.source = from;
+        telegram.destination = kOwn.raw;
+        telegram.SetPriority(priority);
+        telegram.tpdu = tpdu;
+        m_management.OnTelegram(m_now, telegram);
+    };
+    const auto sent = [this] {
+        std::vector<std::string> texts;
+        for (const auto& telegram : std::exchange(m_sent, {}))
+            texts.push_back(
+                fmt::format("{} {}", Hex(telegram.tpdu), static_cast<int>(telegram.GetPriority())));
+        return texts;
+    };
+    using enum KnxFrames::Priority;
+    receive({0x80}, System);
+    receive(FromHex("4300"), Low);
+    receive(FromHex("4700"), Low);
+    EXPECT_THAT(sent(), ElementsAre("c2 0", "434057b0 3", "c6 0"));
+    receive({0x80}, Low, IndividualAddress(1, 1, 21));
+    EXPECT_THAT(sent(), ElementsAre("81 0")) << "another tool is refused";
+    receive(FromHex("0300"), Urgent, IndividualAddress(1, 1, 21));
+    EXPECT_THAT(sent(), ElementsAre("034057b0 2"));
+    m_management.OnTime(m_now += seconds(3));
+    EXPECT_THAT(sent(), ElementsAre("434057b0 3")) << "repeated";
+    receive({0xC2}, System);
+    EXPECT_THAT(sent(), ElementsAre("474057b0 3")) << "the one that waited";
+}
+
 TEST_F(Managed, IsSilentToWhatIsNotForIt) {
     constexpr IndividualAddress kNeighbour(1, 1, 249);
     for (const auto* const digits : {"80", "81", "c2", "c3", "4300", "0300", "0380", "03d5000b1001"})
@@ -414,6 +447,8 @@ TEST_F(Managed, UnknownServicesAreNotAnswered) {
     EXPECT_EQ("", Ask("02c5")) << "known, but not a service of this device";
     EXPECT_THAT(m_refused, ElementsAre("A_UserManufacturerInfo_Read"));
     EXPECT_EQ("01c1000000", Ask("0181 01")) << "there is no converter: no sample";
+    EXPECT_EQ("", Ask("0188 01")) << "the answer for channel 8 would be another service";
+    EXPECT_EQ("", Ask("0181")) << "cut off";
     EXPECT_EQ("02c90036", Ask("02c8 00 36 00")) << "no property is a function";
 }
 
