@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <set>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace KnxDevice {
 
@@ -18,6 +21,7 @@ namespace {
 constexpr std::string_view kMagic = "KNXDEVICE";
 constexpr std::uint8_t kVersion = 1;
 constexpr std::size_t kChecksumSize = 4;
+constexpr std::uint8_t kMostHops = 7;
 
 std::uint32_t Checksum(Octets octets) {
     boost::crc_32_type crc;
@@ -70,6 +74,13 @@ public:
         const auto size = Number<std::uint32_t>();
         return Next(size);
     }
+    /// A number that is 0 or 1.
+    bool Boolean() {
+        const auto number = Number<std::uint8_t>();
+        if (number > 1)
+            throw ImageError("there is neither yes nor no where one of them must be");
+        return number == 1;
+    }
     bool IsAtEnd() const { return m_rest.empty(); }
 
 private:
@@ -105,7 +116,7 @@ PropertyDefinition ReadProperty(Reader& reader) {
     property.id = reader.Number<std::uint16_t>();
     property.dataType = reader.Number<std::uint8_t>();
     property.elements = reader.Number<std::uint16_t>();
-    property.writeEnabled = reader.Number<std::uint8_t>() != 0;
+    property.writeEnabled = reader.Boolean();
     const auto value = reader.Block();
     const auto size = SizeOfPropertyElement(property.dataType);
     if (!size.IsUsable() || property.elements == 0 || !size.Fits(value.size(), property.elements))
@@ -114,19 +125,41 @@ PropertyDefinition ReadProperty(Reader& reader) {
     return property;
 }
 
+InterfaceObjectDefinition ReadObject(Reader& reader) {
+    InterfaceObjectDefinition object;
+    object.type = reader.Number<std::uint16_t>();
+    object.instance = reader.Number<std::uint16_t>();
+    if (object.instance == 0 || object.instance > InterfaceObjects::kMostObjects)
+        throw ImageError(
+            fmt::format("there cannot be an instance {} of an interface object", object.instance));
+    std::set<KnxStack::PropertyId> known;
+    for (auto properties = reader.Number<std::uint16_t>(); properties > 0; --properties) {
+        object.properties.push_back(ReadProperty(reader));
+        if (!known.insert(object.properties.back().id).second)
+            throw ImageError(fmt::format("property {} is there twice", object.properties.back().id));
+    }
+    if (known.empty() || known.size() > InterfaceObject::kMostProperties)
+        throw ImageError(fmt::format("an interface object cannot have {} properties", known.size()));
+    return object;
+}
+
 std::vector<InterfaceObjectDefinition> ReadProperties(Reader& reader) {
     std::vector<InterfaceObjectDefinition> objects;
+    std::set<std::pair<std::uint16_t, std::uint16_t>> known;
+    std::map<std::uint16_t, std::uint16_t> instances; // that must be made, by type
     for (auto left = reader.Number<std::uint16_t>(); left > 0; --left) {
-        InterfaceObjectDefinition object;
-        object.type = reader.Number<std::uint16_t>();
-        object.instance = reader.Number<std::uint16_t>();
-        if (object.instance == 0 || object.instance > InterfaceObjects::kMostObjects)
+        objects.push_back(ReadObject(reader));
+        const auto& [type, instance, properties] = objects.back();
+        if (!known.emplace(type, instance).second)
             throw ImageError(
-                fmt::format("there cannot be an instance {} of an interface object", object.instance));
-        for (auto properties = reader.Number<std::uint16_t>(); properties > 0; --properties)
-            object.properties.push_back(ReadProperty(reader));
-        objects.push_back(std::move(object));
+                fmt::format("instance {} of interface object type {} is there twice", instance, type));
+        instances[type] = std::max(instances[type], instance);
     }
+    std::size_t count = 0;
+    for (const auto& each : instances)
+        count += each.second;
+    if (count > InterfaceObjects::kMostObjects + kStandardObjects)
+        throw ImageError(fmt::format("no device can have {} interface objects", count));
     return objects;
 }
 
@@ -147,10 +180,30 @@ DeviceState::Loaded ReadLoaded(Reader& reader) {
     reader.All(loaded.version);
     loaded.memory.address = reader.Number<std::uint32_t>();
     const auto octets = reader.Block();
-    if (octets.size() > Device::kLargestSegment || loaded.memory.address > Device::kMemoryEnd - octets.size())
+    if (octets.size() > Device::kLargestSegment ||
+        loaded.memory.address > Device::kMemoryEnd - octets.size() ||
+        (octets.empty() ? loaded.memory.address != 0 : loaded.memory.address < Device::kFirstSegment))
         throw ImageError("there is a segment that the memory has no room for");
     loaded.memory.octets.assign(octets.begin(), octets.end());
+    if ((loaded.state == LoadState::Error) != (loaded.fault != LoadFault::None) ||
+        (loaded.state == LoadState::Unloaded && !loaded.memory.IsEmpty()))
+        throw ImageError("there is a load state that does not go with the rest of its object");
     return loaded;
+}
+
+/// Otherwise what is written to one would change another.
+void CheckOverlap(const DeviceState& state) {
+    std::map<std::uint32_t, std::size_t> segments; // size by address
+    for (const auto& loaded : state.loaded)
+        if (!loaded.memory.IsEmpty() &&
+            !segments.emplace(loaded.memory.address, loaded.memory.octets.size()).second)
+            throw ImageError("two segments share memory");
+    std::size_t free = 0;
+    for (const auto& [address, size] : segments) {
+        if (address < free)
+            throw ImageError("two segments share memory");
+        free = address + size;
+    }
 }
 
 /// Tables count as good from now on: nobody looks at them again.
@@ -170,14 +223,19 @@ DeviceState ReadState(Reader& reader) {
     state.address = IndividualAddress(reader.Number<std::uint16_t>());
     for (auto& key : state.keys)
         key = reader.Number<std::uint32_t>();
-    state.hopCount = reader.Number<std::uint8_t>() & 0x07;
+    state.hopCount = reader.Number<std::uint8_t>();
+    if (state.hopCount > kMostHops)
+        throw ImageError("there is a hop count that does not exist");
     state.projectInstallation = reader.Number<std::uint16_t>();
     const auto name = reader.Block();
+    if (name.size() > Device::kLongestName)
+        throw ImageError("its friendly name is too long");
     state.friendlyName.assign(name.begin(), name.end());
     state.downloads = reader.Number<std::uint16_t>();
-    state.restartPending = reader.Number<std::uint8_t>() != 0;
+    state.restartPending = reader.Boolean();
     for (auto& loaded : state.loaded)
         loaded = ReadLoaded(reader);
+    CheckOverlap(state);
     CheckTables(state);
     state.properties = ReadProperties(reader);
     return state;

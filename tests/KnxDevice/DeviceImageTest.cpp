@@ -131,10 +131,48 @@ TEST(DeviceImage, WhatNoDeviceCanHaveIsRefused) {
     EXPECT_EQ("there is a segment that the memory has no room for", faultWith([](DeviceState& state) {
                   state.loaded[3].memory.octets.resize(Device::kLargestSegment + 1);
               }));
+    const auto* const room = "there is a segment that the memory has no room for";
+    EXPECT_EQ(room, faultWith([](DeviceState& state) { state.loaded[0].memory.address = 0x1FF; }));
+    EXPECT_EQ(room, faultWith([](DeviceState& state) { state.loaded[2].memory.address = 0x1000; }));
+    EXPECT_EQ("", faultWith([](DeviceState& state) { state.loaded[1].memory.address = 0x204; }));
+    const auto* const shared = "two segments share memory";
+    EXPECT_EQ(shared, faultWith([](DeviceState& state) { state.loaded[1].memory.address = 0x203; }));
+    EXPECT_EQ(shared, faultWith([](DeviceState& state) { state.loaded[1].memory.address = 0x200; }));
+    const auto* const mismatch = "there is a load state that does not go with the rest of its object";
+    EXPECT_EQ(mismatch, faultWith([](DeviceState& state) { state.loaded[0].fault = LoadFault::NoMemory; }));
+    EXPECT_EQ(mismatch, faultWith([](DeviceState& state) { state.loaded[2].fault = LoadFault::None; }));
+    EXPECT_EQ(mismatch, faultWith([](DeviceState& state) { state.loaded[1].state = LoadState::Unloaded; }));
+    EXPECT_EQ("there is a hop count that does not exist",
+              faultWith([](DeviceState& state) { state.hopCount = 8; }));
+    EXPECT_EQ("its friendly name is too long",
+              faultWith([](DeviceState& state) { state.friendlyName = std::string(31, 'x'); }));
+    EXPECT_EQ("instance 1 of interface object type 3 is there twice",
+              faultWith([](DeviceState& state) { state.properties[1] = state.properties[0]; }));
+    EXPECT_EQ("property 201 is there twice", faultWith([](DeviceState& state) {
+                  auto& properties = state.properties[0].properties;
+                  properties.push_back(properties[0]);
+              }));
+    EXPECT_EQ("an interface object cannot have 0 properties",
+              faultWith([](DeviceState& state) { state.properties[0].properties.clear(); }));
+    EXPECT_EQ("no device can have 510 interface objects", faultWith([](DeviceState& state) {
+                  state.properties[0].instance = 255;
+                  state.properties[1].instance = 255;
+              }));
     EXPECT_EQ("there cannot be an instance 0 of an interface object",
               faultWith([](DeviceState& state) { state.properties[0].instance = 0; }));
     EXPECT_EQ("property 205 has a value that its data type cannot have",
               faultWith([](DeviceState& state) { state.properties[1].properties[0].value = BinaryData{1}; }));
+}
+
+TEST(DeviceImage, ANumberThatIsNeitherYesNorNoIsRefused) {
+    // Behind magic, version, address, keys, hop count, installation, an empty name and the count of loads.
+    constexpr std::size_t kRestartPending = 9 + 1 + 2 + 12 + 1 + 2 + 4 + 2;
+    auto image = WithoutChecksum({});
+    ASSERT_EQ(0, image[kRestartPending]);
+    image[kRestartPending] = 1;
+    EXPECT_TRUE(ReadDeviceImage(Sealed(image)).restartPending);
+    image[kRestartPending] = 2;
+    EXPECT_EQ("there is neither yes nor no where one of them must be", FaultOf(Sealed(image)));
 }
 
 TEST(DeviceImage, SizesThatItDoesNotHaveAreRefused) {
