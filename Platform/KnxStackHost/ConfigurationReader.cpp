@@ -195,10 +195,11 @@ void ConfigurationReader::ReadProgram(Members& root) {
                     {"library", "memory", "data", "settings"});
     if (program.Require("library")) {
         auto library = program.Text("library").value_or("");
+        std::error_code error; // a name that no file can have is none
         if (library.empty())
             m_errors.Add(program.PlaceOf("library"), "must be the path or name of a shared library");
         // A bare name that is no file here is left to the loader, which knows the platform's own libraries.
-        else if (library.find('/') != std::string::npos || std::filesystem::exists(Absolute(library)))
+        else if (library.find('/') != std::string::npos || std::filesystem::exists(Absolute(library), error))
             library = Absolute(library);
         m_result.program.library = library;
     }

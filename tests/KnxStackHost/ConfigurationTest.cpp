@@ -244,6 +244,14 @@ TEST(Configuration, ReadsControl) {
               with(R"({"socket": "run/c.sock", "socketMode": "600"})"));
 }
 
+TEST(Configuration, ANameThatNoFileCanHaveIsLeftToTheLoader) {
+    const TestSupport::TemporaryDirectory directory; // the file system judges names in one that is there
+    const std::string name(300, 'l');
+    const auto configuration =
+        ParseConfiguration(Changed("lib/libprogram.so", name), directory / "knxstackd.json");
+    EXPECT_EQ(name, configuration.program.library);
+}
+
 TEST(Configuration, HasDefaults) {
     const auto configuration = ParseConfiguration(R"({"device": {"individualAddress": "1.1.1"},
         "server": {"tunnels": ["1.1.2"]}, "applicationProgram": {"library": "libp.so"}})",
