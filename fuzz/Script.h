@@ -3,7 +3,7 @@
 
 #include "Fuzz.h"
 
-#include "KnxIp/Frames.h"
+#include "KnxFrames/FixedOctets.h"
 
 #include <algorithm>
 #include <chrono>
@@ -16,11 +16,11 @@ namespace Fuzz {
 struct Step {
     unsigned actor = 0;
     std::chrono::milliseconds pause{0};
-    KnxIp::Octets octets;
+    KnxFrames::Octets octets;
 };
 
 /// Takes a step from the front of the input; empty at its end. The last step may be shorter than it says.
-inline std::optional<Step> TakeStep(KnxIp::Octets& input) {
+inline std::optional<Step> TakeStep(KnxFrames::Octets& input) {
     if (input.size() < 2)
         return std::nullopt;
     Step step;
