@@ -115,8 +115,10 @@ void TunnelClient::Implementation::On(TimePoint now, const Endpoint& from, const
     const Hpai& control = request.control;
     SendTo(control.endpoint.IsSpecified() && !m_config.nat && !m_config.tcp ? control.endpoint : from,
            WriteFrame(DisconnectResponse{request.channel, isOurs ? Status::NoError : Status::ConnectionId}));
-    if (isOurs)
-        ConnectionLost(now, LinkFailure::ServerClosed);
+    if (!isOurs)
+        return;
+    m_underWay.ServerSpoke(); // it may close because our acknowledgements do not come through
+    ConnectionLost(now, LinkFailure::ServerClosed);
 }
 
 void TunnelClient::Implementation::Heartbeat(TimePoint now) {

@@ -247,6 +247,23 @@ TEST(TunnelClient, ATelegramAcknowledgedButNotConfirmedWhenTheConnectionEndsIsRe
     EXPECT_EQ(bench.Client().Waiting(), 0U);
 }
 
+TEST(TunnelClient, ATelegramIsNotSentAgainWhenTheServerClosesWithoutAcknowledgingIt) {
+    ClientBench bench;
+    bench.Connect();
+    bench.Send(Telegram(1));
+    bench.Receive(kServer, kDisconnectRequest); // the acknowledgement may have been lost
+    EXPECT_EQ(bench.Take(), R"(
+10.000 > server 061004200015 041500001100bce000000a03010081
+10.000 < server 061002090010 15000801c0a801020e57
+10.000 > server 0610020a0008 1500
+10.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not acknowledged by the interface
+10.000 ! disconnected: the server closed the connection, 0 ms
+10.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
+)");
+    EXPECT_EQ(bench.Client().Counters().resent, 0U);
+    EXPECT_EQ(bench.Client().Waiting(), 0U);
+}
+
 TEST(TunnelClient, AMissingConfirmationIsReportedOnceAlsoWhenTheListenerStops) {
     ClientBench bench;
     bench.Connect();

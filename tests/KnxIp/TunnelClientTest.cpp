@@ -39,6 +39,7 @@ TEST(TunnelClient, BehindNatItNamesNoEndpointAndIgnoresThatOfTheServer) {
 0.000 > server 061004200015 041500001100bce000000a03010081
 0.000 < server 061002090010 150008010a00000a0e57
 0.000 > server 0610020a0008 1500
+0.000 ! 0.0.0 -> 1/2/3 GroupValue_Write 01: not acknowledged by the interface
 0.000 ! disconnected: the server closed the connection, 1000 ms
 )");
 }
