@@ -1,6 +1,6 @@
 // TunnelServer and TunnelClients on a network that loses, doubles, delays and reorders datagrams.
 
-#include "FaultyNetwork.h"
+#include "Network.h"
 
 #include "KnxIp/TunnelClient.h"
 #include "KnxIp/TunnelServer.h"
@@ -13,11 +13,13 @@
 namespace KnxIp {
 namespace {
 
-using namespace Testing;
 using KnxFrames::GroupAddress;
 using KnxFrames::GroupServiceKind;
 using KnxFrames::IndividualAddress;
 using KnxFrames::LData;
+using std::chrono::milliseconds;
+using TestSupport::Faults;
+using TestSupport::Network;
 
 constexpr Endpoint kServerEndpoint{0xC0A80102, 3671};
 
@@ -48,8 +50,7 @@ using NumbersBySender = std::map<unsigned, Numbers>;
 /// A server whose host passes every telegram on to the other tunnels.
 class ServerNode : public TunnelServerListener {
 public:
-    ServerNode(FaultyNetwork& network, std::size_t tunnels)
-        : m_network(network), m_server(Config(tunnels), *this) {
+    ServerNode(Network& network, std::size_t tunnels) : m_network(network), m_server(Config(tunnels), *this) {
         network.Attach(kServerEndpoint, [this](const Endpoint& from, Octets datagram) {
             m_server.OnDatagram(m_network.Now(), from, datagram);
         });
@@ -84,13 +85,13 @@ private:
         return config;
     }
 
-    FaultyNetwork& m_network;
+    Network& m_network;
     TunnelServer m_server;
 };
 
 class ClientNode : public TunnelClientListener {
 public:
-    ClientNode(FaultyNetwork& network, unsigned id)
+    ClientNode(Network& network, unsigned id)
         : m_network(network), m_id(id), m_endpoint{0xC0A8010A + id, 50000}, m_client(Config(), *this) {
         network.Attach(m_endpoint, [this](const Endpoint& from, Octets datagram) {
             m_client.OnDatagram(m_network.Now(), from, datagram);
@@ -138,7 +139,7 @@ private:
         return config;
     }
 
-    FaultyNetwork& m_network;
+    Network& m_network;
     const unsigned m_id;
     const Endpoint m_endpoint;
     std::uint32_t m_next = 0;
@@ -157,13 +158,13 @@ class NetworkWithFaults : public testing::TestWithParam<std::uint32_t> {};
 TEST_P(NetworkWithFaults, NothingIsLostDoubledOrReorderedWhileRepetitionsArrive) {
     constexpr unsigned kClients = 3;
     constexpr std::uint32_t kTelegrams = 4000;
-    FaultyNetwork network(GetParam(), {});
+    Network network(GetParam());
     ServerNode server(network, kClients);
     std::vector<std::unique_ptr<ClientNode>> clients;
     for (unsigned id = 0; id < kClients; ++id)
         clients.push_back(std::make_unique<ClientNode>(network, id));
     network.RunFor(std::chrono::seconds(1));
-    network.SetFaults({0.05, 0.05, milliseconds(1), milliseconds(40), milliseconds(400), true});
+    network.SetFaults({0.05, 0.05, milliseconds(1), milliseconds(40), milliseconds(400), true, 1});
     for (auto& client : clients)
         client->SendPaced(kTelegrams, milliseconds(1000));
     network.RunFor(std::chrono::seconds(kTelegrams + 100));
@@ -203,8 +204,7 @@ TEST_P(NetworkWithFaults, EveryLossIsReportedAndNothingIsDoubledWhenConnectionsB
     constexpr unsigned kClients = 2;
     constexpr std::uint32_t kTelegrams = 3000;
     constexpr std::uint32_t kAfterwards = 100;
-    FaultyNetwork network(GetParam(),
-                          {0.12, 0.05, milliseconds(1), milliseconds(40), milliseconds(400), false});
+    Network network(GetParam(), {0.12, 0.05, milliseconds(1), milliseconds(40), milliseconds(400), false, 1});
     ServerNode server(network, 20);
     std::vector<std::unique_ptr<ClientNode>> clients;
     for (unsigned id = 0; id < kClients; ++id) {
@@ -249,10 +249,10 @@ TEST_P(NetworkWithFaults, EveryLossIsReportedAndNothingIsDoubledWhenConnectionsB
 INSTANTIATE_TEST_SUITE_P(Seeds, NetworkWithFaults, testing::Values(1U, 2U, 3U),
                          testing::PrintToStringParamName());
 
-TEST(Network, ABurstOfAThousandTelegramsPassesToEveryTunnel) {
+TEST(TunnelNetwork, ABurstOfAThousandTelegramsPassesToEveryTunnel) {
     constexpr unsigned kClients = 3;
     constexpr std::uint32_t kBurst = 1000;
-    FaultyNetwork network(1, {});
+    Network network(1);
     ServerNode server(network, kClients);
     std::vector<std::unique_ptr<ClientNode>> clients;
     for (unsigned id = 0; id < kClients; ++id)
@@ -265,8 +265,8 @@ TEST(Network, ABurstOfAThousandTelegramsPassesToEveryTunnel) {
     EXPECT_EQ(clients[2]->received[0], Counting(kBurst));
 }
 
-TEST(Network, AfterALongOutageWaitingTelegramsArriveInOrderAndOnce) {
-    FaultyNetwork network(1, {});
+TEST(TunnelNetwork, AfterALongOutageWaitingTelegramsArriveInOrderAndOnce) {
+    Network network(1);
     ServerNode server(network, 2);
     ClientNode client(network, 0);
     network.RunFor(std::chrono::seconds(30));
