@@ -36,7 +36,9 @@ bool Fits(const std::optional<std::vector<std::uint8_t>>& value, std::size_t hea
 enum ReturnCode : std::uint8_t {
     kSuccess = 0x00,
     kMemoryError = 0xF1,
-    kAccessDenied = 0xFC, // access is read only, or denied
+    kTooLong = 0xF4,      // for an APDU
+    kReadOnly = 0xFB,     // nobody may write it
+    kAccessDenied = 0xFC, // this one may not, or not so
     kAddressVoid = 0xFD,  // there is no such place
 };
 
@@ -162,7 +164,8 @@ void Management::ReadExtPropertyValue(const Apdu& apdu) {
         return;
     }
     head[5] = 0; // no element, and why
-    Answer(Service::PropertyExtValueResponse, 0, head, std::array<std::uint8_t, 1>{kAddressVoid});
+    Answer(Service::PropertyExtValueResponse, 0, head,
+           std::array<std::uint8_t, 1>{value ? kTooLong : kAddressVoid});
 }
 
 void Management::WriteExtPropertyValue(const Apdu& apdu, bool confirmed) {
@@ -176,11 +179,15 @@ void Management::WriteExtPropertyValue(const Apdu& apdu, bool confirmed) {
                                                    apdu.data.subspan(kExtPropertyHead), Level());
     if (!done)
         Refuse(apdu, "no such property or element, or it may not be written, or not so");
-    if (confirmed)
-        Answer(Service::PropertyExtValueWriteConRes, 0, apdu.data.first(kExtPropertyHead),
-               std::array<std::uint8_t, 1>{done     ? kSuccess
-                                           : object ? kAccessDenied
-                                                    : kAddressVoid});
+    if (!confirmed)
+        return;
+    const auto known = object ? m_properties.Describe(*object, place.property, 0) : std::nullopt;
+    const auto code = done                               ? kSuccess
+                      : !known || place.property == 0    ? kAddressVoid
+                      : !known->description.writeEnabled ? kReadOnly
+                                                         : kAccessDenied;
+    Answer(Service::PropertyExtValueWriteConRes, 0, apdu.data.first(kExtPropertyHead),
+           std::array<std::uint8_t, 1>{code});
 }
 
 void Management::ReadExtPropertyDescription(const Apdu& apdu) {

@@ -248,8 +248,18 @@ TEST_F(Managed, KnowsPropertiesByTypeAndInstanceToo) {
     EXPECT_TRUE(m_device.IsInProgrammingMode());
     EXPECT_EQ("", Ask("01d0 0000 001036 01 0001 00")) << "unconfirmed";
     EXPECT_FALSE(m_device.IsInProgrammingMode());
-    EXPECT_EQ("01cf000000100b010001fc", Ask("01ce 0000 00100b 01 0001 000000000000"));
+    EXPECT_EQ("01cf000000100b010001fb", Ask("01ce 0000 00100b 01 0001 000000000000")) << "read only";
+    EXPECT_EQ("01cf00000010ff010001fd", Ask("01ce 0000 0010ff 01 0001 00")) << "no such property";
+    EXPECT_EQ("01cf0000001000010001fd", Ask("01ce 0000 001000 01 0001 00")) << "nor one without a number";
+    EXPECT_EQ("01cf0000001036010001fc", Ask("01ce 0000 001036 01 0001 0101")) << "too long for it";
     EXPECT_EQ("01d3000000100b00020000000016000132", Ask("01d2 0000 00100b 0000"));
+    auto* const text = m_objects.CreateInterfaceObject(50001)->CreateProperty(201, 0x10, 1, 1);
+    text->SetActive(1);
+    text->SetValue(KnxStack::BinaryData(std::vector<std::uint8_t>(245, 7)));
+    EXPECT_EQ("01cdc3510010c9010001", Ask("01cc c351 0010c9 01 0001").substr(0, 20))
+        << "as long as there is room";
+    text->SetValue(KnxStack::BinaryData(std::vector<std::uint8_t>(246, 7)));
+    EXPECT_EQ("01cdc3510010c9000001f4", Ask("01cc c351 0010c9 01 0001")) << "too long for an answer";
 }
 
 TEST_F(Managed, PropertiesOfTheApplicationProgramAreThereOnceItShowsThem) {
