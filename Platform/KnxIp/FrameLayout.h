@@ -13,6 +13,7 @@ inline constexpr std::uint8_t kConnectionHeaderSize = 4;
 inline constexpr std::uint8_t kTunnelCriSize = 4;
 inline constexpr std::uint8_t kTunnelCriWithAddressSize = 6;
 inline constexpr std::uint8_t kTunnelCrdSize = 4;
+inline constexpr std::uint8_t kManagementCrdSize = 2;
 
 inline constexpr std::uint8_t kDeviceInformationSize = 54;
 inline constexpr std::uint8_t kExtendedDeviceInformationSize = 8;

@@ -205,9 +205,11 @@ Datagram WriteFrame(const ConnectResponse& frame) {
     out.Append(static_cast<std::uint8_t>(frame.status));
     if (frame.status == Status::NoError) {
         Append(out, frame.data);
-        out.Append(kTunnelCrdSize);
-        out.Append(ConnectRequest::kTunnelConnection);
-        out.Append16(frame.address.raw);
+        const bool isTunnel = frame.connectionType == ConnectRequest::kTunnelConnection;
+        out.Append(isTunnel ? kTunnelCrdSize : kManagementCrdSize);
+        out.Append(frame.connectionType);
+        if (isTunnel)
+            out.Append16(frame.address.raw);
     }
     EndFrame(out);
     return out;
@@ -240,6 +242,21 @@ Datagram WriteFrame(const TunnellingRequest& frame) {
     Datagram out = BeginFrame(ServiceType::TunnellingRequest);
     AppendConnectionHeader(out, frame.channel, frame.sequence, 0);
     out.Append(frame.cemi);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const DeviceConfigurationRequest& frame) {
+    Datagram out = BeginFrame(ServiceType::DeviceConfigurationRequest);
+    AppendConnectionHeader(out, frame.channel, frame.sequence, 0);
+    out.Append(frame.cemi);
+    EndFrame(out);
+    return out;
+}
+
+Datagram WriteFrame(const DeviceConfigurationAck& frame) {
+    Datagram out = BeginFrame(ServiceType::DeviceConfigurationAck);
+    AppendConnectionHeader(out, frame.channel, frame.sequence, static_cast<std::uint8_t>(frame.status));
     EndFrame(out);
     return out;
 }

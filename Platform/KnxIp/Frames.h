@@ -1,4 +1,4 @@
-// Frames of KNXnet/IP: search, description, connection, tunnelling and routing.
+// Frames of KNXnet/IP: search, description, connection, tunnelling, device management and routing.
 #pragma once
 
 #include "KnxFrames/Addresses.h"
@@ -32,6 +32,8 @@ enum class ServiceType : std::uint16_t {
     DisconnectResponse = 0x020A,
     SearchRequestExtended = 0x020B,
     SearchResponseExtended = 0x020C,
+    DeviceConfigurationRequest = 0x0310,
+    DeviceConfigurationAck = 0x0311,
     TunnellingRequest = 0x0420,
     TunnellingAck = 0x0421,
     RoutingIndication = 0x0530,
@@ -91,6 +93,7 @@ struct DeviceInformation {
 /// A service family and its version in the block of supported services.
 struct ServiceFamily {
     static constexpr std::uint8_t kCore = 0x02;
+    static constexpr std::uint8_t kManagement = 0x03;
     static constexpr std::uint8_t kTunnelling = 0x04;
     static constexpr std::uint8_t kRouting = 0x05;
 
@@ -204,6 +207,7 @@ struct DescriptionResponse {
 };
 
 struct ConnectRequest {
+    static constexpr std::uint8_t kManagementConnection = 0x03;
     static constexpr std::uint8_t kTunnelConnection = 0x04;
     static constexpr std::uint8_t kLinkLayer = 0x02;
 
@@ -219,8 +223,9 @@ struct ConnectRequest {
 struct ConnectResponse {
     std::uint8_t channel = 0;
     Status status = Status::NoError;
-    Hpai data;                            ///< only without error
-    KnxFrames::IndividualAddress address; ///< of the tunnel, only without error
+    Hpai data;                                                       ///< only without error
+    KnxFrames::IndividualAddress address;                            ///< of the tunnel, only without error
+    std::uint8_t connectionType = ConnectRequest::kTunnelConnection; ///< only without error
 
     bool operator==(const ConnectResponse& other) const = default;
 };
@@ -262,6 +267,19 @@ struct TunnellingAck {
     bool operator==(const TunnellingAck& other) const = default;
 };
 
+struct DeviceConfigurationRequest {
+    std::uint8_t channel = 0;
+    std::uint8_t sequence = 0;
+    Octets cemi; ///< points into the datagram that was read; valid as long as that
+};
+
+struct DeviceConfigurationAck {
+    std::uint8_t channel = 0;
+    std::uint8_t sequence = 0;
+    Status status = Status::NoError;
+    bool operator==(const DeviceConfigurationAck& other) const = default;
+};
+
 /// A telegram to everybody in the multicast group.
 struct RoutingIndication {
     Octets cemi; ///< points into the datagram that was read; valid as long as that
@@ -286,7 +304,8 @@ using Frame =
     std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse, ConnectRequest,
                  ConnectResponse, ConnectionStateRequest, ConnectionStateResponse, DisconnectRequest,
                  DisconnectResponse, SearchRequestExtended, SearchResponseExtended, TunnellingRequest,
-                 TunnellingAck, RoutingIndication, RoutingLostMessage, RoutingBusy>;
+                 TunnellingAck, DeviceConfigurationRequest, DeviceConfigurationAck, RoutingIndication,
+                 RoutingLostMessage, RoutingBusy>;
 
 /// Reads one datagram; its size must be the total length in its header. Unsupported: another service, another
 /// version of the protocol. Malformed: everything that does not add up.
@@ -309,10 +328,12 @@ Datagram WriteFrame(const ConnectionStateResponse& frame);
 Datagram WriteFrame(const DisconnectRequest& frame);
 Datagram WriteFrame(const DisconnectResponse& frame);
 Datagram WriteFrame(const TunnellingAck& frame);
+Datagram WriteFrame(const DeviceConfigurationAck& frame);
 Datagram WriteFrame(const RoutingLostMessage& frame);
 Datagram WriteFrame(const RoutingBusy& frame);
 /// `frame.cemi` of at most KnxFrames::kLongestCemi octets, here and below.
 Datagram WriteFrame(const TunnellingRequest& frame);
+Datagram WriteFrame(const DeviceConfigurationRequest& frame);
 Datagram WriteFrame(const RoutingIndication& frame);
 /// A routing indication with `telegram`, likewise without an intermediate copy.
 void WriteRoutingIndication(const KnxFrames::LData& telegram, Datagram& out);

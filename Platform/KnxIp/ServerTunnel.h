@@ -1,6 +1,8 @@
-// One tunnel of a TunnelServer: who its client is and what is under way. Internal to this folder.
+// The connections of a TunnelServer: who the client is and what is under way. Internal to this folder.
 #pragma once
 
+#include "KnxFrames/CemiManagement.h"
+#include "KnxIp/FrameRing.h"
 #include "KnxIp/Peer.h"
 #include "KnxIp/SendQueue.h"
 #include "KnxIp/TunnelLink.h"
@@ -73,11 +75,8 @@ private:
     bool m_dataFollows = false; // to where its telegrams come from
 };
 
-struct ServerTunnel {
-    ServerTunnel(KnxFrames::IndividualAddress ownAddress, std::size_t queueLimit)
-        : address(ownAddress), queue(queueLimit) {}
-
-    KnxFrames::IndividualAddress address;
+/// What tunnels and management connections have in common.
+struct ServerConnection {
     bool isOpen = false;
     std::uint8_t channel = 0;
     ConnectionPeer peer;
@@ -85,10 +84,32 @@ struct ServerTunnel {
     // By UDP alone: a stream keeps the order and loses nothing, so nothing is acknowledged or repeated.
     ReceiveCounter received;
     PendingRequest pending;
+    std::uint8_t streamSequence = 0; // of the next request over a stream; nobody looks at it
+
+    /// A client has it from now on.
+    void Open(std::uint8_t newChannel, const ConnectionPeer& newPeer, TimePoint until) {
+        isOpen = true;
+        channel = newChannel;
+        peer = newPeer;
+        silentUntil = until;
+        received.Reset();
+        pending.Reset();
+        streamSequence = 0;
+    }
+};
+
+struct ServerTunnel : ServerConnection {
+    ServerTunnel(KnxFrames::IndividualAddress ownAddress, std::size_t queueLimit)
+        : address(ownAddress), queue(queueLimit) {}
+
+    KnxFrames::IndividualAddress address;
     SendQueue queue;
     bool overflowReported = false;
-    std::uint8_t streamSequence = 0; // of the next request over a stream; nobody looks at it
     TunnelCounters counters;
+};
+
+struct ManagementConnection : ServerConnection {
+    FrameRing<KnxFrames::ManagementMessage> queue;
 };
 
 } // namespace KnxIp

@@ -57,6 +57,11 @@ void TunnelClient::Implementation::Connect(TimePoint now) {
 }
 
 void TunnelClient::Implementation::On(TimePoint now, const Endpoint& from, const ConnectResponse& response) {
+    if (response.status == Status::NoError && response.connectionType != ConnectRequest::kTunnelConnection) {
+        m_listener.OnRefusedDatagram(from,
+                                     KnxFrames::FrameError::Unsupported("the connection is no tunnel", 17));
+        return;
+    }
     if (m_state != State::Connecting) {
         // Late or double: the server holds a tunnel that nobody uses.
         const bool isOurs = m_state == State::Connected && response.channel == m_channel;

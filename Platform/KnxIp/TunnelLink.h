@@ -47,25 +47,33 @@ public:
     /// When the acknowledgement is late. Meaningless unless active.
     TimePoint Deadline() const { return m_deadline; }
 
-    bool WasRepeated() const { return m_repeated; }
+    bool WasRepeated() const { return m_repetitions != 0; }
+
+    /// How often it was sent beside the first time.
+    unsigned Repetitions() const { return m_repetitions; }
 
     /// Begins with the datagram to be sent. Not while active.
     const Datagram& Begin(TimePoint deadline, std::uint8_t channel, const KnxFrames::LData& telegram) {
         WriteTunnellingRequest(channel, m_sequence, telegram, m_datagram);
-        m_active = true;
-        m_repeated = false;
-        m_deadline = deadline;
-        return m_datagram;
+        return Begin(deadline);
+    }
+
+    /// Likewise with a message of device management.
+    const Datagram& Begin(TimePoint deadline, std::uint8_t channel, Octets cemi) {
+        m_datagram = WriteFrame(DeviceConfigurationRequest{channel, m_sequence, cemi});
+        return Begin(deadline);
     }
 
     /// The same datagram once more.
     const Datagram& Repeat(TimePoint deadline) {
-        m_repeated = true;
+        ++m_repetitions;
         m_deadline = deadline;
         return m_datagram;
     }
 
-    AckVerdict OnAck(const TunnellingAck& ack) {
+    /// A TunnellingAck or a DeviceConfigurationAck.
+    template <class Ack>
+    AckVerdict OnAck(const Ack& ack) {
         if (!m_active || ack.sequence != m_sequence)
             return AckVerdict::Stale;
         if (ack.status != Status::NoError)
@@ -81,8 +89,15 @@ public:
     }
 
 private:
+    const Datagram& Begin(TimePoint deadline) {
+        m_active = true;
+        m_repetitions = 0;
+        m_deadline = deadline;
+        return m_datagram;
+    }
+
     bool m_active = false;
-    bool m_repeated = false;
+    unsigned m_repetitions = 0;
     std::uint8_t m_sequence = 0;
     TimePoint m_deadline{};
     Datagram m_datagram;

@@ -14,6 +14,11 @@ using KnxFrames::LData;
 void CheckConfig(const TunnelServerConfig& config) {
     if (config.tunnelAddresses.empty() || config.tunnelAddresses.size() > 255)
         throw std::invalid_argument("the number of tunnel addresses is not 1 to 255");
+    if (config.managementConnections > 16 ||
+        config.managementConnections + config.tunnelAddresses.size() > 255)
+        throw std::invalid_argument(
+            "the number of management connections is not 0 to 16, or with the tunnels "
+            "more than 255");
     if (config.queueLimit == 0)
         throw std::invalid_argument("the queue limit of the tunnels is 0");
     for (auto each = config.tunnelAddresses.begin(); each != config.tunnelAddresses.end(); ++each) {
@@ -38,6 +43,7 @@ TunnelServer::Implementation::Implementation(TunnelServerConfig config, TunnelSe
     m_tunnels.reserve(m_config.tunnelAddresses.size());
     for (const KnxFrames::IndividualAddress address : m_config.tunnelAddresses)
         m_tunnels.emplace_back(address, m_config.queueLimit);
+    m_management.resize(m_config.managementConnections);
 }
 
 void TunnelServer::Implementation::OnDatagram(TimePoint now, const Endpoint& from, Octets datagram) {
@@ -62,6 +68,14 @@ void TunnelServer::Implementation::OnTime(TimePoint now) {
         else if (tunnel.pending.IsActive() && now >= tunnel.pending.Deadline())
             RepeatOrClose(now, tunnel);
     }
+    for (ManagementConnection& connection : m_management) {
+        if (!connection.isOpen)
+            continue;
+        if (now >= connection.silentUntil)
+            Close(connection, TunnelEnd::Heartbeat);
+        else if (connection.pending.IsActive() && now >= connection.pending.Deadline())
+            RepeatOrClose(now, connection);
+    }
     CloseIdleStreams(now);
 }
 
@@ -71,13 +85,15 @@ std::optional<TimePoint> TunnelServer::Implementation::NextTime() const {
         if (!next || time < *next)
             next = time;
     };
-    for (const Tunnel& tunnel : m_tunnels) {
-        if (!tunnel.isOpen)
-            continue;
-        consider(tunnel.silentUntil);
-        if (tunnel.pending.IsActive())
-            consider(tunnel.pending.Deadline());
-    }
+    const auto considerConnection = [&consider](const ServerConnection& connection) {
+        if (!connection.isOpen)
+            return;
+        consider(connection.silentUntil);
+        if (connection.pending.IsActive())
+            consider(connection.pending.Deadline());
+    };
+    std::for_each(m_tunnels.begin(), m_tunnels.end(), considerConnection);
+    std::for_each(m_management.begin(), m_management.end(), considerConnection);
     for (const auto& [id, stream] : m_streams) {
         if (stream.connections == 0)
             consider(stream.idleUntil);
@@ -136,6 +152,10 @@ std::optional<TimePoint> TunnelServer::NextTime() const {
 
 void TunnelServer::Broadcast(TimePoint now, const LData& telegram, std::optional<TunnelId> except) {
     m_implementation->Broadcast(now, telegram, except);
+}
+
+void TunnelServer::AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property) {
+    m_implementation->AnnounceProperty(now, property);
 }
 
 void TunnelServer::CloseTunnel(TunnelId tunnel) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KnxFrames/Cemi.h"
+#include "KnxFrames/CemiManagement.h"
 #include "KnxIp/Frames.h"
 #include "KnxIp/Peer.h"
 
@@ -36,6 +37,10 @@ struct TunnelServerConfig {
     /// The individual address of each tunnel; their number is the number of tunnels, 1 to 255. No two are
     /// equal and none is 0.0.0.
     std::vector<KnxFrames::IndividualAddress> tunnelAddresses;
+
+    /// Connections for device management, at most 16 and in all at most 255 with the tunnels. 0: none is
+    /// offered.
+    std::size_t managementConnections = 0;
 
     /// Telegrams that wait per tunnel, beside the one that waits for its acknowledgement. At least 1.
     std::size_t queueLimit = 1000;
@@ -109,7 +114,24 @@ public:
                                 const Peer& client) = 0;
     virtual void OnTunnelClosed(TunnelId tunnel, TunnelEnd end) = 0;
 
-    /// A client was refused a tunnel.
+    /// A client of a management connection asks for elements of a property (M_PropRead.req) or wants to
+    /// change them (M_PropWrite.req). Gives the confirmation: request.Confirmation() with the data read, or
+    /// request.Refusal().
+    virtual KnxFrames::ManagementMessage OnDeviceManagement(const KnxFrames::ManagementMessage& request) {
+        return request.Refusal(KnxFrames::PropertyError::NoSuchProperty);
+    }
+
+    /// A client of a management connection wants the device to restart (M_Reset.req). Not answered: the
+    /// connection ends with the restart.
+    virtual void OnDeviceReset(const Endpoint& client) { static_cast<void>(client); }
+
+    virtual void OnManagementOpened(const Peer& client) { static_cast<void>(client); }
+    virtual void OnManagementClosed(const Peer& client, TunnelEnd end) {
+        static_cast<void>(client);
+        static_cast<void>(end);
+    }
+
+    /// A client was refused a tunnel or a management connection.
     virtual void OnConnectRefused(const Endpoint& from, Status status) = 0;
 
     /// The queue of a tunnel is full and a frame was dropped. Called once per burst, which ends when the
@@ -145,6 +167,11 @@ public:
 /// within 1 s, and after another second the tunnel is closed. Others wait in a queue, in order; when it is
 /// full, the oldest one of the lowest priority is dropped.
 ///
+/// A management connection gives access to the properties of the device itself (KNX Standard 3/6/3, local
+/// device management). One client computer has one at a time: a further one ends the one before, so that a
+/// tool that crashed can come back at once. Requests are sent four times in all, 10 s apart, before the
+/// connection is given up; at most kMostManagementMessages wait for that.
+///
 /// Over TCP nothing is acknowledged, numbers of requests do not matter and nothing is repeated; a frame goes
 /// into the stream at once. One stream carries any number of connections, which nobody else can use and which
 /// end with it. The heartbeat is kept all the same. Endpoints in requests mean nothing there, but their host
@@ -155,6 +182,9 @@ public:
     static constexpr std::chrono::seconds kAckTimeout{1};
     static constexpr std::chrono::seconds kHeartbeatTimeout{120};
     static constexpr std::chrono::seconds kIdleStreamTimeout{60};
+    static constexpr std::chrono::seconds kConfigurationTimeout{10};
+    static constexpr unsigned kConfigurationRepetitions = 3;
+    static constexpr std::size_t kMostManagementMessages = 64;
 
     /// `listener` outlives the server. Throws std::invalid_argument, with the cause for people, when the
     /// configuration breaks a rule given there.
@@ -191,11 +221,16 @@ public:
     void Broadcast(TimePoint now, const KnxFrames::LData& telegram,
                    std::optional<TunnelId> except = std::nullopt);
 
+    /// Tells the clients of all management connections that a property has changed (M_PropInfo.ind), with its
+    /// new value.
+    void AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property);
+
     /// Closes one tunnel with a DISCONNECT_REQUEST to its client; the answer is not awaited. Nothing when it
     /// is not open.
     void CloseTunnel(TunnelId tunnel);
 
-    /// Closes every tunnel likewise; streams stay open. New ones may be opened again afterwards.
+    /// Closes every tunnel and management connection likewise; streams stay open. New ones may be opened
+    /// again afterwards.
     void Stop();
 
     /// `tunnel` below the number of tunnels, here and below.

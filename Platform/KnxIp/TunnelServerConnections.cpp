@@ -9,29 +9,35 @@ namespace {
 
 using KnxFrames::IndividualAddress;
 
-Status KnownOrNot(const ServerTunnel* tunnel) {
-    return tunnel != nullptr ? Status::NoError : Status::ConnectionId;
+Status KnownOrNot(const ServerConnection* connection) {
+    return connection != nullptr ? Status::NoError : Status::ConnectionId;
 }
 
 } // namespace
 
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const ConnectRequest& request) {
     const Peer to = AnswerTo(request.control, from);
+    const std::uint8_t protocol = from.IsStream() ? Hpai::kTcp : Hpai::kUdp;
+    if (request.control.protocol != protocol || request.data.protocol != protocol)
+        Refuse(from, to, Status::HostProtocolType);
+    else if (request.connectionType == ConnectRequest::kManagementConnection && !m_management.empty())
+        ConnectManagement(now, from, request, to);
+    else if (request.connectionType == ConnectRequest::kTunnelConnection)
+        ConnectTunnel(now, from, request, to);
+    else
+        Refuse(from, to, Status::ConnectionType);
+}
+
+void TunnelServer::Implementation::ConnectTunnel(TimePoint now, const Peer& from,
+                                                 const ConnectRequest& request, const Peer& to) {
     Tunnel* free = nullptr;
-    const Status status = Admit(request, from, free);
+    const Status status = Admit(request, free);
     if (status != Status::NoError) {
-        SendTo(to, WriteFrame(ConnectResponse{0, status, {}, {}}));
-        m_listener.OnConnectRefused(from.endpoint, status);
+        Refuse(from, to, status);
         return;
     }
     Tunnel& tunnel = *free;
-    tunnel.channel = NextChannel();
-    tunnel.isOpen = true;
-    tunnel.peer = ConnectionPeer(request, from);
-    tunnel.silentUntil = now + kHeartbeatTimeout;
-    tunnel.received.Reset();
-    tunnel.pending.Reset();
-    tunnel.streamSequence = 0;
+    tunnel.Open(NextChannel(), ConnectionPeer(request, from), now + kHeartbeatTimeout);
     tunnel.counters = {};
     if (from.IsStream())
         ++m_streams.at(from.stream).connections;
@@ -40,30 +46,36 @@ void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const Con
     m_listener.OnTunnelOpened(IdOf(tunnel), tunnel.address, to);
 }
 
+void TunnelServer::Implementation::Refuse(const Peer& from, const Peer& to, Status status) {
+    SendTo(to, WriteFrame(ConnectResponse{0, status, {}, {}}));
+    m_listener.OnConnectRefused(from.endpoint, status);
+}
+
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from,
                                       const ConnectionStateRequest& request) {
-    Tunnel* tunnel = FindByControl(request.channel, from, request.control);
-    if (tunnel != nullptr)
-        tunnel->silentUntil = now + kHeartbeatTimeout;
+    ServerConnection* connection = FindByControl(request.channel, from, request.control);
+    if (connection != nullptr)
+        connection->silentUntil = now + kHeartbeatTimeout;
     SendTo(AnswerTo(request.control, from),
-           WriteFrame(ConnectionStateResponse{request.channel, KnownOrNot(tunnel)}));
+           WriteFrame(ConnectionStateResponse{request.channel, KnownOrNot(connection)}));
 }
 
 void TunnelServer::Implementation::On(TimePoint, const Peer& from, const DisconnectRequest& request) {
-    Tunnel* tunnel = FindByControl(request.channel, from, request.control);
+    const ServerConnection* connection = FindByControl(request.channel, from, request.control);
     SendTo(AnswerTo(request.control, from),
-           WriteFrame(DisconnectResponse{request.channel, KnownOrNot(tunnel)}));
-    if (tunnel != nullptr)
-        Close(*tunnel, TunnelEnd::Client);
+           WriteFrame(DisconnectResponse{request.channel, KnownOrNot(connection)}));
+    for (Tunnel& tunnel : m_tunnels) {
+        if (&tunnel == connection)
+            Close(tunnel, TunnelEnd::Client);
+    }
+    for (ManagementConnection& each : m_management) {
+        if (&each == connection)
+            Close(each, TunnelEnd::Client);
+    }
 }
 
 /// Whether the request can be served, and by which tunnel.
-Status TunnelServer::Implementation::Admit(const ConnectRequest& request, const Peer& from, Tunnel*& free) {
-    const std::uint8_t protocol = from.IsStream() ? Hpai::kTcp : Hpai::kUdp;
-    if (request.control.protocol != protocol || request.data.protocol != protocol)
-        return Status::HostProtocolType;
-    if (request.connectionType != ConnectRequest::kTunnelConnection)
-        return Status::ConnectionType;
+Status TunnelServer::Implementation::Admit(const ConnectRequest& request, Tunnel*& free) {
     if (request.layer != ConnectRequest::kLinkLayer)
         return Status::TunnellingLayer;
     const IndividualAddress wanted = request.wantedAddress;
@@ -87,7 +99,7 @@ Status TunnelServer::Implementation::Admit(const ConnectRequest& request, const 
 std::uint8_t TunnelServer::Implementation::NextChannel() {
     do {
         ++m_lastChannel;
-    } while (m_lastChannel == 0 || Find(m_lastChannel) != nullptr);
+    } while (m_lastChannel == 0 || IsInUse(m_lastChannel));
     return m_lastChannel;
 }
 
@@ -101,40 +113,49 @@ void TunnelServer::Implementation::Stop() {
         if (tunnel.isOpen)
             Close(tunnel, TunnelEnd::Server);
     }
+    for (ManagementConnection& connection : m_management) {
+        if (connection.isOpen)
+            Close(connection, TunnelEnd::Server);
+    }
 }
 
 void TunnelServer::Implementation::Close(Tunnel& tunnel, TunnelEnd end) {
-    tunnel.isOpen = false;
     tunnel.counters.dropped += tunnel.queue.Size() + (tunnel.pending.IsActive() ? 1 : 0);
-    tunnel.pending.Reset();
     tunnel.queue.Clear();
     tunnel.overflowReported = false;
-    const Peer& control = tunnel.peer.Control();
-    if (end != TunnelEnd::Client && end != TunnelEnd::Stream)
-        SendTo(control, WriteFrame(DisconnectRequest{tunnel.channel, OwnHpai(control)}));
-    if (const auto stream = m_streams.find(tunnel.peer.Stream()); stream != m_streams.end())
-        --stream->second.connections;
+    CloseConnection(tunnel, end);
     m_listener.OnTunnelClosed(IdOf(tunnel), end);
 }
 
-/// The tunnel that a request about its connection speaks of; null unless the client itself asks.
-ServerTunnel* TunnelServer::Implementation::FindByControl(std::uint8_t channel, const Peer& from,
-                                                          const Hpai& named) {
-    Tunnel* tunnel = Find(channel);
-    return tunnel != nullptr && tunnel->peer.OwnsControl(from, named) ? tunnel : nullptr;
+void TunnelServer::Implementation::CloseConnection(ServerConnection& connection, TunnelEnd end) {
+    connection.isOpen = false;
+    connection.pending.Reset();
+    const Peer& control = connection.peer.Control();
+    if (end != TunnelEnd::Client && end != TunnelEnd::Stream)
+        SendTo(control, WriteFrame(DisconnectRequest{connection.channel, OwnHpai(control)}));
+    if (const auto stream = m_streams.find(connection.peer.Stream()); stream != m_streams.end())
+        --stream->second.connections;
 }
 
-/// Likewise for telegrams and their acknowledgements.
-ServerTunnel* TunnelServer::Implementation::FindByData(std::uint8_t channel, const Peer& from) {
-    Tunnel* tunnel = Find(channel);
-    return tunnel != nullptr && tunnel->peer.OwnsData(from) ? tunnel : nullptr;
+/// The connection that a request about it speaks of; null unless the client itself asks.
+ServerConnection* TunnelServer::Implementation::FindByControl(std::uint8_t channel, const Peer& from,
+                                                              const Hpai& named) {
+    const auto isMeant = [&](const ServerConnection& each) {
+        return each.isOpen && each.channel == channel && each.peer.OwnsControl(from, named);
+    };
+    if (const auto tunnel = std::find_if(m_tunnels.begin(), m_tunnels.end(), isMeant);
+        tunnel != m_tunnels.end())
+        return &*tunnel;
+    const auto management = std::find_if(m_management.begin(), m_management.end(), isMeant);
+    return management == m_management.end() ? nullptr : &*management;
 }
 
-ServerTunnel* TunnelServer::Implementation::Find(std::uint8_t channel) {
-    const auto found = std::find_if(m_tunnels.begin(), m_tunnels.end(), [&](const Tunnel& each) {
+bool TunnelServer::Implementation::IsInUse(std::uint8_t channel) const {
+    const auto isIt = [channel](const ServerConnection& each) {
         return each.isOpen && each.channel == channel;
-    });
-    return found == m_tunnels.end() ? nullptr : &*found;
+    };
+    return std::any_of(m_tunnels.begin(), m_tunnels.end(), isIt) ||
+           std::any_of(m_management.begin(), m_management.end(), isIt);
 }
 
 } // namespace KnxIp

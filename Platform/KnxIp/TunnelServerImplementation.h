@@ -33,6 +33,9 @@ public:
     // TunnelServerTelegrams.cpp
     void Broadcast(TimePoint now, const KnxFrames::LData& telegram, std::optional<TunnelId> except);
 
+    // TunnelServerManagement.cpp
+    void AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property);
+
     // TunnelServerConnections.cpp
     void CloseTunnel(TunnelId tunnel);
     void Stop();
@@ -78,15 +81,30 @@ private:
     void On(TimePoint now, const Peer& from, const DisconnectRequest& request);
     /// The answer to a DISCONNECT_REQUEST of ours; the tunnel was closed with the request.
     void On(TimePoint, const Peer&, const DisconnectResponse&) {}
-    Status Admit(const ConnectRequest& request, const Peer& from, Tunnel*& free);
+    void ConnectTunnel(TimePoint now, const Peer& from, const ConnectRequest& request, const Peer& to);
+    void Refuse(const Peer& from, const Peer& to, Status status);
+    Status Admit(const ConnectRequest& request, Tunnel*& free);
     std::uint8_t NextChannel();
     void Close(Tunnel& tunnel, TunnelEnd end);
-    Tunnel* FindByControl(std::uint8_t channel, const Peer& from, const Hpai& named);
-    Tunnel* FindByData(std::uint8_t channel, const Peer& from);
-    Tunnel* Find(std::uint8_t channel);
+    /// What Close() does for every kind of connection.
+    void CloseConnection(ServerConnection& connection, TunnelEnd end);
+    bool IsInUse(std::uint8_t channel) const;
+    ServerConnection* FindByControl(std::uint8_t channel, const Peer& from, const Hpai& named);
     TunnelId IdOf(const Tunnel& tunnel) const { return static_cast<TunnelId>(&tunnel - m_tunnels.data()); }
 
+    // TunnelServerManagement.cpp
+    void ConnectManagement(TimePoint now, const Peer& from, const ConnectRequest& request, const Peer& to);
+    void On(TimePoint now, const Peer& from, const DeviceConfigurationRequest& request);
+    void On(TimePoint now, const Peer& from, const DeviceConfigurationAck& ack);
+    void TakeManagement(TimePoint now, const Peer& from, ManagementConnection& connection, Octets cemi);
+    void Send(TimePoint now, ManagementConnection& connection, const KnxFrames::ManagementMessage& message);
+    void SendNext(TimePoint now, ManagementConnection& connection);
+    void RepeatOrClose(TimePoint now, ManagementConnection& connection);
+    void Close(ManagementConnection& connection, TunnelEnd end);
+    ManagementConnection* FindManagement(std::uint8_t channel, const Peer& from);
+
     // TunnelServerTelegrams.cpp
+    Tunnel* FindTunnel(std::uint8_t channel, const Peer& from);
     void On(TimePoint now, const Peer& from, const TunnellingRequest& request);
     void On(TimePoint now, const Peer& from, const TunnellingAck& ack);
     void TakeTelegram(TimePoint now, const Peer& from, Tunnel& tunnel, Octets cemi);
@@ -96,7 +114,8 @@ private:
 
     TunnelServerConfig m_config; // constant but for the device
     TunnelServerListener& m_listener;
-    std::vector<Tunnel> m_tunnels; // never resized after construction
+    std::vector<Tunnel> m_tunnels;                  // never resized after construction
+    std::vector<ManagementConnection> m_management; // likewise
     std::map<StreamId, Stream> m_streams;
     std::uint8_t m_lastChannel;
 };

@@ -41,6 +41,10 @@ void TunnelServer::Implementation::OnStreamClosed(StreamId stream) {
         if (tunnel.isOpen && tunnel.peer.Stream() == stream)
             Close(tunnel, TunnelEnd::Stream);
     }
+    for (ManagementConnection& connection : m_management) {
+        if (connection.isOpen && connection.peer.Stream() == stream)
+            Close(connection, TunnelEnd::Stream);
+    }
 }
 
 void TunnelServer::Implementation::CloseIdleStreams(TimePoint now) {

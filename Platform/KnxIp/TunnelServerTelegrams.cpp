@@ -2,6 +2,7 @@
 
 #include "KnxIp/TunnelServerImplementation.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace KnxIp {
@@ -18,8 +19,16 @@ void TunnelServer::Implementation::Broadcast(TimePoint now, const LData& telegra
     }
 }
 
+/// The tunnel that a telegram or its acknowledgement is for; null unless it comes from the tunnel's client.
+ServerTunnel* TunnelServer::Implementation::FindTunnel(std::uint8_t channel, const Peer& from) {
+    const auto found = std::find_if(m_tunnels.begin(), m_tunnels.end(), [&](const Tunnel& each) {
+        return each.isOpen && each.channel == channel && each.peer.OwnsData(from);
+    });
+    return found == m_tunnels.end() ? nullptr : &*found;
+}
+
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const TunnellingRequest& request) {
-    Tunnel* tunnel = FindByData(request.channel, from);
+    Tunnel* tunnel = FindTunnel(request.channel, from);
     if (tunnel == nullptr) {
         // Tells a client that was forgotten (we were restarted) sooner than its heartbeat would. A stream
         // would have ended.
@@ -49,7 +58,7 @@ void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const Tun
 }
 
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const TunnellingAck& ack) {
-    Tunnel* tunnel = FindByData(ack.channel, from);
+    Tunnel* tunnel = FindTunnel(ack.channel, from);
     if (tunnel == nullptr)
         return;
     // Over a stream nothing is pending: whoever acknowledges all the same is not minded.

@@ -95,6 +95,10 @@ void DeviceManagement::SendTelegram(const KnxFrames::LData& telegram) {
 
 void DeviceManagement::OnRestart(KnxDevice::Erase erase, IndividualAddress by) {
     LOG4CPLUS_INFO(Log(), fmt::format("{} asked for a {}", by.ToString(), KnxDevice::ToString(erase)));
+    Restart();
+}
+
+void DeviceManagement::Restart() {
     if (!m_hasImage) {
         m_outlets.restartedAsConfigured();
         return;

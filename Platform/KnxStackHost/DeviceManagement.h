@@ -72,6 +72,11 @@ public:
     void OnTime(KnxDevice::TimePoint now) { m_management.OnTime(now); }
     std::optional<KnxDevice::TimePoint> NextTime() const { return m_management.NextTime(); }
 
+    /// The properties of the device for other ways to them than telegrams.
+    KnxDevice::PropertyAccess& Properties() { return m_management.Properties(); }
+    /// As when a tool asks for it over the bus.
+    void Restart();
+
     void SetProgrammingMode(bool on) { m_device.SetProgrammingMode(on); }
     /// Returns when the image is on the disk; nothing more is kept. For the end of the daemon.
     void Finish() { m_image.Finish(); }

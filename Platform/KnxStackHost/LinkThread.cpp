@@ -5,6 +5,7 @@
 #include "KnxStackHost/ExceptionText.h"
 #include "KnxStackHost/HostControl.h"
 #include "KnxStackHost/InterfaceLink.h"
+#include "KnxStackHost/LocalManagement.h"
 #include "KnxStackHost/RoutingBus.h"
 #include "KnxStackHost/ServerLink.h"
 
@@ -64,8 +65,14 @@ public:
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
         if (m_configuration.routing)
             OpenRouting(*m_configuration.routing);
-        if (m_server)
+        if (m_server) {
             management.SetIpFacts(m_server->Facts());
+            m_server->ManageBy({[this](const KnxFrames::ManagementMessage& request) {
+                                    return AnswerManagement(m_management->Properties(),
+                                                            m_management->Device().FreeLevel(), request);
+                                },
+                                [this] { m_management->Restart(); }});
+        }
         OnDeviceChanged();
         m_control.emplace(m_context, m_configuration, management, *m_router,
                           HostControl::Sources{m_requests.status, [this] { return GetLinksStatus(); }});

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
 #include <random>
 #include <utility>
 
@@ -23,6 +24,8 @@ log4cplus::Logger& Log() {
 }
 
 constexpr unsigned kPortTries = 20;
+constexpr std::size_t kManagementConnections = 4;
+constexpr std::size_t kMostChannels = 255;
 constexpr std::size_t kFurtherStreams = 16; // beside one for each tunnel
 
 TimePoint Now() {
@@ -36,6 +39,10 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     config.device.multicast = 0;
     config.device.mac = HardwareAddressOf(local.address);
     config.families = KnxIp::CoreAndTunnelling(configuration.server.tcp);
+    config.managementConnections =
+        std::min(kManagementConnections, kMostChannels - configuration.server.tunnels.size());
+    if (config.managementConnections != 0)
+        config.families.push_back({KnxIp::ServiceFamily::kManagement, config.families.front().version});
     if (configuration.routing) {
         config.device.multicast = EndpointOf(configuration.routing->group, 0).address;
         config.families.push_back({KnxIp::ServiceFamily::kRouting, 1});
@@ -262,10 +269,37 @@ void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
         LOG4CPLUS_WARN(Log(), *line);
 }
 
+KnxFrames::ManagementMessage ServerLink::OnDeviceManagement(const KnxFrames::ManagementMessage& request) {
+    return m_manager.answer ? m_manager.answer(request)
+                            : request.Refusal(KnxFrames::PropertyError::NoSuchProperty);
+}
+
+void ServerLink::OnDeviceReset(const Endpoint& client) {
+    LogManagement(fmt::format("{} asked for a restart of the device", client.ToString()));
+    if (m_manager.restart)
+        m_manager.restart();
+}
+
+void ServerLink::OnManagementOpened(const KnxIp::Peer& client) {
+    LogManagement(fmt::format("{} has connected to manage the device", client.ToString()));
+}
+
+void ServerLink::OnManagementClosed(const KnxIp::Peer& client, KnxIp::TunnelEnd end) {
+    LogManagement(
+        fmt::format("{} does not manage the device any more: {}", client.ToString(), KnxIp::ToString(end)));
+}
+
+void ServerLink::LogManagement(const std::string& text) {
+    if (m_managementPace.Take(Now()))
+        LOG4CPLUS_INFO(Log(), text << (m_managementPace.IsUsedUp()
+                                           ? " (further lines about management come once a minute)"
+                                           : ""));
+}
+
 void ServerLink::OnConnectRefused(const Endpoint& from, KnxIp::Status status) {
     const auto verdict = m_refusedClients.Count(from.address, KnxIp::ToString(status));
     if (verdict != Notices::Verdict::Silent)
-        LOG4CPLUS_WARN(Log(), fmt::format("{}: was refused a tunnel: {}{}", from.ToString(),
+        LOG4CPLUS_WARN(Log(), fmt::format("{}: was refused a connection: {}{}", from.ToString(),
                                           KnxIp::ToString(status), Suffix(verdict)));
 }
 

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KnxStackHost {
@@ -37,6 +38,13 @@ public:
     /// What searches and descriptions say of the device. Name, multicast group and hardware address are the
     /// configuration's and the network's.
     void SetDevice(const KnxDevice::Device& device);
+    /// Who answers management connections; before Start().
+    struct Manager {
+        std::function<KnxFrames::ManagementMessage(const KnxFrames::ManagementMessage&)> answer;
+        std::function<void()> restart;
+    };
+    void ManageBy(Manager manager) { m_manager = std::move(manager); }
+
     /// The place of the server in the IP network.
     KnxDevice::IpFacts Facts() const;
 
@@ -58,6 +66,11 @@ private:
     void OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAddress address,
                         const KnxIp::Peer& client) override;
     void OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) override;
+    KnxFrames::ManagementMessage OnDeviceManagement(const KnxFrames::ManagementMessage& request) override;
+    void OnDeviceReset(const KnxIp::Endpoint& client) override;
+    void OnManagementOpened(const KnxIp::Peer& client) override;
+    void OnManagementClosed(const KnxIp::Peer& client, KnxIp::TunnelEnd end) override;
+    void LogManagement(const std::string& text);
     void OnConnectRefused(const KnxIp::Endpoint& from, KnxIp::Status status) override;
     void OnQueueOverflow(KnxIp::TunnelId tunnel) override;
     void OnRefusedDatagram(const KnxIp::Endpoint& from, const KnxFrames::FrameError& error) override;
@@ -87,6 +100,8 @@ private:
     std::uint64_t m_foreign = 0; // datagrams to the group that were for others
     bool m_fromGroup = false;    // what is being received
     std::vector<TunnelLines> m_lines;
+    LinePace m_managementPace{20};
+    Manager m_manager;
     KnxIp::DeviceInformation m_device;
     std::optional<KnxIp::TunnelServer> m_server;
 };

@@ -53,6 +53,7 @@ private:
         config.tunnelAddresses = {KnxFrames::IndividualAddress(1, 1, 250),
                                   KnxFrames::IndividualAddress(1, 1, 251)};
         config.queueLimit = 3;
+        config.managementConnections = 1;
         return config;
     }
 

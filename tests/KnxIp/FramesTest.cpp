@@ -65,6 +65,12 @@ const Bytes kTunnellingRequest = {0x06, 0x10, 0x04, 0x20, 0x00, 0x15,
                                   0x04, 0x15, 0x07, 0x00,                             // channel, sequence
                                   0x29, 0x00, 0xBC, 0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
 const Bytes kTunnellingAck = {0x06, 0x10, 0x04, 0x21, 0x00, 0x0A, 0x04, 0x15, 0x07, 0x29};
+const Bytes kManagementConnectResponse = {0x06, 0x10, 0x02, 0x06, 0x00, 0x12, 0x15, 0x00,
+                                          0x08, 0x01, 0xC0, 0xA8, 0x01, 0x02, 0x0E, 0x57,
+                                          0x02, 0x03};
+const Bytes kDeviceConfigurationRequest = {0x06, 0x10, 0x03, 0x10, 0x00, 0x11, 0x04, 0x15, 0x07, 0x00,
+                                           0xFC, 0x00, 0x0B, 0x01, 0x34, 0x10, 0x01};
+const Bytes kDeviceConfigurationAck = {0x06, 0x10, 0x03, 0x11, 0x00, 0x0A, 0x04, 0x15, 0x07, 0x21};
 const Bytes kRoutingIndication = {0x06, 0x10, 0x05, 0x30, 0x00, 0x11,
                                   0x29, 0x00, 0xBC, 0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
 const Bytes kRoutingLostMessage = {0x06, 0x10, 0x05, 0x31, 0x00, 0x0A, 0x04, 0x01, 0x00, 0x05};
@@ -96,6 +102,9 @@ std::vector<Bytes> Vectors() {
             kDisconnectResponse,
             kTunnellingRequest,
             kTunnellingAck,
+            kManagementConnectResponse,
+            kDeviceConfigurationRequest,
+            kDeviceConfigurationAck,
             kRoutingIndication,
             kRoutingLostMessage,
             kRoutingBusy};
@@ -164,6 +173,15 @@ TEST(Frames, ReadsTheFieldsOfEachFrame) {
     EXPECT_EQ(Read<DisconnectRequest>(kDisconnectRequest), (DisconnectRequest{0x15, kClientControl}));
     EXPECT_EQ(Read<DisconnectResponse>(kDisconnectResponse), (DisconnectResponse{0x15, Status::NoError}));
     EXPECT_EQ(Read<TunnellingAck>(kTunnellingAck), (TunnellingAck{0x15, 7, Status::TunnellingLayer}));
+    EXPECT_EQ(Read<DeviceConfigurationAck>(kDeviceConfigurationAck),
+              (DeviceConfigurationAck{0x15, 7, Status::ConnectionId}));
+    EXPECT_EQ(Read<ConnectResponse>(kManagementConnectResponse),
+              (ConnectResponse{0x15, Status::NoError, kServer, {}, 0x03}));
+    const auto configuration = Read<DeviceConfigurationRequest>(kDeviceConfigurationRequest);
+    EXPECT_EQ(configuration.channel, 0x15);
+    EXPECT_EQ(configuration.sequence, 7);
+    EXPECT_EQ(Bytes(configuration.cemi.begin(), configuration.cemi.end()),
+              Bytes(kDeviceConfigurationRequest.begin() + 10, kDeviceConfigurationRequest.end()));
     EXPECT_EQ(Read<RoutingLostMessage>(kRoutingLostMessage), (RoutingLostMessage{1, 5}));
     EXPECT_EQ(Read<RoutingBusy>(kRoutingBusy), (RoutingBusy{0, 100, 1}));
     const auto indication = Read<RoutingIndication>(kRoutingIndication);
@@ -214,7 +232,8 @@ TEST(Frames, EveryTruncationIsMalformed) {
             SetLength(cut);
             const auto frame = ReadFrame(cut);
             const bool isTunnelling =
-                (vector == kTunnellingRequest && size >= 10) || (vector == kRoutingIndication && size >= 6);
+                ((vector == kTunnellingRequest || vector == kDeviceConfigurationRequest) && size >= 10) ||
+                (vector == kRoutingIndication && size >= 6);
             const bool endsBeforeFamilies = (vector == kSearchResponse && size == 68) ||
                                             (vector == DescriptionResponseVector() && size == 60);
             EXPECT_EQ(static_cast<bool>(frame), isTunnelling || endsBeforeFamilies) << size;
@@ -226,7 +245,8 @@ TEST(Frames, OctetsBehindAFrameAreMalformed) {
     for (Bytes vector : Vectors()) {
         vector.push_back(0);
         EXPECT_STREQ(Refusal(vector).cause, "the total length is not the size of the datagram");
-        if ((vector[2] == 0x04 && vector[3] == 0x20) || (vector[2] == 0x05 && vector[3] == 0x30))
+        if ((vector[2] == 0x04 && vector[3] == 0x20) || (vector[2] == 0x03 && vector[3] == 0x10) ||
+            (vector[2] == 0x05 && vector[3] == 0x30))
             continue; // what follows the header is all cEMI
         SetLength(vector);
         if (std::equal(kConnectRefusal.begin(), kConnectRefusal.begin() + 4, vector.begin()) &&
@@ -268,8 +288,9 @@ TEST(Frames, EachCauseIsNamed) {
         {kConnectRequest, 22, 0x05, "the frame ends too early", kMalformed},
         {kConnectRequest, 22, 0x03, "the information of a tunnel connection is neither 4 nor 6 octets long",
          kMalformed},
-        {kConnectResponse, 16, 0x05, "the response data is not 4 octets long", kMalformed},
-        {kConnectResponse, 17, 0x03, "the response data is not that of a tunnel connection", kMalformed},
+        {kConnectResponse, 16, 0x05, "the response data is neither 2 nor 4 octets long", kMalformed},
+        {kConnectResponse, 17, 0x03,
+         "the response data is neither that of a tunnel nor of a management connection", kMalformed},
         {kSearchResponse, 14, 0x01, "a description block is shorter than its header", kMalformed},
         {kSearchResponse, 14, 0x35, "the device information is not 54 octets long", kMalformed},
         {kSearchResponse, 15, 0xFE, "the device information is missing", kMalformed},

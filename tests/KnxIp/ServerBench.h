@@ -21,6 +21,7 @@ using KnxFrames::GroupAddress;
 using KnxFrames::GroupServiceKind;
 using KnxFrames::IndividualAddress;
 using KnxFrames::LData;
+using KnxFrames::ManagementMessage;
 
 inline constexpr Endpoint kOther{0xC0A8010B, 50000}; // 192.168.1.11
 
@@ -68,6 +69,23 @@ public:
     void OnTunnelClosed(TunnelId tunnel, TunnelEnd end) override {
         Event(fmt::format("tunnel {}: {}", tunnel, ToString(end)));
     }
+    ManagementMessage OnDeviceManagement(const ManagementMessage& request) override {
+        Event(fmt::format("{} of object {}, PID {}", KnxFrames::ToString(request.code), request.objectType,
+                          request.property));
+        if (m_onManagement)
+            return m_onManagement(request);
+        ManagementMessage answer = request.Confirmation();
+        if (request.code == KnxFrames::MessageCode::MPropReadReq)
+            answer.data.Append16(0x11FA);
+        return answer;
+    }
+    void OnDeviceReset(const Endpoint&) override { Event("reset"); }
+    void OnManagementOpened(const Peer& client) override {
+        Event(fmt::format("management by {}", client.ToString()));
+    }
+    void OnManagementClosed(const Peer& client, TunnelEnd end) override {
+        Event(fmt::format("management by {}: {}", client.ToString(), ToString(end)));
+    }
     void OnConnectRefused(const Endpoint&, Status status) override {
         Event(fmt::format("refused: {}", ToString(status)));
     }
@@ -107,6 +125,7 @@ public:
     const std::vector<LData>& Telegrams() const { return m_telegrams; }
 
     std::function<void(TunnelId, const LData&)> m_onTelegram;
+    std::function<ManagementMessage(const ManagementMessage&)> m_onManagement;
 
 private:
     TimePoint m_now{};

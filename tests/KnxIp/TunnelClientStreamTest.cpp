@@ -149,9 +149,10 @@ TEST(TunnelClientStream, TheHeartbeatIsKept) {
 TEST(TunnelClientStream, ADisconnectRequestEndsTheStreamAndWhatFollowsInItIsNotHeard) {
     ClientBench bench(OverTcp());
     bench.ConnectOverTcp();
-    bench.ReceiveInStream("061002090010 1500 0802000000000000" + kRequest + "00" + kSwitchOnInd);
+    bench.ReceiveInStream("061002090010 1500 0802000000000000" + kConnectedOverTcp + kRequest + "00" +
+                          kSwitchOnInd);
     EXPECT_EQ(bench.Take(), R"(
-10.000 < stream 061002090010 15000802000000000000061004200015041500002900bce011040a03010081
+10.000 < stream 061002090010 1500080200000000000006100206001415000802000000000000040411fa061004200015041500002900bce011040a03010081
 10.000 > stream 0610020a0008 1500
 10.000 ! close the stream
 10.000 ! disconnected: the server closed the connection, 0 ms

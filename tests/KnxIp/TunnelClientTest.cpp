@@ -24,6 +24,18 @@ TEST(TunnelClient, ConnectsAndExposesItsAddress) {
 )");
 }
 
+TEST(TunnelClient, AConnectionThatIsNoTunnelIsNone) {
+    ClientBench bench;
+    bench.Client().Start(bench.Now());
+    bench.Take();
+    bench.Receive(kServer, "061002060012 1500 0801c0a801020e57 0203");
+    EXPECT_FALSE(bench.Client().IsConnected());
+    EXPECT_EQ(bench.Take(), R"(
+0.000 < server 061002060012 15000801c0a801020e570203
+0.000 ! the connection is no tunnel
+)");
+}
+
 TEST(TunnelClient, BehindNatItNamesNoEndpointAndIgnoresThatOfTheServer) {
     TunnelClientConfig config = Config();
     config.nat = true;

@@ -103,6 +103,71 @@ TEST_F(TcpTunnel, ASearchForProgrammingModeFindsTheDeviceWhileItIsInIt) {
     EXPECT_EQ(Bytes({0x36, 0x01, 0x02, 0x01, 0x11, 0xFA}), Bytes(answer.begin() + 14, answer.begin() + 20));
 }
 
+/// DEVICE_CONFIGURATION_REQUEST on the channel.
+Bytes Configuration(std::uint8_t channel, const Bytes& cemi) {
+    auto frame = TunnellingRequest(channel, cemi);
+    frame[2] = 0x03;
+    frame[3] = 0x10;
+    return frame;
+}
+
+class ManagementOverTcp : public TcpTunnel {
+protected:
+    ManagementOverTcp() {
+        auto request = ConnectOverTcp();
+        request.resize(24);
+        request[5] = 24;
+        request[22] = 0x02; // connection request information: size, device management
+        request[23] = 0x03;
+        EXPECT_TRUE(m_stream.Send(request));
+        const auto answer = m_stream.ReceiveFrame();
+        if (answer.size() == 18 && answer[7] == 0)
+            m_channel = answer[6];
+        else
+            ADD_FAILURE() << "no management connection";
+    }
+
+    /// The confirmation of a message.
+    Bytes Ask(const Bytes& cemi) {
+        EXPECT_TRUE(m_stream.Send(Configuration(m_channel, cemi)));
+        const auto frame = m_stream.ReceiveFrame();
+        return frame.size() < 10 ? Bytes() : Bytes(frame.begin() + 10, frame.end());
+    }
+
+    const RawTcp m_stream{m_port};
+    std::uint8_t m_channel = 0;
+};
+
+TEST_F(ManagementOverTcp, PropertiesOfTheDeviceAreReadAndWritten) {
+    // Object type of the device object, and the number of its elements.
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 1, 0x10, 1, 0, 0}), Ask({0xFC, 0, 0, 1, 1, 0x10, 1}));
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 1, 0x10, 0, 0, 1}), Ask({0xFC, 0, 0, 1, 1, 0x10, 0}));
+    // Programming mode, PID 54.
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 54, 0x10, 1, 0}), Ask({0xFC, 0, 0, 1, 54, 0x10, 1}));
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 54, 0x10, 1}), Ask({0xF6, 0, 0, 1, 54, 0x10, 1, 1}));
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 54, 0x10, 1, 1}), Ask({0xFC, 0, 0, 1, 54, 0x10, 1}));
+    EXPECT_TRUE(m_daemon.WaitForLog("has connected to manage the device"));
+}
+
+TEST_F(ManagementOverTcp, WhatIsNotThereOrNotToBeWrittenIsRefused) {
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 200, 0x00, 1, 7}), Ask({0xFC, 0, 0, 1, 200, 0x10, 1})) << "property";
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 0, 0x00, 1, 7}), Ask({0xFC, 0, 0, 1, 0, 0x10, 1})) << "PID 0";
+    EXPECT_EQ(Bytes({0xFB, 0xC0, 0, 1, 1, 0x00, 1, 7}), Ask({0xFC, 0xC0, 0, 1, 1, 0x10, 1})) << "object";
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 2, 1, 0x00, 1, 7}), Ask({0xFC, 0, 0, 2, 1, 0x10, 1})) << "instance";
+    EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 1, 0x00, 2, 9}), Ask({0xFC, 0, 0, 1, 1, 0x10, 2})) << "element";
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 1, 0x00, 1, 5}), Ask({0xF6, 0, 0, 1, 1, 0x10, 1, 0, 9})) << "read only";
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 54, 0x00, 2, 1}), Ask({0xF6, 0, 0, 1, 54, 0x10, 2, 1})) << "element";
+}
+
+TEST_F(ManagementOverTcp, AResetRestartsTheDevice) {
+    ASSERT_TRUE(m_daemon.WaitForLog("configured and running", milliseconds(20000)));
+    ASSERT_TRUE(m_stream.Send(Configuration(m_channel, {0xF1})));
+    EXPECT_TRUE(m_daemon.WaitForLog(" asked for a restart of the device", milliseconds(20000)));
+    EXPECT_TRUE(
+        Eventually([&] { return CountOf(m_directory.Read("record"), "restart") > 0; }, milliseconds(20000)))
+        << m_daemon.Log() << m_directory.Read("record");
+}
+
 TEST(TcpSwitchedOff, NobodyListensAndTheDescriptionSaysSo) {
     const TemporaryDirectory directory;
     auto configuration = TestConfiguration();
@@ -114,17 +179,18 @@ TEST(TcpSwitchedOff, NobodyListensAndTheDescriptionSaysSo) {
     const RawUdp client(port);
     client.Send({0x06, 0x10, 0x02, 0x03, 0x00, 0x0E, 0x08, 0x01, 0, 0, 0, 0, 0, 0});
     const auto description = client.Receive();
-    ASSERT_EQ(66u, description.size());
-    EXPECT_EQ(Bytes(description.end() - 4, description.end()), Bytes({0x02, 1, 0x04, 1}));
+    ASSERT_EQ(68u, description.size());
+    EXPECT_EQ(Bytes(description.end() - 6, description.end()), Bytes({0x02, 1, 0x04, 1, 0x03, 1}));
 }
 
 TEST_F(TcpTunnel, TheDescriptionSaysThatTcpIsSpoken) {
     const RawTcp stream(m_port);
     ASSERT_TRUE(stream.Send({0x06, 0x10, 0x02, 0x03, 0x00, 0x0E, 0x08, 0x02, 0, 0, 0, 0, 0, 0}));
     const auto description = stream.ReceiveFrame();
-    ASSERT_EQ(86u, description.size()); // with the blocks of version 2
-    EXPECT_EQ(Bytes(description.begin() + 60, description.begin() + 66), Bytes({6, 2, 0x02, 2, 0x04, 2}));
-    EXPECT_EQ(Bytes(description.begin() + 74, description.end()),
+    ASSERT_EQ(88u, description.size()); // with the blocks of version 2
+    EXPECT_EQ(Bytes(description.begin() + 60, description.begin() + 68),
+              Bytes({8, 2, 0x02, 2, 0x04, 2, 0x03, 2}));
+    EXPECT_EQ(Bytes(description.begin() + 76, description.end()),
               Bytes({12, 7, 0x00, 0xFE, 0x11, 0xFB, 0x00, 0x07, 0x11, 0xFC, 0x00, 0x07}));
 }
 
