@@ -1,6 +1,6 @@
+#include "DaemonSupport/Files.h"
 #include "DaemonSupport/LogSettings.h"
 #include "DeviceStackServer/Configuration.h"
-#include "DaemonSupport/Files.h"
 #include "DeviceStackServer/Server.h"
 #include "DeviceStackServer/StateFiles.h"
 #include "ProjectFile/JsonMembers.h"
