@@ -120,5 +120,6 @@ class Connection(_Socket):
         while True:
             message = self.receive()
             assert message is not None, "the device does not answer"
-            if message[:2] == self._device:
+            # The device's group telegrams come here, too: their data is neither numbered nor control.
+            if message[:2] == self._device and message[2] & 0xC0:
                 return message[2:]

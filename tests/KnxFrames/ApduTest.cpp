@@ -9,13 +9,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(Apdu, ServiceNumberAndDataAreReadFromNumberedAndUnnumberedData) {
-    const auto property = ReadApdu({0x03, 0xD5, 0x00, 0x0B, 0x10, 0x01});
+    const Tpdu unnumbered{0x03, 0xD5, 0x00, 0x0B, 0x10, 0x01};
+    const auto property = ReadApdu(unnumbered);
     ASSERT_TRUE(property);
     EXPECT_EQ(Service::PropertyValueRead, property->service);
     EXPECT_EQ(0, property->number);
     EXPECT_THAT(property->data, ElementsAre(0x00, 0x0B, 0x10, 0x01));
 
-    const auto memory = ReadApdu({0x4E, 0x0C, 0x02, 0x00}); // numbered, sequence 3
+    const Tpdu numbered{0x4E, 0x0C, 0x02, 0x00}; // sequence 3
+    const auto memory = ReadApdu(numbered);
     ASSERT_TRUE(memory);
     EXPECT_EQ(Service::MemoryRead, memory->service);
     EXPECT_EQ(12, memory->number);
