@@ -195,15 +195,13 @@ private:
     }
 
     void ToProgram(Callback callback) override {
-        if (callback.kind != KnxFrames::GroupServiceKind::Read)
+        if (!m_reads.IsIdle() && callback.kind != KnxFrames::GroupServiceKind::Read)
             OnValue(callback.object);
         m_toProgram(std::move(callback));
     }
 
     /// The object has a value now: it need not be asked for any more.
     void OnValue(std::uint16_t object) {
-        if (m_reads.IsIdle())
-            return;
         m_reads.OnValue(object);
         m_readsDeadline.Set(std::chrono::steady_clock::now());
     }
@@ -267,7 +265,7 @@ private:
         }
         for (const auto& each : outgoing) {
             try {
-                if (!IsReadRequest(each.telegram))
+                if (!m_reads.IsIdle() && !IsReadRequest(each.telegram))
                     OnValue(each.sender);
                 m_router->FromDevice(each.telegram, each.sender);
             } catch (...) {
