@@ -154,6 +154,10 @@ void TunnelServer::Broadcast(TimePoint now, const LData& telegram, std::optional
     m_implementation->Broadcast(now, telegram, except);
 }
 
+void TunnelServer::Send(TimePoint now, const LData& telegram, TunnelId tunnel) {
+    m_implementation->Send(now, telegram, tunnel);
+}
+
 void TunnelServer::AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property) {
     m_implementation->AnnounceProperty(now, property);
 }

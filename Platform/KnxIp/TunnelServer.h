@@ -82,8 +82,8 @@ struct TunnelCounters {
 };
 
 /// Receives the wishes of a TunnelServer, inside the call that caused them and on its thread. An
-/// implementation may call Broadcast() and CloseTunnel() from any of them, but nothing whose name begins with
-/// On, and must not destroy the server.
+/// implementation may call Broadcast(), Send() and CloseTunnel() from any of them, but nothing whose name
+/// begins with On, and must not destroy the server.
 class TunnelServerListener {
 public:
     virtual ~TunnelServerListener() = default;
@@ -106,8 +106,8 @@ public:
 
     /// A client has sent a telegram: as L_Data.ind with the source that everybody is to see, and marked as
     /// not repeated; every other bit is as the client sent it. Its confirmation follows when this returns.
-    /// The host gives it to the bus, to its own device, and with Broadcast(now, telegram, origin) to the
-    /// other tunnels; the server does none of that itself.
+    /// The host gives it to the bus, to its own device, and with Broadcast(now, telegram, origin) or Send()
+    /// to other tunnels; the server does none of that itself.
     virtual void OnTelegram(TunnelId origin, const KnxFrames::LData& telegram) = 0;
 
     virtual void OnTunnelOpened(TunnelId tunnel, KnxFrames::IndividualAddress address,
@@ -220,6 +220,9 @@ public:
     /// does not matter; everything else is sent as it is.
     void Broadcast(TimePoint now, const KnxFrames::LData& telegram,
                    std::optional<TunnelId> except = std::nullopt);
+
+    /// Sends it likewise to one tunnel, if that is open.
+    void Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
 
     /// Tells the clients of all management connections that a property has changed (M_PropInfo.ind), with its
     /// new value.

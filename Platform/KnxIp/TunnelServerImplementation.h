@@ -32,6 +32,7 @@ public:
 
     // TunnelServerTelegrams.cpp
     void Broadcast(TimePoint now, const KnxFrames::LData& telegram, std::optional<TunnelId> except);
+    void Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
 
     // TunnelServerManagement.cpp
     void AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property);

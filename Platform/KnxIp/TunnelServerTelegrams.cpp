@@ -19,6 +19,11 @@ void TunnelServer::Implementation::Broadcast(TimePoint now, const LData& telegra
     }
 }
 
+void TunnelServer::Implementation::Send(TimePoint now, const LData& telegram, TunnelId tunnel) {
+    if (m_tunnels.at(tunnel).isOpen)
+        Send(now, m_tunnels[tunnel], telegram, MessageCode::LDataInd);
+}
+
 /// The tunnel that a telegram or its acknowledgement is for; null unless it comes from the tunnel's client.
 ServerTunnel* TunnelServer::Implementation::FindTunnel(std::uint8_t channel, const Peer& from) {
     const auto found = std::find_if(m_tunnels.begin(), m_tunnels.end(), [&](const Tunnel& each) {

@@ -35,7 +35,7 @@ const char* FlagRefusal(GroupServiceKind kind) {
 
 BusRouter::BusRouter(IndividualAddress own, std::span<const IndividualAddress> tunnels,
                      const KnxDevice::GroupObjects& objects, BusPorts& ports)
-    : m_tunnels(tunnels.begin(), tunnels.end()), m_objects(objects), m_ports(ports) {
+    : m_tunnels(tunnels.begin(), tunnels.end()), m_filter(tunnels), m_objects(objects), m_ports(ports) {
     SetOwnAddress(own);
 }
 
@@ -53,8 +53,9 @@ void BusRouter::FromTunnel(std::uint8_t tunnel, const LData& telegram) {
         ReportUnusable(telegram, "a client of a tunnel sends back what came from here");
         return;
     }
+    m_filter.HeardFrom(tunnel, telegram.source);
     m_ports.ToMonitor(telegram, {Origin::Kind::Tunnel, tunnel});
-    m_ports.ToTunnels(telegram, tunnel);
+    PassToTunnels(telegram, tunnel);
     PassToInterface(telegram);
     PassToDevice(telegram, 0);
 }
@@ -64,15 +65,16 @@ void BusRouter::FromInterface(const LData& telegram) {
         ReportUnusable(telegram, "the interface sends back what came from here");
         return;
     }
+    m_filter.HeardElsewhere(telegram.source);
     m_ports.ToMonitor(telegram, {Origin::Kind::Interface});
-    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToTunnels(telegram, std::nullopt);
     PassToDevice(telegram, 0);
 }
 
 void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
     telegram.source = m_own;
     m_ports.ToMonitor(telegram, {Origin::Kind::Device});
-    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
     PassToDevice(telegram, sender);
 }
@@ -80,21 +82,21 @@ void BusRouter::FromDevice(LData telegram, std::uint16_t sender) {
 void BusRouter::FromManagement(LData telegram) {
     telegram.source = m_own;
     m_ports.ToMonitor(telegram, {Origin::Kind::Management});
-    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
 }
 
 void BusRouter::FromControl(LData telegram) {
     telegram.source = m_own;
     m_ports.ToMonitor(telegram, {Origin::Kind::Control});
-    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToTunnels(telegram, std::nullopt);
     PassToInterface(telegram);
     PassToDevice(telegram, 0);
 }
 
 void BusRouter::Inject(const LData& telegram) {
     m_ports.ToMonitor(telegram, {Origin::Kind::Control});
-    m_ports.ToTunnels(telegram, std::nullopt);
+    PassToTunnels(telegram, std::nullopt);
     PassToDevice(telegram, 0);
 }
 
@@ -102,8 +104,26 @@ bool BusRouter::IsOwn(IndividualAddress address) const {
     return std::binary_search(m_inside.begin(), m_inside.end(), address);
 }
 
+void BusRouter::PassToTunnels(const LData& telegram, std::optional<std::uint8_t> except) {
+    if (telegram.IsToGroup()) {
+        m_ports.ToTunnels(telegram, except);
+        return;
+    }
+    const auto destination = telegram.IndividualDestination();
+    if (destination == m_own)
+        return;
+    const auto tunnel = m_filter.TunnelTo(destination);
+    if (!tunnel)
+        m_ports.ToTunnels(telegram, except);
+    else if (tunnel != except)
+        m_ports.ToTunnel(telegram, *tunnel);
+}
+
 void BusRouter::PassToInterface(const LData& telegram) {
-    if (telegram.IsToGroup() || !IsOwn(telegram.IndividualDestination()))
+    const auto isInside = [this](IndividualAddress address) {
+        return address == m_own || m_filter.TunnelTo(address);
+    };
+    if (telegram.IsToGroup() || !isInside(telegram.IndividualDestination()))
         m_ports.ToInterface(telegram);
 }
 

@@ -3,6 +3,7 @@
 
 #include "KnxDevice/GroupObjects.h"
 #include "KnxFrames/Cemi.h"
+#include "KnxStackHost/AddressFilter.h"
 #include "KnxStackHost/CallbackQueue.h"
 #include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/Notices.h"
@@ -29,6 +30,8 @@ public:
 
     /// To every open tunnel but `except`.
     virtual void ToTunnels(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) = 0;
+    /// To this one, if it is open.
+    virtual void ToTunnel(const KnxFrames::LData& telegram, std::uint8_t tunnel) = 0;
     /// To the interface on the bus, when there is one.
     virtual void ToInterface(const KnxFrames::LData& telegram) = 0;
     /// To the application program.
@@ -42,11 +45,14 @@ public:
     }
 };
 
-/// Joins tunnels, interface and device to one bus: what one sends, all others get. A telegram to the
-/// individual address of the device or of a tunnel stays inside. One that carries such an address as its
-/// source, but comes from elsewhere, has gone round and goes nowhere: from the interface it is an echo, from
-/// a tunnel the way back of a client that has this host as its own interface. Other sources are free, because
-/// a client may join a whole bus to this one. Not synchronised.
+/// Joins tunnels, interface and device to one bus: what one sends to a group or to all, the others get. A
+/// telegram to an individual address goes one way if that is known: to the device for its own, to one tunnel
+/// for the tunnel's own and for those that telegrams of its client had as their source; else to all.
+///
+/// A telegram that carries the address of the device or of a tunnel as its source, but comes from elsewhere,
+/// has gone round and goes nowhere: from the interface it is an echo, from a tunnel the way back of a client
+/// that has this host as its own interface. Other sources are free, because a client may join a whole bus to
+/// this one. Not synchronised.
 class BusRouter {
 public:
     /// `own` is the address of the device, `tunnels` those of the tunnels. `objects` and `ports` outlive the
@@ -55,6 +61,8 @@ public:
               const KnxDevice::GroupObjects& objects, BusPorts& ports);
 
     void FromTunnel(std::uint8_t tunnel, const KnxFrames::LData& telegram);
+    /// The tunnel has lost its client, and with it the devices behind it.
+    void OnTunnelClosed(std::uint8_t tunnel) { m_filter.Forget(tunnel); }
     void FromInterface(const KnxFrames::LData& telegram);
     /// A telegram of the group object `sender` of this device; the source is filled in here.
     void FromDevice(KnxFrames::LData telegram, std::uint16_t sender);
@@ -77,6 +85,7 @@ public:
     bool IsOwn(KnxFrames::IndividualAddress address) const;
 
 private:
+    void PassToTunnels(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
     void PassToInterface(const KnxFrames::LData& telegram);
     void PassToDevice(const KnxFrames::LData& telegram, std::uint16_t sender);
     void ReportUnusable(const KnxFrames::LData& telegram, const char* cause);
@@ -85,6 +94,7 @@ private:
     KnxFrames::IndividualAddress m_own;
     const std::vector<KnxFrames::IndividualAddress> m_tunnels;
     std::vector<KnxFrames::IndividualAddress> m_inside; // sorted: own and tunnels
+    AddressFilter m_filter;
     const KnxDevice::GroupObjects& m_objects;
     BusPorts& m_ports;
     Notices m_unusable;

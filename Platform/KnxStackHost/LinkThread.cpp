@@ -57,9 +57,12 @@ public:
         m_router.emplace(management.Address(), m_configuration.server.tunnels, objects,
                          static_cast<BusPorts&>(*this));
         if (m_configuration.server.enabled)
-            m_server.emplace(m_context, m_configuration, [this](std::uint8_t tunnel, const LData& telegram) {
-                m_router->FromTunnel(tunnel, telegram);
-            });
+            m_server.emplace(
+                m_context, m_configuration,
+                [this](std::uint8_t tunnel, const LData& telegram) {
+                    m_router->FromTunnel(tunnel, telegram);
+                },
+                [this](std::uint8_t tunnel) { m_router->OnTunnelClosed(tunnel); });
         if (m_configuration.interface)
             m_interface.emplace(m_context, *m_configuration.interface,
                                 [this](const LData& telegram) { m_router->FromInterface(telegram); });
@@ -185,6 +188,11 @@ private:
     void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
         if (m_server)
             m_server->Broadcast(telegram, except);
+    }
+
+    void ToTunnel(const LData& telegram, std::uint8_t tunnel) override {
+        if (m_server)
+            m_server->Send(telegram, tunnel);
     }
 
     void ToInterface(const LData& telegram) override {

@@ -57,8 +57,9 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
 } // namespace
 
 ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& configuration,
-                       OnTelegramFrom received)
+                       OnTelegramFrom received, OnEndOf closed)
     : m_context(context), m_addresses(configuration.server.tunnels), m_received(std::move(received)),
+      m_closed(std::move(closed)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); }),
       m_deadline(context, [this] { return OnTime(); }), m_lines(m_addresses.size()) {
@@ -179,6 +180,11 @@ void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::
     m_deadline.Set(m_server->NextTime());
 }
 
+void ServerLink::Send(const KnxFrames::LData& telegram, std::uint8_t tunnel) {
+    m_server->Send(Now(), telegram, tunnel);
+    m_deadline.Set(m_server->NextTime());
+}
+
 void ServerLink::Receive(const Endpoint& from, KnxFrames::Octets datagram) {
     m_server->OnDatagram(Now(), from, datagram);
     m_deadline.Set(m_server->NextTime());
@@ -256,6 +262,7 @@ void ServerLink::OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAdd
 }
 
 void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
+    m_closed(tunnel);
     const auto& counters = m_server->Counters(tunnel);
     const auto line = LineAbout(tunnel, fmt::format("{}; {} telegrams from the client, {} to it, {} lost",
                                                     KnxIp::ToString(end), counters.fromClient,

@@ -22,13 +22,16 @@ namespace KnxStackHost {
 class ServerLink final : private KnxIp::TunnelServerListener, private TcpStreamUser {
 public:
     using OnTelegramFrom = std::function<void(std::uint8_t tunnel, const KnxFrames::LData&)>;
+    using OnEndOf = std::function<void(std::uint8_t tunnel)>;
 
     /// Opens the sockets. Throws LinkError.
-    ServerLink(boost::asio::io_context& context, const Configuration& configuration, OnTelegramFrom received);
+    ServerLink(boost::asio::io_context& context, const Configuration& configuration, OnTelegramFrom received,
+               OnEndOf closed);
 
     void Start();
     void Stop();
     void Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
+    void Send(const KnxFrames::LData& telegram, std::uint8_t tunnel);
     std::uint16_t Port() const { return m_socket.Local().port; }
     ServerStatus Status() const;
 
@@ -91,6 +94,7 @@ private:
     boost::asio::io_context& m_context;
     const std::vector<KnxFrames::IndividualAddress> m_addresses; // of the tunnels
     OnTelegramFrom m_received;
+    OnEndOf m_closed;
     UdpSocket m_socket;
     std::optional<TcpServer> m_tcp;
     std::optional<UdpSocket> m_group;

@@ -4,12 +4,15 @@ knxd speaks for its own clients: their telegrams carry addresses of knxd, not th
 all of them have the tunnel's own address.
 """
 
+import struct
 import time
 import unittest
 
-from house import House, Knxd
+from house import House, Knxd, KnxTool
+from knxd_group_socket import parse_address
 from knxd_transport import Broadcast, Connection, Individual, individual
 from processes import wait_until
+from tunnel import L_DATA_IND, L_DATA_REQ, Tunnel
 
 LEVELS = ("00", "01", "02")
 KEY, NO_KEY = "11223344", "ffffffff"
@@ -106,6 +109,26 @@ class Management(unittest.TestCase):
         self.assertEqual(first.ask("0300"), "034057b0")
         self.connect().wait_for_disconnect()
         self.assertEqual(first.ask("0300"), "034057b0")
+
+    def test_another_tunnel_hears_nothing_of_a_conversation_with_the_device(self):
+        bystander = Tunnel(self.house.port)
+        self.addCleanup(bystander.close)
+        connection = self.connect()
+        self.assertEqual(connection.ask("0300"), "034057b0")
+        connection.disconnect()
+        own, theirs = individual(self.house.address), individual("1.1.77")
+        tool = Tunnel(self.house.port)
+        self.addCleanup(tool.close)
+        tool.send(struct.pack(">BBBBHHB2s", L_DATA_REQ, 0, 0xB0, 0x60, theirs, own, 1, b"\x03\x00"))
+        answer = struct.pack(">BBBBHHB4s", L_DATA_IND, 0, 0xB0, 0x60, own, theirs, 3, b"\x03\x40\x57\xb0")
+        wait_until(lambda: answer in tool.received, 20, "the answer to the device behind the tunnel")
+        probe = struct.pack(">H", parse_address(KnxTool.PROBE))
+
+        def hears_groups():
+            self.knxd.write(KnxTool.PROBE, 0)
+            return any(cemi[6:8] == probe for cemi in bystander.received)
+        wait_until(hears_groups, 20, "the bystander hears what goes to groups")
+        self.assertEqual([cemi.hex() for cemi in bystander.received if not cemi[3] & 0x80], [])
 
     def test_telegrams_to_other_devices_are_not_answered(self):
         neighbour = Individual(self.path, "1.1.249")

@@ -51,6 +51,20 @@ TEST(TunnelServer, ATelegramGoesToAllTunnelsButItsOrigin) {
 )");
 }
 
+TEST(TunnelServer, ATelegramForOneTunnelGoesToThatOneAlone) {
+    ServerBench bench;
+    bench.Connect();
+    bench.Server().Send(bench.Now(), Telegram(), 1);
+    EXPECT_EQ(bench.Take(), "\n") << "nobody has the second tunnel";
+    bench.Receive(kOther, "06100205001a 0801c0a8010bc350 0801c0a8010bc350 04040200");
+    bench.Take();
+    bench.Server().Send(bench.Now(), Telegram(), 1);
+    EXPECT_EQ(bench.Take(), R"(
+0.000 > other 061004200015 040200002900bce011040a03010081
+)");
+    EXPECT_THROW(bench.Server().Send(bench.Now(), Telegram(), 2), std::out_of_range);
+}
+
 TEST(TunnelServer, PassesPointToPointAndBroadcastTelegramsUnharmed) {
     ServerBench bench;
     bench.m_onTelegram = [&](TunnelId origin, const LData& telegram) {

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <utility>
+
 namespace KnxStackHost {
 namespace {
 
@@ -16,6 +18,7 @@ using testing::IsEmpty;
 constexpr IndividualAddress kOwn(1, 1, 250);
 constexpr IndividualAddress kTunnels[] = {IndividualAddress(1, 1, 251), IndividualAddress(1, 1, 252)};
 constexpr IndividualAddress kSensor(1, 1, 4);
+constexpr IndividualAddress kStranger(1, 1, 77);
 constexpr GroupAddress kAddress(1, 2, 3);
 
 class RecordingPorts final : public BusPorts {
@@ -23,6 +26,9 @@ public:
     void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
         went.push_back(fmt::format("tunnels{}: {}", except ? fmt::format(" but {}", *except) : "",
                                    KnxFrames::Describe(telegram)));
+    }
+    void ToTunnel(const LData& telegram, std::uint8_t tunnel) override {
+        went.push_back(fmt::format("tunnel {}: {}", tunnel, KnxFrames::Describe(telegram)));
     }
     void ToInterface(const LData& telegram) override {
         went.push_back(fmt::format("interface: {}", KnxFrames::Describe(telegram)));
@@ -75,6 +81,9 @@ LData ToDevice(IndividualAddress source, IndividualAddress destination) {
 
 class Router : public testing::Test {
 protected:
+    /// What went where, and nothing else.
+    std::vector<std::string> Taken() { return std::exchange(m_ports.went, {}); }
+
     KnxDevice::GroupObjects m_objects{Table()};
     RecordingPorts m_ports;
     BusRouter m_router{kOwn, kTunnels, m_objects, m_ports};
@@ -136,25 +145,85 @@ TEST_F(Router, WhatTheDeviceCannotUseIsPassedOnAllTheSame) {
     EXPECT_EQ(6u, m_ports.went.size()) << "each to the tunnels and to the interface, none to the program";
 }
 
-TEST_F(Router, ATelegramToAnAddressOfThisHostStaysInside) {
+TEST_F(Router, ATelegramToTheAddressOfATunnelGoesToThatTunnelAlone) {
     m_router.FromTunnel(0, ToDevice(kTunnels[0], kTunnels[1]));
-    EXPECT_EQ(1u, m_ports.went.size());
-    EXPECT_EQ("tunnels but 0", m_ports.went.at(0).substr(0, 13));
-    m_ports.went.clear();
-    m_router.FromTunnel(0, ToDevice(kTunnels[0], kSensor));
-    EXPECT_EQ(2u, m_ports.went.size());
-    EXPECT_EQ("interface", m_ports.went.at(1).substr(0, 9));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 1: 1.1.251 -> 1.1.252 T_Connect 80"));
+    m_router.FromInterface(ToDevice(kSensor, kTunnels[0]));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 0: 1.1.4 -> 1.1.251 T_Connect 80"));
+    m_router.FromManagement(ToDevice({}, kTunnels[0]));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 0: 1.1.250 -> 1.1.251 T_Connect 80"));
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kTunnels[0]));
+    EXPECT_THAT(Taken(), IsEmpty()) << "to itself";
 }
 
-TEST_F(Router, WhatIsForTheDeviceItselfGoesToItsManagement) {
+TEST_F(Router, ATelegramToAnAddressThatNobodyKnowsGoesEverywhere) {
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kSensor));
+    EXPECT_THAT(Taken(), ElementsAre("tunnels but 0: 1.1.251 -> 1.1.4 T_Connect 80",
+                                     "interface: 1.1.251 -> 1.1.4 T_Connect 80"));
+    m_router.FromInterface(ToDevice(kSensor, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnels: 1.1.4 -> 1.1.77 T_Connect 80"));
+}
+
+TEST_F(Router, WhatIsForTheDeviceItselfGoesToItsManagementAlone) {
     m_router.FromTunnel(0, ToDevice(kTunnels[0], kOwn));
-    ASSERT_EQ(2u, m_ports.went.size());
-    EXPECT_EQ("tunnels but 0", m_ports.went[0].substr(0, 13));
-    EXPECT_EQ("management: 1.1.251 -> 1.1.250", m_ports.went[1].substr(0, 30));
-    m_ports.went.clear();
+    EXPECT_THAT(Taken(), ElementsAre("management: 1.1.251 -> 1.1.250 T_Connect 80"));
     m_router.FromInterface(ToDevice(kSensor, kOwn));
-    ASSERT_EQ(2u, m_ports.went.size());
-    EXPECT_EQ("management: 1.1.4 -> 1.1.250", m_ports.went[1].substr(0, 28));
+    EXPECT_THAT(Taken(), ElementsAre("management: 1.1.4 -> 1.1.250 T_Connect 80"));
+}
+
+TEST_F(Router, ADeviceThatWasHeardBehindATunnelIsReachedThroughThatTunnelAlone) {
+    m_router.FromTunnel(1, WriteOne(kStranger)); // a telegram to a group tells as much as any other
+    m_ports.went.clear();
+    m_router.FromManagement(ToDevice({}, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 1: 1.1.250 -> 1.1.77 T_Connect 80"));
+    m_router.FromTunnel(0, ToDevice(kTunnels[0], kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 1: 1.1.251 -> 1.1.77 T_Connect 80"));
+    m_router.FromInterface(ToDevice(kSensor, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 1: 1.1.4 -> 1.1.77 T_Connect 80"));
+    m_router.FromTunnel(1, ToDevice(kTunnels[1], kStranger));
+    EXPECT_THAT(Taken(), IsEmpty()) << "both are behind the same tunnel";
+}
+
+TEST_F(Router, ADeviceThatIsHeardElsewhereHasMoved) {
+    m_router.FromTunnel(1, WriteOne(kStranger));
+    m_router.FromTunnel(0, WriteOne(kStranger));
+    m_ports.went.clear();
+    m_router.FromManagement(ToDevice({}, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 0: 1.1.250 -> 1.1.77 T_Connect 80"));
+    m_router.FromInterface(WriteOne(kStranger));
+    m_ports.went.clear();
+    m_router.FromManagement(ToDevice({}, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnels: 1.1.250 -> 1.1.77 T_Connect 80",
+                                     "interface: 1.1.250 -> 1.1.77 T_Connect 80"));
+}
+
+TEST_F(Router, DevicesBehindATunnelAreForgottenWithIt) {
+    m_router.FromTunnel(0, WriteOne(kSensor));
+    m_router.FromTunnel(1, WriteOne(kStranger));
+    m_router.OnTunnelClosed(1);
+    m_ports.went.clear();
+    m_router.FromManagement(ToDevice({}, kStranger));
+    EXPECT_THAT(Taken(), ElementsAre("tunnels: 1.1.250 -> 1.1.77 T_Connect 80",
+                                     "interface: 1.1.250 -> 1.1.77 T_Connect 80"));
+    m_router.FromManagement(ToDevice({}, kSensor));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 0: 1.1.250 -> 1.1.4 T_Connect 80"))
+        << "the other tunnel is open";
+    m_router.FromManagement(ToDevice({}, kTunnels[1]));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 1: 1.1.250 -> 1.1.252 T_Connect 80")) << "for whom comes next";
+}
+
+TEST_F(Router, TheFirstAddressOfNewDevicesIsInNoParticularPlace) {
+    m_router.FromTunnel(1, WriteOne(IndividualAddress(15, 15, 255)));
+    m_ports.went.clear();
+    m_router.FromManagement(ToDevice({}, IndividualAddress(15, 15, 255)));
+    EXPECT_EQ(2u, Taken().size());
+}
+
+TEST_F(Router, WhatWentRoundTeachesNothing) {
+    m_router.FromTunnel(1, WriteOne(kTunnels[0]));
+    m_router.FromInterface(WriteOne(kTunnels[0]));
+    m_router.FromManagement(ToDevice({}, kTunnels[0]));
+    EXPECT_THAT(Taken(), ElementsAre("tunnel 0: 1.1.250 -> 1.1.251 T_Connect 80"));
 }
 
 TEST_F(Router, ABroadcastGoesToManagementToo) {
@@ -174,11 +243,10 @@ TEST_F(Router, ANewAddressOfTheDeviceCountsFromThenOn) {
     constexpr IndividualAddress kNew(1, 1, 249);
     m_router.SetOwnAddress(kNew);
     m_router.FromInterface(ToDevice(kSensor, kOwn));
-    EXPECT_EQ(1u, m_ports.went.size()) << "the former address is somebody else's";
-    m_ports.went.clear();
+    EXPECT_THAT(Taken(), ElementsAre("tunnels: 1.1.4 -> 1.1.250 T_Connect 80"))
+        << "the former address is somebody else's";
     m_router.FromInterface(ToDevice(kSensor, kNew));
-    EXPECT_EQ(2u, m_ports.went.size());
-    m_ports.went.clear();
+    EXPECT_THAT(Taken(), ElementsAre("management: 1.1.4 -> 1.1.249 T_Connect 80"));
     m_router.FromDevice(WriteOne({}), 1);
     EXPECT_EQ("tunnels: 1.1.249 -> 1/2/3", m_ports.went.at(0).substr(0, 25));
     m_ports.went.clear();

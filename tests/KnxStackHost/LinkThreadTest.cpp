@@ -1,4 +1,4 @@
-// The link thread with receivers that throw.
+// The link thread with tunnels, and with receivers that throw.
 #include "KnxStackHost/LinkThread.h"
 
 #include "Fakes.h"
@@ -17,14 +17,28 @@ namespace {
 
 using std::chrono::seconds;
 
-Configuration OneTunnel() {
+Configuration ThreeTunnels() {
     Configuration configuration;
     configuration.individualAddress = KnxFrames::IndividualAddress(1, 1, 250);
     configuration.deviceName = "test";
     configuration.server.address = "127.0.0.1";
     configuration.server.port = 0;
-    configuration.server.tunnels = {KnxFrames::IndividualAddress(1, 1, 251)};
+    for (const std::uint8_t device : {251, 252, 253})
+        configuration.server.tunnels.emplace_back(1, 1, device);
     return configuration;
+}
+
+/// L_Data.req: T_Connect.
+Bytes Connect(std::uint16_t source, std::uint16_t destination) {
+    const auto high = [](std::uint16_t address) { return static_cast<std::uint8_t>(address >> 8); };
+    const auto low = [](std::uint16_t address) { return static_cast<std::uint8_t>(address & 0xFF); };
+    return {0x11, 0, 0xB0, 0x60, high(source), low(source), high(destination), low(destination), 0, 0x80};
+}
+
+/// The same as others hear it.
+Bytes Heard(Bytes request) {
+    request[0] = 0x29;
+    return request;
 }
 
 class Link : public testing::Test {
@@ -58,7 +72,7 @@ protected:
         return condition();
     }
 
-    const Configuration m_configuration = OneTunnel();
+    const Configuration m_configuration = ThreeTunnels();
     KnxDevice::GroupObjects m_objects{TestTable()};
     KnxDevice::InterfaceObjects m_interfaceObjects;
     DeviceManagement m_management{m_configuration, m_interfaceObjects};
@@ -89,6 +103,26 @@ TEST_F(Link, EachSignalHasItsRequest) {
     EXPECT_EQ(1, m_restarts);
     ASSERT_EQ(0, ::kill(::getpid(), SIGINT));
     m_thread.join();
+}
+
+TEST_F(Link, ADeviceBehindATunnelIsReachedThroughItUntilTheTunnelIsClosed) {
+    constexpr std::uint16_t kTool = 0x1150;
+    constexpr std::uint16_t kBehind = 0x114D;
+    constexpr std::uint16_t kElsewhere = 0x114E;
+    Serve();
+    RawTunnel gateway(m_link.Port());
+    RawTunnel tool(m_link.Port());
+    RawTunnel bystander(m_link.Port());
+    ASSERT_TRUE(gateway.Send(Connect(kBehind, kTool)));
+    EXPECT_EQ(Heard(Connect(kBehind, kTool)), bystander.ReceiveIndication()) << "nobody knows the tool yet";
+    EXPECT_EQ(Heard(Connect(kBehind, kTool)), tool.ReceiveIndication());
+    ASSERT_TRUE(tool.Send(Connect(kTool, kBehind)));
+    EXPECT_EQ(Heard(Connect(kTool, kBehind)), gateway.ReceiveIndication());
+    ASSERT_TRUE(tool.Send(Connect(kTool, kElsewhere)));
+    EXPECT_EQ(Heard(Connect(kTool, kElsewhere)), bystander.ReceiveIndication()) << "and not the one before";
+    ASSERT_TRUE(gateway.Disconnect());
+    ASSERT_TRUE(tool.Send(Connect(kTool, kBehind)));
+    EXPECT_EQ(Heard(Connect(kTool, kBehind)), bystander.ReceiveIndication());
 }
 
 TEST_F(Link, ATelegramIsTakenAfterOneWhoseReceiverThrew) {
