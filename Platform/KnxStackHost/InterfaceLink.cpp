@@ -176,7 +176,6 @@ void InterfaceLink::CloseStream() {
 }
 
 void InterfaceLink::OnTelegram(const KnxFrames::LData& telegram) {
-    LOG4CPLUS_TRACE(Log(), fmt::format("interface: {}", KnxFrames::Describe(telegram)));
     m_received(telegram);
 }
 

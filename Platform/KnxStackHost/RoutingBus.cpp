@@ -102,7 +102,6 @@ void RoutingBus::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
 }
 
 void RoutingBus::OnTelegram(const KnxFrames::LData& telegram) {
-    LOG4CPLUS_TRACE(Log(), fmt::format("routing: {}", KnxFrames::Describe(telegram)));
     m_received(telegram);
 }
 

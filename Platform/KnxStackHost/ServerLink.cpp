@@ -235,8 +235,6 @@ void ServerLink::OnStreamClosed(KnxIp::StreamId stream) {
 }
 
 void ServerLink::OnTelegram(KnxIp::TunnelId origin, const KnxFrames::LData& telegram) {
-    LOG4CPLUS_TRACE(
-        Log(), fmt::format("tunnel {}: {}", m_addresses[origin].ToString(), KnxFrames::Describe(telegram)));
     m_received(origin, telegram);
 }
 

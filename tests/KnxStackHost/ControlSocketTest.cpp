@@ -112,6 +112,17 @@ TEST_F(ControlSocket, ShowsEachTelegramInTheWordsOfTheLog) {
     EXPECT_EQ("device", Text(answer.at("params"), "via"));
 }
 
+TEST_F(ControlSocket, TheLogHasEachTelegramOnceEvenAtItsMostTalkative) {
+    TemporaryDirectory directory;
+    DaemonProcess daemon(directory, WithControl(R"(, "log": {"level": "trace"})"));
+    RawTunnel tunnel(daemon.Port());
+    ASSERT_TRUE(tunnel.Send(GroupRequest(Group(1, 2, 4), kWrite, {0x0C, 0x1A})));
+    ASSERT_TRUE(tunnel.Send(GroupRequest(Group(1, 2, 4), kRead)));
+    ASSERT_TRUE(daemon.WaitForLog("1.1.250 -> 1/2/5 "));
+    EXPECT_EQ(1u, CountOf(daemon.Log(), "1.1.251 -> 1/2/4 \"temperature\"  GroupValue_Write"));
+    EXPECT_EQ(2u, CountOf(daemon.Log(), "1.1.251 -> 1/2/4 "));
+}
+
 TEST_F(ControlSocket, TheLogAtInfoHasNoTelegrams) {
     RawTunnel tunnel(m_port);
     ASSERT_TRUE(tunnel.Send(GroupRequest(Group(31, 7, 255), kWrite, {0x42})));
