@@ -3,6 +3,7 @@
 #include "KnxDevice/LoadedTables.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace KnxDevice {
@@ -16,6 +17,20 @@ constexpr std::uint8_t kProgrammingBit = 0x01;
 constexpr std::uint8_t kParityBit = 0x80;
 
 } // namespace
+
+std::size_t CountInterfaceObjects(std::span<const InterfaceObjectDefinition> definitions) {
+    std::map<std::uint16_t, std::size_t> instances; // by type
+    for (const auto type : kStandardObjectTypes)
+        instances[type] = 1;
+    for (const auto& definition : definitions) {
+        auto& most = instances[definition.type];
+        most = std::max<std::size_t>(most, definition.instance);
+    }
+    std::size_t count = 0;
+    for (const auto& each : instances)
+        count += each.second;
+    return count;
+}
 
 const char* ToString(Erase erase) {
     switch (erase) {

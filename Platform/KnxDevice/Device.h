@@ -61,6 +61,10 @@ inline constexpr std::array<std::uint16_t, kStandardObjects> kStandardObjectType
 /// "group address table", ...
 const char* ToString(StandardObject object);
 
+/// How many interface objects a device has when these are made in it: a first instance of a standard type is
+/// the one that is there already, and an instance needs all before it.
+std::size_t CountInterfaceObjects(std::span<const InterfaceObjectDefinition> definitions);
+
 /// An access level: 0 may everything, 3 is anybody.
 using AccessLevel = std::uint8_t;
 inline constexpr AccessLevel kAnybody = 3;

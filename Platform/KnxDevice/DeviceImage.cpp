@@ -146,19 +146,14 @@ InterfaceObjectDefinition ReadObject(Reader& reader) {
 std::vector<InterfaceObjectDefinition> ReadProperties(Reader& reader) {
     std::vector<InterfaceObjectDefinition> objects;
     std::set<std::pair<std::uint16_t, std::uint16_t>> known;
-    std::map<std::uint16_t, std::uint16_t> instances; // that must be made, by type
     for (auto left = reader.Number<std::uint16_t>(); left > 0; --left) {
         objects.push_back(ReadObject(reader));
         const auto& [type, instance, properties] = objects.back();
         if (!known.emplace(type, instance).second)
             throw ImageError(
                 fmt::format("instance {} of interface object type {} is there twice", instance, type));
-        instances[type] = std::max(instances[type], instance);
     }
-    std::size_t count = 0;
-    for (const auto& each : instances)
-        count += each.second;
-    if (count > InterfaceObjects::kMostObjects + kStandardObjects)
+    if (const auto count = CountInterfaceObjects(objects); count > InterfaceObjects::kMostObjects)
         throw ImageError(fmt::format("no device can have {} interface objects", count));
     return objects;
 }

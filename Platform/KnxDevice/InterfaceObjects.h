@@ -27,7 +27,8 @@ struct InterfaceObjectDefinition {
 /// Any thread: the service, its objects and its properties share one lock, held for moments.
 class InterfaceObjects final : public KnxStack::IPropertyService {
 public:
-    /// An object is told from the others by one byte on the bus: there is no room for more.
+    /// An object is told from the others by one byte on the bus: there is no room for more, those that every
+    /// device has included.
     static constexpr std::size_t kMostObjects = 255;
 
     InterfaceObjects() = default;

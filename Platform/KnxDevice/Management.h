@@ -78,6 +78,7 @@ private:
     void WriteExtPropertyValue(const Apdu& apdu, bool confirmed);
     void ReadExtPropertyDescription(const Apdu& apdu);
     void AnswerFunctionProperty(const Apdu& apdu);
+    void AnswerExtFunctionProperty(const Apdu& apdu);
     void ReadMemory(const Apdu& apdu);
     void WriteMemory(const Apdu& apdu);
     void ReadUserMemory(const Apdu& apdu);

@@ -40,6 +40,7 @@ enum ReturnCode : std::uint8_t {
     kReadOnly = 0xFB,     // nobody may write it
     kAccessDenied = 0xFC, // this one may not, or not so
     kAddressVoid = 0xFD,  // there is no such place
+    kTypeConflict = 0xFE, // the place has another type
 };
 
 } // namespace
@@ -55,6 +56,8 @@ bool Management::DispatchProperty(const Apdu& apdu) {
     case Service::PropertyExtDescriptionRead: ReadExtPropertyDescription(apdu); return true;
     case Service::FunctionPropertyCommand:
     case Service::FunctionPropertyStateRead: AnswerFunctionProperty(apdu); return true;
+    case Service::FunctionPropertyExtCommand:
+    case Service::FunctionPropertyExtStateRead: AnswerExtFunctionProperty(apdu); return true;
     default: return false;
     }
 }
@@ -225,6 +228,20 @@ void Management::AnswerFunctionProperty(const Apdu& apdu) {
         Refuse(apdu, "its length is wrong");
     else
         Answer(Service::FunctionPropertyStateResponse, 0, apdu.data.first(2));
+}
+
+/// Likewise, but the answer says why.
+void Management::AnswerExtFunctionProperty(const Apdu& apdu) {
+    constexpr std::size_t kHead = 5;
+    if (apdu.data.size() < kHead) {
+        Refuse(apdu, "its length is wrong");
+        return;
+    }
+    const auto place = ExtPlaceOf(apdu.data);
+    const auto object = m_properties.FindObject(place.type, place.instance);
+    const bool known = object && place.property != 0 && m_properties.Describe(*object, place.property, 0);
+    Answer(Service::FunctionPropertyExtStateResponse, 0, apdu.data.first(kHead),
+           std::array<std::uint8_t, 1>{known ? kTypeConflict : kAddressVoid});
 }
 
 // Memory. The number of octets stands in the low bits of the control information; 0 of them answer a place

@@ -1,3 +1,4 @@
+#include "KnxDevice/Device.h"
 #include "KnxDevice/PropertyDataTypes.h"
 #include "KnxStackHost/ConfigurationReader.h"
 
@@ -36,10 +37,13 @@ void ConfigurationReader::ReadInterfaceObjects(Members& root) {
         else
             m_errors.Add(place, "must be an object with \"type\" and \"properties\"");
     }
-    if (m_result.interfaceObjects.size() > InterfaceObjects::kMostObjects)
-        m_errors.Add(root.PlaceOf("interfaceObjects"),
-                     fmt::format("a device can have at most {} interface objects, not {}",
-                                 InterfaceObjects::kMostObjects, m_result.interfaceObjects.size()));
+    const auto count = KnxDevice::CountInterfaceObjects(m_result.interfaceObjects);
+    if (count > InterfaceObjects::kMostObjects)
+        m_errors.Add(
+            root.PlaceOf("interfaceObjects"),
+            fmt::format("the device would have {} interface objects, with the {} that every device has; "
+                        "there is room for {}",
+                        count, KnxDevice::kStandardObjects, InterfaceObjects::kMostObjects));
 }
 
 void ConfigurationReader::ReadInterfaceObject(const json::object& json, const std::string& place) {

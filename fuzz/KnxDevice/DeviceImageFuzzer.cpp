@@ -35,7 +35,7 @@ void Read(const Bytes& image) {
     InterfaceObjects objects;
     Device device({}, objects);
     device.Restore(*state);
-    Fuzz::Check(objects.Count() <= InterfaceObjects::kMostObjects + 2 * kStandardObjects);
+    Fuzz::Check(objects.Count() <= InterfaceObjects::kMostObjects);
     // Objects and properties come back in the device's own order; the image has as much in it all the same.
     const auto again = WriteDeviceImage(device.State());
     Fuzz::Check(again.size() == image.size());

@@ -154,7 +154,7 @@ TEST(DeviceImage, WhatNoDeviceCanHaveIsRefused) {
               }));
     EXPECT_EQ("an interface object cannot have 0 properties",
               faultWith([](DeviceState& state) { state.properties[0].properties.clear(); }));
-    EXPECT_EQ("no device can have 510 interface objects", faultWith([](DeviceState& state) {
+    EXPECT_EQ("no device can have 516 interface objects", faultWith([](DeviceState& state) {
                   state.properties[0].instance = 255;
                   state.properties[1].instance = 255;
               }));

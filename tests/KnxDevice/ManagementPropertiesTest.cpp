@@ -58,6 +58,19 @@ TEST_F(Managed, KnowsPropertiesByTypeAndInstanceToo) {
     EXPECT_EQ("01cdc3510010c9000001f4", Ask("01cc c351 0010c9 01 0001")) << "too long for an answer";
 }
 
+TEST_F(Managed, NoPropertyIsAFunction) {
+    EXPECT_EQ("02c90036", Ask("02c7 00 36 00 01")) << "command: no return code";
+    EXPECT_EQ("02c900ff", Ask("02c8 00 ff 00")) << "state";
+    EXPECT_EQ("", Ask("02c7 00"));
+    EXPECT_EQ("01d60000001036fe", Ask("01d4 0000 001036 00 01")) << "there, but of another type";
+    EXPECT_EQ("01d60000001036fe", Ask("01d5 0000 001036 00"));
+    EXPECT_EQ("01d600000010fffd", Ask("01d5 0000 0010ff 00")) << "no such property";
+    EXPECT_EQ("01d60000002036fd", Ask("01d5 0000 002036 00")) << "no second device object";
+    EXPECT_EQ("01d60000001000fd", Ask("01d4 0000 001000 00"));
+    EXPECT_EQ("", Ask("01d4 0000 0010"));
+    EXPECT_FALSE(m_device.IsInProgrammingMode());
+}
+
 TEST_F(Managed, PropertiesOfTheApplicationProgramAreThereOnceItShowsThem) {
     auto* const object = m_objects.CreateInterfaceObject(50001);
     auto* const property = object->CreateArrayProperty(201, 0x12, 3, 1, 1); // three elements of two octets
