@@ -52,9 +52,8 @@ void TransportConnection::OnConnect(TimePoint now, IndividualAddress from) {
         m_listener.SendTo(from, {kDisconnect});
         return;
     }
-    // The partner itself, anew: it has lost its side of the connection.
     if (m_partner)
-        Reset();
+        return; // a copy that is late must not begin the sequence numbers anew
     m_partner = from;
     m_silentUntil = now + kConnectionTimeout;
     m_listener.OnOpened(from);
@@ -75,8 +74,10 @@ void TransportConnection::OnNumberedData(TimePoint now, const Tpdu& tpdu) {
 }
 
 void TransportConnection::OnAck(TimePoint now, std::uint8_t sequence) {
-    if (!m_pending || sequence != m_sendSequence) {
-        // One that was repeated on the way belongs to what is acknowledged already; any other is an error.
+    if (!m_pending)
+        return;
+    if (sequence != m_sendSequence) {
+        // A copy that is late belongs to what is acknowledged already; any other is an error.
         if (sequence != Previous(m_sendSequence))
             Close();
         return;
@@ -92,7 +93,9 @@ void TransportConnection::OnAck(TimePoint now, std::uint8_t sequence) {
 }
 
 void TransportConnection::OnNak(TimePoint now, std::uint8_t sequence) {
-    if (!m_pending || sequence != m_sendSequence) {
+    if (sequence != m_sendSequence)
+        return;
+    if (!m_pending) {
         Close();
         return;
     }

@@ -31,9 +31,11 @@ public:
     virtual void OnClosed(IndividualAddress partner) = 0;
 };
 
-/// KNX Standard 3/3/4, the side that is connected to. One connection at a time: whoever asks for another one
-/// meanwhile is refused with T_Disconnect. What does not come from the partner is not answered at all,
-/// because an answer of ours would break somebody else's connection. No clock and no thread of its own.
+/// KNX Standard 3/3/4, style 3, the side that is connected to. One connection at a time: whoever asks for
+/// another one meanwhile is refused with T_Disconnect, but the partner itself is not heard. What does not
+/// come from the partner is not answered at all, because an answer of ours would break somebody else's
+/// connection. Beyond the standard, an acknowledgement that comes twice ends nothing. No clock and no thread
+/// of its own.
 class TransportConnection {
 public:
     static constexpr std::chrono::seconds kConnectionTimeout{6};

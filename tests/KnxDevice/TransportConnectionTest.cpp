@@ -166,14 +166,18 @@ TEST_F(Transport, ThePartnersDisconnectIsNotAnswered) {
     EXPECT_THAT(Events(), IsEmpty());
 }
 
-TEST_F(Transport, APartnerThatConnectsAnewBeginsAtSequenceNumber0) {
+TEST_F(Transport, AConnectOfThePartnerChangesNothing) {
     Connect();
     Receive(kTool, {0x43, 0x00});
     Events();
     Receive(kTool, {0x80});
-    EXPECT_THAT(Events(), ElementsAre("closed 1.1.20", "opened 1.1.20"));
-    Receive(kTool, {0x43, 0x00});
-    EXPECT_THAT(Events(), ElementsAre("1.1.20 c2", "data 4300"));
+    EXPECT_THAT(Events(), IsEmpty());
+    Receive(kTool, {0x47, 0x00});
+    EXPECT_THAT(Events(), ElementsAre("1.1.20 c6", "data 4700")) << "the sequence goes on";
+    Pass(seconds(4));
+    Receive(kTool, {0x80});
+    Pass(seconds(2));
+    EXPECT_THAT(Events(), ElementsAre("1.1.20 81", "closed 1.1.20")) << "nor does it count as life";
 }
 
 TEST_F(Transport, AnAcknowledgementTwiceIsHarmlessAndAWrongOneEndsTheConnection) {
@@ -183,9 +187,28 @@ TEST_F(Transport, AnAcknowledgementTwiceIsHarmlessAndAWrongOneEndsTheConnection)
     Receive(kTool, {0xC2});
     Events();
     Receive(kTool, {0xC2});
+    Receive(kTool, {0xD2});
+    EXPECT_THAT(Events(), IsEmpty()) << "nothing waits for one";
+    Receive(kTool, {0x47, 0x00});
+    Events();
+    Receive(kTool, {0xC2});
     EXPECT_THAT(Events(), IsEmpty());
     Receive(kTool, {0xD2});
     EXPECT_THAT(Events(), ElementsAre("1.1.20 81", "closed 1.1.20"));
+}
+
+TEST_F(Transport, ANakCountsForWhatIsUnderWay) {
+    m_answers = 1;
+    Connect();
+    Receive(kTool, {0x43, 0x00});
+    Events();
+    Receive(kTool, {0xC7});
+    EXPECT_THAT(Events(), IsEmpty()) << "another sequence number";
+    Receive(kTool, {0xC2});
+    Receive(kTool, {0xC3});
+    EXPECT_THAT(Events(), IsEmpty()) << "acknowledged meanwhile";
+    Receive(kTool, {0xC7});
+    EXPECT_THAT(Events(), ElementsAre("1.1.20 81", "closed 1.1.20")) << "not sent yet";
 }
 
 TEST_F(Transport, AClientThatNeverAcknowledgesDoesNotPileUpAnswers) {
