@@ -4,6 +4,7 @@ namespace KnxFrames {
 namespace {
 
 constexpr std::size_t kHeader = 7; // message code, object type, instance, PID, number and start of elements
+constexpr std::size_t kFunctionHeader = 5; // likewise, without elements
 
 bool IsProperty(MessageCode code) {
     switch (code) {
@@ -18,16 +19,27 @@ bool IsProperty(MessageCode code) {
 
 } // namespace
 
+bool ManagementMessage::IsFunction() const {
+    return code == MessageCode::MFuncPropCommandReq || code == MessageCode::MFuncPropStateReadReq ||
+           code == MessageCode::MFuncPropCon;
+}
+
 ManagementMessage ManagementMessage::Confirmation() const {
     ManagementMessage confirmation = *this;
-    confirmation.code =
-        code == MessageCode::MPropWriteReq ? MessageCode::MPropWriteCon : MessageCode::MPropReadCon;
     confirmation.data.Clear();
+    if (IsFunction())
+        confirmation.code = MessageCode::MFuncPropCon;
+    else if (code == MessageCode::MPropWriteReq)
+        confirmation.code = MessageCode::MPropWriteCon;
+    else
+        confirmation.code = MessageCode::MPropReadCon;
     return confirmation;
 }
 
 ManagementMessage ManagementMessage::Refusal(PropertyError error) const {
     ManagementMessage refusal = Confirmation();
+    if (IsFunction())
+        return refusal;
     refusal.count = 0;
     refusal.data.Append(static_cast<std::uint8_t>(error));
     return refusal;
@@ -43,20 +55,23 @@ Outcome<ManagementMessage> ParseManagement(Octets octets) {
             return FrameError::Malformed("something follows an M_Reset", 1);
         return message;
     }
-    if (!IsProperty(message.code))
+    if (!IsProperty(message.code) && !message.IsFunction())
         return FrameError::Unsupported("the cEMI message is not one of device management", 0);
-    if (octets.size() < kHeader)
+    const std::size_t header = message.IsFunction() ? kFunctionHeader : kHeader;
+    if (octets.size() < header)
         return FrameError::Malformed("the cEMI message ends within its header", octets.size());
-    const Octets data = octets.subspan(kHeader);
+    const Octets data = octets.subspan(header);
     if (message.code == MessageCode::MPropReadReq && !data.empty())
         return FrameError::Malformed("an M_PropRead.req has data", kHeader);
     if (data.size() > ManagementMessage::kLongestData)
-        return FrameError::Unsupported("the property has more data than are handled", kHeader);
+        return FrameError::Unsupported("the property has more data than are handled", header);
     message.objectType = static_cast<std::uint16_t>(octets[1] << 8 | octets[2]);
     message.instance = octets[3];
     message.property = octets[4];
-    message.count = octets[5] >> 4;
-    message.start = static_cast<std::uint16_t>((octets[5] & 0x0F) << 8 | octets[6]);
+    if (!message.IsFunction()) {
+        message.count = octets[5] >> 4;
+        message.start = static_cast<std::uint16_t>((octets[5] & 0x0F) << 8 | octets[6]);
+    }
     message.data.Append(data);
     return message;
 }
@@ -69,7 +84,8 @@ FixedOctets<kLongestManagement> EncodeManagement(const ManagementMessage& messag
     out.Append16(message.objectType);
     out.Append(message.instance);
     out.Append(message.property);
-    out.Append16(static_cast<std::uint16_t>(message.count << 12 | (message.start & 0x0FFF)));
+    if (!message.IsFunction())
+        out.Append16(static_cast<std::uint16_t>(message.count << 12 | (message.start & 0x0FFF)));
     out.Append(message.data);
     return out;
 }

@@ -24,7 +24,8 @@ enum class PropertyError : std::uint8_t {
     NotNow = 0x0A,
 };
 
-/// M_PropRead, M_PropWrite, M_PropInfo or M_Reset. A value type without allocation.
+/// M_PropRead, M_PropWrite, M_PropInfo, M_FuncPropCommand, M_FuncPropStateRead or M_Reset. A value type
+/// without allocation.
 struct ManagementMessage {
     static constexpr std::size_t kLongestData =
         240; ///< as much as a whole message of other kinds has room for
@@ -34,16 +35,20 @@ struct ManagementMessage {
     std::uint16_t objectType = 0;
     std::uint8_t instance = 1; ///< of the object among those of its type, counted from 1
     std::uint8_t property = 0; ///< PID
-    /// Elements, at most kMostElements. 0 in a confirmation: it is negative, and the data are one octet, a
-    /// PropertyError.
+    /// Elements, at most kMostElements; not of a function. 0 in a confirmation: it is negative, and the data
+    /// are one octet, a PropertyError.
     std::uint8_t count = 1;
-    std::uint16_t start = 1; ///< first element, at most 4095; 0 = the number of elements
-    FixedOctets<kLongestData> data;
+    std::uint16_t start = 1;        ///< first element, at most 4095; 0 = the number of elements
+    FixedOctets<kLongestData> data; ///< in the confirmation of a function its return code comes first
 
     bool IsReset() const { return code == MessageCode::MResetReq || code == MessageCode::MResetInd; }
 
-    /// The confirmation of this M_PropRead.req or M_PropWrite.req, positive and without data.
+    /// A function property is called, or confirms that.
+    bool IsFunction() const;
+
+    /// The confirmation of this request of a property, positive and without data.
     ManagementMessage Confirmation() const;
+    /// The negative one. That of a function has neither return code nor data; it does not say why.
     ManagementMessage Refusal(PropertyError error) const;
 
     bool operator==(const ManagementMessage& other) const = default;

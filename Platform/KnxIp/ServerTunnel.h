@@ -110,6 +110,7 @@ struct ServerTunnel : ServerConnection {
 
 struct ManagementConnection : ServerConnection {
     FrameRing<KnxFrames::ManagementMessage> queue;
+    bool asks = false; // a request of its client is being done
 };
 
 } // namespace KnxIp

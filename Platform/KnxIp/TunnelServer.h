@@ -82,8 +82,8 @@ struct TunnelCounters {
 };
 
 /// Receives the wishes of a TunnelServer, inside the call that caused them and on its thread. An
-/// implementation may call Broadcast(), Send() and CloseTunnel() from any of them, but nothing whose name
-/// begins with On, and must not destroy the server.
+/// implementation may call Broadcast(), Send(), AnnounceProperty() and CloseTunnel() from any of them, but
+/// nothing whose name begins with On, and must not destroy the server.
 class TunnelServerListener {
 public:
     virtual ~TunnelServerListener() = default;
@@ -114,9 +114,10 @@ public:
                                 const Peer& client) = 0;
     virtual void OnTunnelClosed(TunnelId tunnel, TunnelEnd end) = 0;
 
-    /// A client of a management connection asks for elements of a property (M_PropRead.req) or wants to
-    /// change them (M_PropWrite.req). Gives the confirmation: request.Confirmation() with the data read, or
-    /// request.Refusal().
+    /// A client of a management connection asks for elements of a property (M_PropRead.req), wants to
+    /// change them (M_PropWrite.req), or calls a function property (M_FuncPropCommand.req,
+    /// M_FuncPropStateRead.req). Gives the confirmation: request.Confirmation() with the data read or the
+    /// return code, or request.Refusal().
     virtual KnxFrames::ManagementMessage OnDeviceManagement(const KnxFrames::ManagementMessage& request) {
         return request.Refusal(KnxFrames::PropertyError::NoSuchProperty);
     }
@@ -225,7 +226,8 @@ public:
     void Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
 
     /// Tells the clients of all management connections that a property has changed (M_PropInfo.ind), with its
-    /// new value.
+    /// new value; but not the one whose request the listener is just carrying out, which will have its
+    /// confirmation.
     void AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property);
 
     /// Closes one tunnel with a DISCONNECT_REQUEST to its client; the answer is not awaited. Nothing when it

@@ -97,6 +97,8 @@ private:
     void ConnectManagement(TimePoint now, const Peer& from, const ConnectRequest& request, const Peer& to);
     void On(TimePoint now, const Peer& from, const DeviceConfigurationRequest& request);
     void On(TimePoint now, const Peer& from, const DeviceConfigurationAck& ack);
+    KnxFrames::ManagementMessage Answer(ManagementConnection& connection,
+                                        const KnxFrames::ManagementMessage& request);
     void TakeManagement(TimePoint now, const Peer& from, ManagementConnection& connection, Octets cemi);
     void Send(TimePoint now, ManagementConnection& connection, const KnxFrames::ManagementMessage& message);
     void SendNext(TimePoint now, ManagementConnection& connection);

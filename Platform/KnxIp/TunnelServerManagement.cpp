@@ -72,8 +72,10 @@ void TunnelServer::Implementation::TakeManagement(TimePoint now, const Peer& fro
     }
     switch (message->code) {
     case MessageCode::MPropReadReq:
-    case MessageCode::MPropWriteReq: {
-        const ManagementMessage answer = m_listener.OnDeviceManagement(*message);
+    case MessageCode::MPropWriteReq:
+    case MessageCode::MFuncPropCommandReq:
+    case MessageCode::MFuncPropStateReadReq: {
+        const ManagementMessage answer = Answer(connection, *message);
         if (connection.isOpen)
             Send(now, connection, answer);
         return;
@@ -85,11 +87,24 @@ void TunnelServer::Implementation::TakeManagement(TimePoint now, const Peer& fro
     }
 }
 
+ManagementMessage TunnelServer::Implementation::Answer(ManagementConnection& connection,
+                                                       const ManagementMessage& request) {
+    struct Asking { // whatever the listener throws
+        explicit Asking(bool& asks) : m_asks(asks) { m_asks = true; }
+        ~Asking() { m_asks = false; }
+        Asking(const Asking&) = delete;
+        Asking& operator=(const Asking&) = delete;
+        bool& m_asks;
+    };
+    const Asking asking(connection.asks);
+    return m_listener.OnDeviceManagement(request);
+}
+
 void TunnelServer::Implementation::AnnounceProperty(TimePoint now, const ManagementMessage& property) {
     ManagementMessage message = property;
     message.code = MessageCode::MPropInfoInd;
     for (ManagementConnection& connection : m_management) {
-        if (connection.isOpen)
+        if (connection.isOpen && !connection.asks)
             Send(now, connection, message);
     }
 }

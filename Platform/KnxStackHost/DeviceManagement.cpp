@@ -140,7 +140,10 @@ void DeviceManagement::OnChanged(DeviceChange change) {
                        fmt::format("the device has the individual address {} now", Address().ToString()));
         m_outlets.changed();
         break;
-    case DeviceChange::LoadState: ReportLoadStates(); break;
+    case DeviceChange::LoadState:
+        ReportLoadStates();
+        m_outlets.changed();
+        break;
     case DeviceChange::Stored: m_outlets.changed(); break;
     }
     Save();

@@ -38,8 +38,8 @@ public:
         std::function<void()> restartedAsConfigured;
         /// A table of group communication is not loaded any more.
         std::function<void()> unloaded;
-        /// The device has another individual address, is in programming mode or not, or belongs to another
-        /// project.
+        /// The device has another individual address, is in programming mode or not, belongs to another
+        /// project, or has another load state.
         std::function<void()> changed;
     };
 

@@ -135,8 +135,11 @@ public:
 
     void OnDeviceChanged() {
         m_router->SetOwnAddress(m_management->Address());
-        if (m_server)
-            m_server->SetDevice(m_management->Device());
+        if (!m_server)
+            return;
+        m_server->SetDevice(m_management->Device());
+        for (const auto& each : m_news.Take(m_management->Properties(), m_management->Device().FreeLevel()))
+            m_server->Announce(each);
     }
 
     void SetAddressBook(AddressBook book) {
@@ -314,6 +317,7 @@ private:
     Deadline m_readsDeadline{m_context, [this] { return OnReadsTime(); }};
     std::optional<BusRouter> m_router;
     std::optional<ServerLink> m_server;
+    PropertyNews m_news;
     std::optional<InterfaceLink> m_interface; // at most one of these two
     std::optional<RoutingBus> m_routing;
     std::optional<HostControl> m_control; // opened last

@@ -1,12 +1,34 @@
 #include "KnxStackHost/LocalManagement.h"
 
+#include <iterator>
+#include <utility>
+
 namespace KnxStackHost {
 
 using KnxFrames::ManagementMessage;
 using KnxFrames::PropertyError;
 
+namespace {
+
+struct PropertyName {
+    std::uint16_t objectType;
+    std::uint8_t property;
+};
+
+constexpr std::uint8_t kLoadState = 5;
+
+/// Of the first object of the type each.
+constexpr PropertyName kToldOf[] = {{0, 54},  // programming mode
+                                    {11, 52}, // individual address
+                                    {1, kLoadState}, {2, kLoadState}, {9, kLoadState},
+                                    {3, kLoadState}, {4, kLoadState}};
+
+} // namespace
+
 ManagementMessage AnswerManagement(KnxDevice::PropertyAccess& properties, KnxDevice::AccessLevel level,
                                    const ManagementMessage& request) {
+    if (request.IsFunction())
+        return request.Refusal(PropertyError::NoSuchProperty);
     const auto object = properties.FindObject(request.objectType, request.instance);
     const auto place =
         object && request.property != 0 ? properties.Describe(*object, request.property, 0) : std::nullopt;
@@ -30,6 +52,28 @@ ManagementMessage AnswerManagement(KnxDevice::PropertyAccess& properties, KnxDev
         return request.Refusal(PropertyError::Memory);
     answer.data.Append(KnxFrames::Octets(*octets));
     return answer;
+}
+
+std::vector<ManagementMessage> PropertyNews::Take(const KnxDevice::PropertyAccess& properties,
+                                                  KnxDevice::AccessLevel level) {
+    std::vector<ManagementMessage> news;
+    for (std::size_t place = 0; place < std::size(kToldOf); ++place) {
+        const auto& [objectType, property] = kToldOf[place];
+        const auto object = properties.FindObject(objectType, 1);
+        auto value = object ? properties.Read(*object, property, {}, level) : std::nullopt;
+        if (!value)
+            continue;
+        const auto known = m_values.find(place);
+        if (known != m_values.end() && known->second != *value) {
+            auto& message = news.emplace_back();
+            message.code = KnxFrames::MessageCode::MPropInfoInd;
+            message.objectType = objectType;
+            message.property = property;
+            message.data.Append(KnxFrames::Octets(*value));
+        }
+        m_values[place] = std::move(*value);
+    }
+    return news;
 }
 
 } // namespace KnxStackHost

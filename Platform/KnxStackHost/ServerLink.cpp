@@ -185,6 +185,11 @@ void ServerLink::Send(const KnxFrames::LData& telegram, std::uint8_t tunnel) {
     m_deadline.Set(m_server->NextTime());
 }
 
+void ServerLink::Announce(const KnxFrames::ManagementMessage& property) {
+    m_server->AnnounceProperty(Now(), property);
+    m_deadline.Set(m_server->NextTime());
+}
+
 void ServerLink::Receive(const Endpoint& from, KnxFrames::Octets datagram) {
     m_server->OnDatagram(Now(), from, datagram);
     m_deadline.Set(m_server->NextTime());

@@ -48,6 +48,9 @@ public:
     };
     void ManageBy(Manager manager) { m_manager = std::move(manager); }
 
+    /// A property has changed: clients of management connections are told (M_PropInfo.ind).
+    void Announce(const KnxFrames::ManagementMessage& property);
+
     /// The place of the server in the IP network.
     KnxDevice::IpFacts Facts() const;
 

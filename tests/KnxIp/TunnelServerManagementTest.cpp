@@ -157,6 +157,53 @@ TEST_F(Management, AChangedPropertyIsAnnouncedToEveryClient) {
 )");
 }
 
+TEST_F(Management, WhoChangesAPropertyIsNotToldOfIt) {
+    Connect();
+    m_bench.Receive(kOther, kConnectOfOther);
+    m_bench.Take();
+    m_bench.m_onManagement = [&](const ManagementMessage& request) {
+        m_bench.Server().AnnounceProperty(m_bench.Now(), request);
+        return request.Confirmation();
+    };
+    m_bench.Receive(kClientData, "061003100012 0401 00 00 f6000001361001 01");
+    m_bench.Receive(kClientData, kConfigureAck + "0000");
+    EXPECT_EQ(m_bench.Take(), R"(
+0.000 < client-data 061003100012 04010000f600000136100101
+0.000 > client-data 06100311000a 04010000
+0.000 ! M_PropWrite.req of object 0, PID 54
+0.000 > other 061003100012 04020000f700000136100101
+0.000 > client-data 061003100011 04010000f5000001361001
+0.000 < client-data 06100311000a 04010000
+)");
+    ManagementMessage property;
+    property.property = 54;
+    m_bench.Server().AnnounceProperty(m_bench.Now(), property);
+    EXPECT_EQ(m_bench.Take(), "\n0.000 > client-data 061003100011 04010100f7000001361001\n") << "of the next";
+}
+
+TEST_F(Management, AFunctionIsCalledAndConfirmed) {
+    Connect();
+    m_bench.m_onManagement = [](const ManagementMessage& request) {
+        auto answer = request.Confirmation();
+        answer.data.Append16(0x002A);
+        return answer;
+    };
+    m_bench.Receive(kClientData, "061003100011 0401 00 00 f8000001c9 0001");
+    m_bench.Receive(kClientData, kConfigureAck + "0000");
+    m_bench.Receive(kClientData, "06100310000f 0401 01 00 f9000001c9");
+    EXPECT_EQ(m_bench.Take(), R"(
+0.000 < client-data 061003100011 04010000f8000001c90001
+0.000 > client-data 06100311000a 04010000
+0.000 ! M_FuncPropCommand.req of object 0, PID 201
+0.000 > client-data 061003100011 04010000fa000001c9002a
+0.000 < client-data 06100311000a 04010000
+0.000 < client-data 06100310000f 04010100f9000001c9
+0.000 > client-data 06100311000a 04010100
+0.000 ! M_FuncPropStateRead.req of object 0, PID 201
+0.000 > client-data 061003100011 04010100fa000001c9002a
+)");
+}
+
 TEST_F(Management, AComputersSecondConnectionEndsItsFirst) {
     Connect();
     m_bench.Receive(kOther, kConnectOfOther);
