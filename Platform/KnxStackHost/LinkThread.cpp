@@ -6,6 +6,7 @@
 #include "KnxStackHost/HostControl.h"
 #include "KnxStackHost/InterfaceLink.h"
 #include "KnxStackHost/LocalManagement.h"
+#include "KnxStackHost/NetworkChanges.h"
 #include "KnxStackHost/RoutingBus.h"
 #include "KnxStackHost/ServerLink.h"
 
@@ -94,6 +95,7 @@ public:
             m_interface->Start();
         if (m_routing)
             m_routing->Start();
+        m_networkChanges.Start();
         m_control->Start();
     }
 
@@ -251,6 +253,13 @@ private:
 
     void ToMonitor(const LData& telegram, Origin origin) override { m_control->OnTelegram(telegram, origin); }
 
+    void OnNetworkChanged() {
+        if (m_server)
+            m_server->OnNetworkChanged();
+        if (m_routing)
+            m_routing->OnNetworkChanged();
+    }
+
     LinksStatus GetLinksStatus() const {
         LinksStatus status;
         if (m_server)
@@ -320,6 +329,7 @@ private:
     PropertyNews m_news;
     std::optional<InterfaceLink> m_interface; // at most one of these two
     std::optional<RoutingBus> m_routing;
+    NetworkChanges m_networkChanges{m_context, [this] { OnNetworkChanged(); }};
     std::optional<HostControl> m_control; // opened last
 
     std::mutex m_outgoingMutex; // guards m_outgoing

@@ -39,9 +39,8 @@ RoutingBus::RoutingBus(boost::asio::io_context& context, const RoutingSettings& 
 
 void RoutingBus::Open() {
     try {
-        const auto interfaceAddress = EndpointOf(m_settings.interface, 0).address;
-        m_socket.OpenGroup(m_group, interfaceAddress);
-        m_socket.SendToGroupsBy(interfaceAddress);
+        m_socket.OpenGroup(m_group, EndpointOf(m_settings.interface, 0).address);
+        m_socket.SendToGroups();
     } catch (const boost::system::system_error& error) {
         throw LinkError(fmt::format(
             "/routing: the multicast group {} cannot be joined on {}: {}; choose another \"interface\"",

@@ -23,6 +23,7 @@ public:
     void Start();
     void Stop();
     void Send(const KnxFrames::LData& telegram);
+    void OnNetworkChanged() { m_socket.RenewGroup(); }
     RoutingStatus Status() const { return {m_group.ToString(), m_link.Waiting(), m_link.Counters()}; }
 
 private:

@@ -57,6 +57,11 @@ public:
     /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
     void ShareAddress(bool share) { m_socket.ShareAddress(share); }
 
+    void OnNetworkChanged() {
+        if (m_group)
+            m_group->RenewGroup();
+    }
+
 private:
     /// The lines about one tunnel: a client that comes and goes does not fill the log.
     struct TunnelLines {

@@ -5,15 +5,18 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/multicast.hpp>
 #include <boost/asio/socket_base.hpp>
+#include <boost/system/system_error.hpp>
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace KnxStackHost {
 
 namespace asio = boost::asio;
+namespace multicast = asio::ip::multicast;
 using asio::ip::udp;
 using boost::system::error_code;
 
@@ -39,7 +42,7 @@ KnxIp::Endpoint FromAsio(const udp::endpoint& endpoint) {
 } // namespace
 
 UdpSocket::UdpSocket(asio::io_context& context, Receive receive)
-    : m_socket(context), m_receive(std::move(receive)) {}
+    : m_socket(context), m_membership(context), m_receive(std::move(receive)) {}
 
 void UdpSocket::Open(const KnxIp::Endpoint& local) {
     m_socket.open(udp::v4());
@@ -51,20 +54,48 @@ void UdpSocket::Open(const KnxIp::Endpoint& local) {
 }
 
 void UdpSocket::OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceAddress) {
+    m_group = group;
+    m_groupInterface = interfaceAddress;
     m_socket.open(udp::v4());
     m_socket.set_option(udp::socket::reuse_address(true));
     m_socket.bind(ToAsio(group));
-    m_socket.set_option(asio::ip::multicast::join_group(asio::ip::address_v4(group.address),
-                                                        asio::ip::address_v4(interfaceAddress)));
     m_socket.non_blocking(true);
+    Join();
 }
 
-void UdpSocket::SendToGroupsBy(std::uint32_t interfaceAddress) {
-    namespace multicast = asio::ip::multicast;
-    if (interfaceAddress != 0)
-        m_socket.set_option(multicast::outbound_interface(asio::ip::address_v4(interfaceAddress)));
+void UdpSocket::SendToGroups() {
+    m_sendsToGroups = true;
     m_socket.set_option(multicast::hops(kGroupHops));
     m_socket.set_option(multicast::enable_loopback(true));
+    Join();
+}
+
+/// A membership belongs to an interface and dies with it, but a socket goes on to believe in it: it can
+/// neither join again nor leave. So another socket has joined for the one that receives, and a new one takes
+/// its place; the old one leaves only then, so that the network is told nothing when nothing has changed.
+void UdpSocket::Join() {
+    udp::socket membership(m_socket.get_executor(), udp::v4());
+    const asio::ip::address_v4 interface(m_groupInterface);
+    membership.set_option(multicast::join_group(asio::ip::address_v4(m_group.address), interface));
+    m_membership = std::move(membership);
+    // The socket has not kept the address, but the interface that had it.
+    if (m_sendsToGroups && m_groupInterface != 0)
+        m_socket.set_option(multicast::outbound_interface(interface));
+}
+
+void UdpSocket::RenewGroup() {
+    try {
+        Join();
+    } catch (const boost::system::system_error& error) {
+        if (!std::exchange(m_outOfGroup, true))
+            LOG4CPLUS_WARN(Log(), fmt::format("cut off from the multicast group {}: {}; it is joined again "
+                                              "when the network is back, and what is sent to it is lost "
+                                              "until then",
+                                              m_group.ToString(), error.code().message()));
+        return;
+    }
+    if (std::exchange(m_outOfGroup, false))
+        LOG4CPLUS_INFO(Log(), fmt::format("joined the multicast group {} again", m_group.ToString()));
 }
 
 void UdpSocket::ShareAddress(bool share) {

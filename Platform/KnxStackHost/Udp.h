@@ -33,10 +33,14 @@ public:
     /// interface with the address, 0 = the system's choice. Throws boost::system::system_error.
     void OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceAddress);
 
-    /// Sends datagrams to groups by the interface with the address, 0 = the system's choice, over as many
-    /// routers as KNXnet/IP may cross, and to others on this machine as well. Only when open. Throws
-    /// boost::system::system_error.
-    void SendToGroupsBy(std::uint32_t interfaceAddress);
+    /// Sends datagrams to groups by the interface of OpenGroup(), over as many routers as KNXnet/IP may
+    /// cross, and to others on this machine as well. Throws boost::system::system_error.
+    void SendToGroups();
+
+    /// To be called when the network has changed: an interface that went and came back has forgotten who had
+    /// joined what on it, and the system may choose another one. Nobody outside notices when it was not
+    /// needed. An interface that is not there is logged, once until it is back.
+    void RenewGroup();
 
     /// Lets others bind to the same address and port, or not, from now on. A socket of ours that has the port
     /// of a group must let the group's socket in, and nobody else: the last one to come gets what is sent to
@@ -55,11 +59,17 @@ public:
     KnxIp::Endpoint Local() const;
 
 private:
+    void Join();
     void WaitForDatagrams();
     void ReceiveWaiting();
     void HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
 
     boost::asio::ip::udp::socket m_socket;
+    boost::asio::ip::udp::socket m_membership; // in the group, for the whole machine; receives nothing
+    KnxIp::Endpoint m_group;
+    std::uint32_t m_groupInterface = 0;
+    bool m_sendsToGroups = false;
+    bool m_outOfGroup = false;
     Receive m_receive;
     Notices m_thrown;
     std::array<std::uint8_t, 1024>

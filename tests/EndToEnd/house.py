@@ -70,11 +70,14 @@ def sending_addresses():
 class House:
     """Use as a context manager: everything started in it is ended, everything made in it is removed."""
 
-    def __init__(self, interface=None, host_environment=None, time_mode=0, image=False):
+    def __init__(self, interface=None, host_environment=None, time_mode=0, image=False, configure=None, network=None):
         """`interface`: (address, port) of a KNX/IP interface that the host attaches to. `image`: what tools change in
-        the device is kept. Every data point may be set and every group object may be read, so that each type can be
-        tried in each direction."""
+        the device is kept. `configure`: changes the host's configuration, given as a dict, last of all. `network`: the
+        namespace that the host runs in. Every data point may be set and every group object may be read, so that each
+        type can be tried in each direction."""
         self._image = image
+        self._configure = configure
+        self._network = network
         self._interface = interface
         self._time_mode = time_mode
         self._host_environment = host_environment
@@ -142,13 +145,18 @@ class House:
         host["device"].pop("image", None)
         if self._image:
             host["device"]["image"] = str(self.directory / "device.image")
+        if self._configure:
+            self._configure(host)
         self.address = host["device"]["individualAddress"]
         (self.configuration / "knxstackd.json").write_text(json.dumps(host), encoding="utf-8")
 
     def start_host(self):
-        self.host = self.start("knxstackd", [
+        command = [
             BIN / "knxstackd", "--config", self.configuration / "knxstackd.json",
-            "--knx-port", self.port, "--device-stack-socket", self._hosts_socket], environment=self._host_environment)
+            "--knx-port", self.port, "--device-stack-socket", self._hosts_socket]
+        if self._network:
+            command = self._network.command(command)
+        self.host = self.start("knxstackd", command, environment=self._host_environment)
         self.wait_until_running()
 
     def wait_until_running(self, seconds=30):
@@ -160,6 +168,14 @@ class House:
 
     def dsctl(self, *arguments, check=True):
         return run([BIN / "dsctl", "--socket", self.socket, *arguments], check=check)
+
+    def knxstackctl_command(self):
+        return [BIN / "knxstackctl", "--socket", self.configuration / "knxstackd.sock", "--json"]
+
+    def knxstackctl(self, *arguments):
+        """The result as an object, where there is one."""
+        _, output, _ = run([*self.knxstackctl_command(), *arguments])
+        return json.loads(output) if output.strip() else None
 
     def value(self, name):
         """The value's text as dsctl prints it for other programs; None without a value."""
@@ -174,6 +190,29 @@ class House:
     def watch(self, *patterns):
         """Changes from now on of the data points whose names match a pattern, and what applications announce."""
         return Changes(self, patterns)
+
+
+class Monitor:
+    """What "knxstackctl monitor" prints of a house's host: every telegram, each once."""
+
+    def __init__(self, house):
+        self._house = house
+        self._process = house.start("knxstackctl", [*house.knxstackctl_command(), "monitor"])
+        wait_until(self._hears, 20, "knxstackctl monitors")
+
+    def _hears(self):
+        self._house.knxstackctl("inject", "2900bce0fffeffff010000")  # 15.15.254 asks for 31/7/255, which nobody has
+        return self._process.count("31/7/255")
+
+    def all(self):
+        """The "params" of the control protocol's telegrams, in order."""
+        telegrams = [json.loads(text) for text in self._process.texts()]
+        return [t for t in telegrams if t["destination"] != "31/7/255"]
+
+    def numbers(self, address, via):
+        """Values of the GroupValue_Writes to the address that came `via` (a prefix), as numbers."""
+        return [int(t["value"]) for t in self.all()
+                if t["destination"] == address and t["via"].startswith(via) and t["service"] == "GroupValue_Write"]
 
 
 class KnxTool:
