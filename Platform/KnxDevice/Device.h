@@ -166,6 +166,10 @@ public:
     const IpFacts& Ip() const { return m_ip; }
     void SetIpFacts(IpFacts facts) { m_ip = std::move(facts); }
 
+    /// The bus cannot be reached. No part of the state; the listener is not told.
+    bool HasBusFault() const { return m_busFault; }
+    void SetBusFault(bool fault) { m_busFault = fault; }
+
     // Access.
 
     /// The level of somebody who has shown no key: the most privileged one that needs none.
@@ -228,6 +232,7 @@ private:
     IpFacts m_ip;
     IndividualAddress m_address;
     bool m_programmingMode = false;
+    bool m_busFault = false;
     std::array<AccessKey, kAnybody> m_keys{kNoKey, kNoKey, kNoKey};
     std::uint8_t m_deviceControl = 0;
     std::uint8_t m_hopCount = 6;

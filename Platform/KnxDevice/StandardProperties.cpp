@@ -70,6 +70,7 @@ constexpr PropertyId kSetupMulticast = 65;
 constexpr PropertyId kRoutingMulticast = 66;
 constexpr PropertyId kTimeToLive = 67;
 constexpr PropertyId kCapabilities = 68;
+constexpr PropertyId kDeviceState = 69;
 constexpr PropertyId kFriendlyName = 76;
 } // namespace Id
 
@@ -288,6 +289,9 @@ Properties IpParameterAddresses(Device& device) {
     properties.push_back(Number16Of(Id::kCapabilities, kBitset16, [&device] {
         return device.Ip().routes ? kTunnellingAndRouting : kTunnellingAndRouting & ~0x0004U;
     }));
+    // Bit 0: no way to the KNX bus. Bit 1, no way to the IP network, nobody could read.
+    properties.push_back(
+        Number8Of(Id::kDeviceState, kBitset8, [&device] { return device.HasBusFault() ? 1U : 0U; }));
     return properties;
 }
 

@@ -185,6 +185,8 @@ void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
                    fmt::format("connected to the KNX/IP interface {} as {}", Name(), address.ToString()));
     if (m_client.Counters().connections > 1)
         ReportCounts();
+    if (m_connection)
+        m_connection(true);
 }
 
 void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
@@ -193,6 +195,8 @@ void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the connection to the KNX/IP interface {} has ended: {}; connecting again",
                                Name(), KnxIp::ToString(failure)));
+    if (m_connection)
+        m_connection(false);
 }
 
 void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, milliseconds retryIn) {

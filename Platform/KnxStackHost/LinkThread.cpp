@@ -65,8 +65,7 @@ public:
                 },
                 [this](std::uint8_t tunnel) { m_router->OnTunnelClosed(tunnel); });
         if (m_configuration.interface)
-            m_interface.emplace(m_context, *m_configuration.interface,
-                                [this](const LData& telegram) { m_router->FromInterface(telegram); });
+            OpenInterface(*m_configuration.interface);
         if (m_configuration.routing)
             OpenRouting(*m_configuration.routing);
         if (m_server) {
@@ -180,6 +179,16 @@ private:
         LData telegram;
         std::uint16_t sender;
     };
+
+    void OpenInterface(const InterfaceSettings& settings) {
+        m_interface.emplace(m_context, settings,
+                            [this](const LData& telegram) { m_router->FromInterface(telegram); });
+        m_management->SetBusFault(true);
+        m_interface->TellOfConnections([this](bool connected) {
+            m_management->SetBusFault(!connected);
+            OnDeviceChanged();
+        });
+    }
 
     void OpenRouting(const RoutingSettings& settings) {
         if (m_server)

@@ -20,6 +20,7 @@ constexpr std::uint8_t kLoadState = 5;
 /// Of the first object of the type each.
 constexpr PropertyName kToldOf[] = {{0, 54},  // programming mode
                                     {11, 52}, // individual address
+                                    {11, 69}, // device state
                                     {1, kLoadState}, {2, kLoadState}, {9, kLoadState},
                                     {3, kLoadState}, {4, kLoadState}};
 

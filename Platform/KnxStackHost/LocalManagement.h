@@ -17,7 +17,7 @@ KnxFrames::ManagementMessage AnswerManagement(KnxDevice::PropertyAccess& propert
                                               const KnxFrames::ManagementMessage& request);
 
 /// Finds out what has changed that clients of management connections are told of without asking: programming
-/// mode, individual address, and the load states.
+/// mode, individual address, the load states, and whether the bus can be reached.
 class PropertyNews {
 public:
     /// An M_PropInfo.ind for each such property that has another value than at the last call, as somebody

@@ -1,5 +1,6 @@
 // The way to the bus: one daemon as the KNX/IP interface of another.
 #include "DaemonProcess.h"
+#include "RawManagement.h"
 #include "RawTunnel.h"
 
 #include <gmock/gmock.h>
@@ -107,6 +108,21 @@ TEST_P(WithInterface, ALostInterfaceIsFoundAgain) {
     m_outer.emplace(m_outerDirectory, TestConfiguration(),
                     std::vector<std::string>{"--knx-port", std::to_string(m_outerPort)});
     EXPECT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface", seconds(30), 2)) << m_inner->Log();
+}
+
+TEST_P(WithInterface, WhoManagesTheDeviceIsToldWhenTheBusIsLostAndFoundAgain) {
+    ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface"));
+    // KNXnet/IP parameters, property 69.
+    const auto client = ConnectToManage(m_innerPort, GetParam());
+    EXPECT_EQ(Bytes({0xFB, 0, 11, 1, 69, 0x10, 1, 0}), client->Ask({0xFC, 0, 11, 1, 69, 0x10, 1}));
+    m_outer->Signal(SIGTERM);
+    EXPECT_EQ(Bytes({0xF7, 0, 11, 1, 69, 0x10, 1, 1}), client->Receive());
+    ASSERT_EQ(0, m_outer->WaitForEnd(seconds(20)));
+    EXPECT_EQ(Bytes({0xFB, 0, 11, 1, 69, 0x10, 1, 1}), client->Ask({0xFC, 0, 11, 1, 69, 0x10, 1}));
+    m_outer.emplace(m_outerDirectory, TestConfiguration(),
+                    std::vector<std::string>{"--knx-port", std::to_string(m_outerPort)});
+    ASSERT_TRUE(m_inner->WaitForLog("connected to the KNX/IP interface", seconds(60), 2)) << m_inner->Log();
+    EXPECT_EQ(Bytes({0xF7, 0, 11, 1, 69, 0x10, 1, 0}), client->Receive());
 }
 
 TEST_P(WithInterface, CountsWhatPassedWhenItEnds) {
