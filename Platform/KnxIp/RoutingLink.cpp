@@ -1,6 +1,7 @@
 #include "KnxIp/RoutingLink.h"
 
 #include "KnxIp/BusyPause.h"
+#include "KnxIp/OverloadReports.h"
 #include "KnxIp/SendQueue.h"
 
 #include <algorithm>
@@ -72,12 +73,32 @@ public:
         std::visit([&](const auto& content) { On(now, from, content); }, *frame);
     }
 
-    void OnTime(TimePoint now) { SendWaiting(now); }
+    void OnTime(TimePoint now) {
+        SendLost(now);
+        SendWaiting(now);
+    }
 
     std::optional<TimePoint> NextTime() const {
+        const auto lost = m_overload.NextLost();
         if (m_queue.IsEmpty())
-            return std::nullopt;
-        return std::max(m_nextSend, m_pause.Until());
+            return lost;
+        const auto next = std::max(m_nextSend, m_pause.Until());
+        return lost ? std::min(*lost, next) : next;
+    }
+
+    void ReportBusy(TimePoint now) {
+        if (!m_overload.TakeBusy(now))
+            return;
+        ++m_counters.pauses;
+        RoutingBusy busy;
+        busy.waitTime = static_cast<std::uint16_t>(kBusyWait.count());
+        SendToGroup(now, WriteFrame(busy));
+    }
+
+    void ReportLost(TimePoint now, unsigned count) {
+        m_counters.lostHere += count;
+        m_overload.AddLost(count);
+        SendLost(now);
     }
 
     bool Send(TimePoint now, const LData& telegram) {
@@ -138,9 +159,18 @@ private:
             m_overflowReported = false;
         Datagram datagram;
         WriteRoutingIndication(telegram, datagram);
-        m_sent.Add(now, datagram);
         m_nextSend = now + std::chrono::microseconds(1'000'000 / m_config.rate);
         ++m_counters.sent;
+        SendToGroup(now, datagram);
+    }
+
+    void SendLost(TimePoint now) {
+        if (const auto lost = m_overload.TakeLost(now); lost != 0)
+            SendToGroup(now, WriteFrame(RoutingLostMessage{0, lost}));
+    }
+
+    void SendToGroup(TimePoint now, const Datagram& datagram) {
+        m_sent.Add(now, datagram);
         m_listener.SendDatagram(m_config.group, datagram);
     }
 
@@ -150,6 +180,7 @@ private:
     bool m_overflowReported = false;
     TimePoint m_nextSend{}; // not before
     BusyPause m_pause;
+    OverloadReports m_overload;
     SentDatagrams m_sent;
     RoutingLinkCounters m_counters;
 };
@@ -173,6 +204,14 @@ std::optional<TimePoint> RoutingLink::NextTime() const {
 
 bool RoutingLink::Send(TimePoint now, const LData& telegram) {
     return m_implementation->Send(now, telegram);
+}
+
+void RoutingLink::ReportBusy(TimePoint now) {
+    m_implementation->ReportBusy(now);
+}
+
+void RoutingLink::ReportLost(TimePoint now, unsigned count) {
+    m_implementation->ReportLost(now, count);
 }
 
 std::size_t RoutingLink::Waiting() const {

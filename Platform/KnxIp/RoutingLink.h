@@ -39,16 +39,19 @@ struct RoutingLinkCounters {
     std::uint64_t dropped = 0;  ///< telegrams lost because the queue was full
     std::uint64_t busy = 0;     ///< ROUTING_BUSYs for everybody
     std::uint64_t lost = 0;     ///< telegrams that others say they have lost
+    std::uint64_t pauses = 0;   ///< ROUTING_BUSYs sent
+    std::uint64_t lostHere = 0; ///< telegrams of the group that were lost behind this member
 };
 
 /// Receives the wishes of a RoutingLink, inside the call that caused them and on its thread. An
-/// implementation may call Send() from any of them, but neither OnDatagram() nor OnTime(), and must not
-/// destroy the link.
+/// implementation may call Send(), ReportBusy() and ReportLost() from any of them, but neither OnDatagram()
+/// nor OnTime(), and must not destroy the link.
 class RoutingLinkListener {
 public:
     virtual ~RoutingLinkListener() = default;
 
-    /// Send one UDP datagram to the group. The octets are valid during the call.
+    /// Send one UDP datagram to the group, a telegram or word of an overload. The octets are valid during the
+    /// call.
     virtual void SendDatagram(const Endpoint& to, Octets datagram) = 0;
 
     /// A telegram from the bus (L_Data.ind).
@@ -87,6 +90,11 @@ public:
 /// passes it to the sender as well: a datagram from our own endpoint with the content of one that was sent
 /// within kEchoTime is ours, once for each time it was sent. What another process sends from the same
 /// endpoint is not.
+///
+/// Who cannot pass telegrams of the group on as fast as they come says so: a ROUTING_BUSY asks everybody for
+/// kBusyWait of silence, no two within that time, and kBusyAtOnce in a row, then one in kBusyRefill: one slow
+/// receiver does not silence the bus for good. A ROUTING_LOST_MESSAGE has the number of telegrams lost since
+/// the last one, at most once in kLostPause.
 class RoutingLink {
 public:
     static constexpr std::chrono::milliseconds kBusyInterval{10};
@@ -94,6 +102,10 @@ public:
     static constexpr std::chrono::milliseconds kSlowTime{100};
     static constexpr std::chrono::milliseconds kBusyDecrement{5};
     static constexpr std::chrono::milliseconds kEchoTime{2000};
+    static constexpr std::chrono::milliseconds kBusyWait{100};
+    static constexpr unsigned kBusyAtOnce = 10;
+    static constexpr std::chrono::milliseconds kBusyRefill{1000};
+    static constexpr std::chrono::milliseconds kLostPause{1000};
 
     /// `listener` outlives the link. Throws std::invalid_argument, with the cause for people, when the
     /// configuration breaks a rule given there.
@@ -107,6 +119,13 @@ public:
 
     /// Does what is due. Harmless when nothing is.
     void OnTime(TimePoint now);
+
+    /// Telegrams of the group wait for somebody behind this member, nearly as many as have room: asks the
+    /// others for a pause.
+    void ReportBusy(TimePoint now);
+
+    /// So many telegrams of the group could not be passed on: tells the others, at once or when it is time.
+    void ReportLost(TimePoint now, unsigned count);
 
     /// When OnTime() wants to be called next; empty while nothing waits. To be asked after each call that
     /// took a time.

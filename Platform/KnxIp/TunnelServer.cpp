@@ -150,12 +150,12 @@ std::optional<TimePoint> TunnelServer::NextTime() const {
     return m_implementation->NextTime();
 }
 
-void TunnelServer::Broadcast(TimePoint now, const LData& telegram, std::optional<TunnelId> except) {
-    m_implementation->Broadcast(now, telegram, except);
+Backlog TunnelServer::Broadcast(TimePoint now, const LData& telegram, std::optional<TunnelId> except) {
+    return m_implementation->Broadcast(now, telegram, except);
 }
 
-void TunnelServer::Send(TimePoint now, const LData& telegram, TunnelId tunnel) {
-    m_implementation->Send(now, telegram, tunnel);
+Backlog TunnelServer::Send(TimePoint now, const LData& telegram, TunnelId tunnel) {
+    return m_implementation->Send(now, telegram, tunnel);
 }
 
 void TunnelServer::AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property) {

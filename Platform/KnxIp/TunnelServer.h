@@ -81,6 +81,18 @@ struct TunnelCounters {
         0; ///< requests of the client that were no L_Data.req; acknowledged, else ignored
 };
 
+/// The queues that a telegram was put into.
+struct Backlog {
+    bool isNearlyFull = false;  ///< one of them is, by three quarters at least
+    bool hasOverflowed = false; ///< one of them was full, and lost a telegram
+
+    Backlog& operator|=(const Backlog& other) {
+        isNearlyFull |= other.isNearlyFull;
+        hasOverflowed |= other.hasOverflowed;
+        return *this;
+    }
+};
+
 /// Receives the wishes of a TunnelServer, inside the call that caused them and on its thread. An
 /// implementation may call Broadcast(), Send(), AnnounceProperty() and CloseTunnel() from any of them, but
 /// nothing whose name begins with On, and must not destroy the server.
@@ -219,11 +231,11 @@ public:
 
     /// Sends the telegram as L_Data.ind to every open tunnel except `except`. The message code of `telegram`
     /// does not matter; everything else is sent as it is.
-    void Broadcast(TimePoint now, const KnxFrames::LData& telegram,
-                   std::optional<TunnelId> except = std::nullopt);
+    Backlog Broadcast(TimePoint now, const KnxFrames::LData& telegram,
+                      std::optional<TunnelId> except = std::nullopt);
 
     /// Sends it likewise to one tunnel, if that is open.
-    void Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
+    Backlog Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
 
     /// Tells the clients of all management connections that a property has changed (M_PropInfo.ind), with its
     /// new value; but not the one whose request the listener is just carrying out, which will have its

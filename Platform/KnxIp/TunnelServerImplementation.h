@@ -31,8 +31,8 @@ public:
     void OnStreamClosed(StreamId stream);
 
     // TunnelServerTelegrams.cpp
-    void Broadcast(TimePoint now, const KnxFrames::LData& telegram, std::optional<TunnelId> except);
-    void Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId tunnel);
+    Backlog Broadcast(TimePoint now, const KnxFrames::LData& telegram, std::optional<TunnelId> except);
+    Backlog Send(TimePoint now, const KnxFrames::LData& telegram, TunnelId id);
 
     // TunnelServerManagement.cpp
     void AnnounceProperty(TimePoint now, const KnxFrames::ManagementMessage& property);

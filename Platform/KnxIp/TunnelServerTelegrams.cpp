@@ -11,17 +11,24 @@ using KnxFrames::FrameError;
 using KnxFrames::LData;
 using KnxFrames::MessageCode;
 
-void TunnelServer::Implementation::Broadcast(TimePoint now, const LData& telegram,
-                                             std::optional<TunnelId> except) {
+Backlog TunnelServer::Implementation::Broadcast(TimePoint now, const LData& telegram,
+                                                std::optional<TunnelId> except) {
+    Backlog backlog;
     for (std::size_t index = 0; index < m_tunnels.size(); ++index) {
-        if (m_tunnels[index].isOpen && except != index)
-            Send(now, m_tunnels[index], telegram, MessageCode::LDataInd);
+        if (except != index)
+            backlog |= Send(now, telegram, static_cast<TunnelId>(index));
     }
+    return backlog;
 }
 
-void TunnelServer::Implementation::Send(TimePoint now, const LData& telegram, TunnelId tunnel) {
-    if (m_tunnels.at(tunnel).isOpen)
-        Send(now, m_tunnels[tunnel], telegram, MessageCode::LDataInd);
+Backlog TunnelServer::Implementation::Send(TimePoint now, const LData& telegram, TunnelId id) {
+    Tunnel& tunnel = m_tunnels.at(id);
+    if (!tunnel.isOpen)
+        return {};
+    const auto dropped = tunnel.counters.dropped;
+    Send(now, tunnel, telegram, MessageCode::LDataInd);
+    return {4 * tunnel.queue.Size() >= 3 * m_config.queueLimit && !tunnel.queue.IsEmpty(),
+            tunnel.counters.dropped != dropped};
 }
 
 /// The tunnel that a telegram or its acknowledgement is for; null unless it comes from the tunnel's client.

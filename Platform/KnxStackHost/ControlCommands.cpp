@@ -113,7 +113,8 @@ json::object JsonOf(const RoutingStatus& routing) {
     const auto& counters = routing.counters;
     return {{"group", routing.group},        {"waiting", routing.waiting}, {"sent", counters.sent},
             {"received", counters.received}, {"own", counters.own},        {"dropped", counters.dropped},
-            {"busy", counters.busy},         {"lost", counters.lost}};
+            {"busy", counters.busy},         {"lost", counters.lost},      {"pauses", counters.pauses},
+            {"lostHere", counters.lostHere}};
 }
 
 json::object JsonOf(const LinksStatus& links) {

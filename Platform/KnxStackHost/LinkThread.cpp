@@ -193,20 +193,25 @@ private:
     void OpenRouting(const RoutingSettings& settings) {
         if (m_server)
             m_server->ShareAddress(true); // with the group, which may have the same port
-        m_routing.emplace(m_context, settings,
-                          [this](const LData& telegram) { m_router->FromInterface(telegram); });
+        m_routing.emplace(m_context, settings, [this](const LData& telegram) { FromGroup(telegram); });
         if (m_server)
             m_server->ShareAddress(false);
     }
 
+    void FromGroup(const LData& telegram) {
+        m_backlog = {};
+        m_router->FromInterface(telegram);
+        m_routing->OnPassedOn(m_backlog);
+    }
+
     void ToTunnels(const LData& telegram, std::optional<std::uint8_t> except) override {
         if (m_server)
-            m_server->Broadcast(telegram, except);
+            m_backlog |= m_server->Broadcast(telegram, except);
     }
 
     void ToTunnel(const LData& telegram, std::uint8_t tunnel) override {
         if (m_server)
-            m_server->Send(telegram, tunnel);
+            m_backlog |= m_server->Send(telegram, tunnel);
     }
 
     void ToInterface(const LData& telegram) override {
@@ -336,6 +341,7 @@ private:
     std::optional<BusRouter> m_router;
     std::optional<ServerLink> m_server;
     PropertyNews m_news;
+    KnxIp::Backlog m_backlog; // of what the telegram of the group that is being passed on went into
     std::optional<InterfaceLink> m_interface; // at most one of these two
     std::optional<RoutingBus> m_routing;
     NetworkChanges m_networkChanges{m_context, [this] { OnNetworkChanged(); }};

@@ -70,15 +70,24 @@ void RoutingBus::Stop() {
         Log(),
         fmt::format("multicast group {}: {} telegrams sent and {} received, {} dropped, {} waiting; "
                     "{} times busy, {} telegrams lost by others; {} own datagrams came back, {} "
-                    "others were none of routing, {} were refused",
+                    "others were none of routing, {} were refused; {} pauses asked for, {} telegrams lost "
+                    "by clients here",
                     m_group.ToString(), counters.sent, counters.received, counters.dropped, m_link.Waiting(),
-                    counters.busy, counters.lost, counters.own, m_foreign, m_refused.Total()));
+                    counters.busy, counters.lost, counters.own, m_foreign, m_refused.Total(), counters.pauses,
+                    counters.lostHere));
 }
 
 void RoutingBus::Send(const KnxFrames::LData& telegram) {
     m_link.Send(Now(), telegram);
     m_deadline.Set(m_link.NextTime());
     AfterWork();
+}
+
+void RoutingBus::OnPassedOn(KnxIp::Backlog backlog) {
+    if (backlog.isNearlyFull)
+        m_link.ReportBusy(Now());
+    if (backlog.hasOverflowed)
+        m_link.ReportLost(Now(), 1);
 }
 
 std::optional<TimePoint> RoutingBus::OnTime() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KnxIp/RoutingLink.h"
+#include "KnxIp/TunnelServer.h"
 #include "KnxStackHost/Configuration.h"
 #include "KnxStackHost/ControlTarget.h"
 #include "KnxStackHost/Notices.h"
@@ -23,6 +24,8 @@ public:
     void Start();
     void Stop();
     void Send(const KnxFrames::LData& telegram);
+    /// What became of the telegram that was received last, behind here.
+    void OnPassedOn(KnxIp::Backlog backlog);
     void OnNetworkChanged() { m_socket.RenewGroup(); }
     RoutingStatus Status() const { return {m_group.ToString(), m_link.Waiting(), m_link.Counters()}; }
 

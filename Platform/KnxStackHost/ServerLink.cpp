@@ -175,14 +175,16 @@ ServerStatus ServerLink::Status() const {
     return status;
 }
 
-void ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
-    m_server->Broadcast(Now(), telegram, except);
+KnxIp::Backlog ServerLink::Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except) {
+    const auto backlog = m_server->Broadcast(Now(), telegram, except);
     m_deadline.Set(m_server->NextTime());
+    return backlog;
 }
 
-void ServerLink::Send(const KnxFrames::LData& telegram, std::uint8_t tunnel) {
-    m_server->Send(Now(), telegram, tunnel);
+KnxIp::Backlog ServerLink::Send(const KnxFrames::LData& telegram, std::uint8_t tunnel) {
+    const auto backlog = m_server->Send(Now(), telegram, tunnel);
     m_deadline.Set(m_server->NextTime());
+    return backlog;
 }
 
 void ServerLink::Announce(const KnxFrames::ManagementMessage& property) {

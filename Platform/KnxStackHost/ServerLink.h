@@ -30,8 +30,8 @@ public:
 
     void Start();
     void Stop();
-    void Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
-    void Send(const KnxFrames::LData& telegram, std::uint8_t tunnel);
+    KnxIp::Backlog Broadcast(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
+    KnxIp::Backlog Send(const KnxFrames::LData& telegram, std::uint8_t tunnel);
     std::uint16_t Port() const { return m_socket.Local().port; }
     ServerStatus Status() const;
 

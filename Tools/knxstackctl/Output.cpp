@@ -90,8 +90,10 @@ void AddInterface(const json::object& interface, std::vector<std::string>& lines
 
 void AddRouting(const json::object& routing, std::vector<std::string>& lines) {
     static const std::vector<std::pair<std::string, const char*>> kColumns = {
-        {"SENT", "sent"},    {"RECEIVED", "received"}, {"WAITING", "waiting"},
-        {"LOST", "dropped"}, {"BUSY", "busy"},         {"LOST BY OTHERS", "lost"}};
+        {"SENT", "sent"},           {"RECEIVED", "received"},
+        {"WAITING", "waiting"},     {"LOST", "dropped"},
+        {"BUSY", "busy"},           {"LOST BY OTHERS", "lost"},
+        {"PAUSES ASKED", "pauses"}, {"LOST BY CLIENTS", "lostHere"}};
     lines.push_back(fmt::format("Routing {}", Text(routing, "group")));
     for (auto& line : ::Tools::AlignColumns({Header(kColumns), Row(routing, kColumns)}))
         lines.push_back("  " + line);

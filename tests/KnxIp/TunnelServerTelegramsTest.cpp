@@ -65,6 +65,29 @@ TEST(TunnelServer, ATelegramForOneTunnelGoesToThatOneAlone) {
     EXPECT_THROW(bench.Server().Send(bench.Now(), Telegram(), 2), std::out_of_range);
 }
 
+TEST(TunnelServer, SaysHowFullTheQueuesAre) {
+    auto config = Config();
+    config.queueLimit = 4;
+    ServerBench bench(config);
+    const auto broadcast = [&] {
+        const auto backlog = bench.Server().Broadcast(bench.Now(), Telegram());
+        return std::string(backlog.isNearlyFull ? "nearly full" : "room") +
+               (backlog.hasOverflowed ? ", lost" : "");
+    };
+    EXPECT_EQ(broadcast(), "room") << "nobody is there";
+    bench.OpenStream(1, kOther);
+    bench.ReceiveFrom(1, kConnectOverTcp);
+    bench.Connect();
+    EXPECT_EQ(broadcast(), "room") << "under way";
+    EXPECT_EQ(broadcast(), "room");
+    EXPECT_EQ(broadcast(), "room");
+    EXPECT_EQ(broadcast(), "nearly full") << "3 of 4";
+    EXPECT_EQ(broadcast(), "nearly full");
+    EXPECT_EQ(broadcast(), "nearly full, lost");
+    EXPECT_FALSE(bench.Server().Send(bench.Now(), Telegram(), 0).isNearlyFull) << "a stream has no queue";
+    EXPECT_TRUE(bench.Server().Send(bench.Now(), Telegram(), 1).hasOverflowed);
+}
+
 TEST(TunnelServer, PassesPointToPointAndBroadcastTelegramsUnharmed) {
     ServerBench bench;
     bench.m_onTelegram = [&](TunnelId origin, const LData& telegram) {

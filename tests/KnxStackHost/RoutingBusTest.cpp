@@ -104,6 +104,32 @@ TEST_F(OnARoutingBus, ABusyRouterIsGivenTheTimeThatItAsksFor) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, seconds(1));
 }
 
+TEST_F(OnARoutingBus, WhenAClientDoesNotKeepUpOthersAreAskedForAPauseAndToldWhatIsLost) {
+    DaemonProcess daemon(m_directory, OnGroup(m_name));
+    RawTunnel slow(daemon.Port());
+    ASSERT_TRUE(daemon.WaitForLog("joined the KNX bus"));
+    std::vector<Bytes> said;
+    // Fifty come for each that the client acknowledges.
+    ASSERT_TRUE(Eventually(
+        [&] {
+            for (int count = 0; count < 50; ++count)
+                m_group.Send(Indication(Telegram(0x29, 7)));
+            EXPECT_FALSE(slow.ReceiveIndication(seconds(20)).empty());
+            for (auto next = m_group.Receive(milliseconds(1)); !next.empty();
+                 next = m_group.Receive(milliseconds(1)))
+                said.push_back(next);
+            return said.size() > 1 && said.back()[3] == 0x31;
+        },
+        seconds(60)));
+    EXPECT_EQ(Bytes({0x06, 0x10, 0x05, 0x32, 0x00, 0x0C, 0x06, 0x00, 0x00, 0x64, 0x00, 0x00}), said.front());
+    EXPECT_THAT(said, testing::Contains(Bytes({0x06, 0x10, 0x05, 0x31, 0x00, 0x0A, 0x04, 0x00, 0x00, 0x01})));
+    daemon.Signal(SIGTERM);
+    ASSERT_EQ(0, daemon.WaitForEnd(seconds(30)));
+    EXPECT_THAT(daemon.Log(), testing::ContainsRegex("0 times busy, 0 telegrams lost by others; .*"
+                                                     " [1-9][0-9]* pauses asked for, [1-9][0-9]* telegrams "
+                                                     "lost by clients here"));
+}
+
 TEST_F(OnARoutingBus, TheRateIsThatOfTheConfiguration) {
     DaemonProcess daemon(m_directory, OnGroup(m_name, R"(, "rate": 20)"));
     RawTunnel tunnel(daemon.Port());

@@ -50,11 +50,12 @@ TEST(KnxstackctlText, LinksAreATableEach) {
             "Telegrams without a group object 10, refused by flags 11, unusable 12"));
     EXPECT_THAT(LinksLines(Json(R"({"server":null,"interface":{"name":"gateway:3671","connected":false}})")),
                 ElementsAre("Interface gateway:3671, not connected", testing::_, testing::_));
-    EXPECT_THAT(LinksLines(Json(R"({"routing":{"group":"224.0.23.12:3671","sent":1,"received":2,"waiting":3,
-                    "dropped":4,"busy":5,"lost":6}})")),
-                ElementsAre("Routing 224.0.23.12:3671",
-                            "  SENT  RECEIVED  WAITING  LOST  BUSY  LOST BY OTHERS",
-                            "  1     2         3        4     5     6"));
+    EXPECT_THAT(
+        LinksLines(Json(R"({"routing":{"group":"224.0.23.12:3671","sent":1,"received":2,"waiting":3,
+                    "dropped":4,"busy":5,"lost":6,"pauses":7,"lostHere":8}})")),
+        ElementsAre("Routing 224.0.23.12:3671",
+                    "  SENT  RECEIVED  WAITING  LOST  BUSY  LOST BY OTHERS  PAUSES ASKED  LOST BY CLIENTS",
+                    "  1     2         3        4     5     6               7             8"));
 }
 
 TEST(KnxstackctlText, ATelegramHasItsLocalTimeInFront) {
