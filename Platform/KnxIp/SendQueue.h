@@ -11,7 +11,8 @@
 namespace KnxIp {
 
 /// Telegrams in the order in which they were put in, whatever their priority; priority only decides who is
-/// dropped. One ring per priority makes that decision cheap also when a link is down for days.
+/// dropped. Confirmations are dropped when there is nothing else: their client waits for them alone. One ring
+/// for each makes that decision cheap also when a link is down for days.
 class SendQueue {
 public:
     struct Entry {
@@ -71,23 +72,28 @@ public:
 
 private:
     FrameRing<Entry>& RingOf(const KnxFrames::LData& telegram) {
+        if (telegram.code == KnxFrames::MessageCode::LDataCon)
+            return m_rings[kConfirmations];
         return m_rings[static_cast<std::size_t>(telegram.GetPriority())];
     }
 
     FrameRing<Entry>& LowestRing() {
         using KnxFrames::Priority;
-        for (const Priority priority : {Priority::Low, Priority::Normal, Priority::Urgent}) {
+        for (const Priority priority :
+             {Priority::Low, Priority::Normal, Priority::Urgent, Priority::System}) {
             FrameRing<Entry>& ring = m_rings[static_cast<std::size_t>(priority)];
             if (!ring.IsEmpty())
                 return ring;
         }
-        return m_rings[static_cast<std::size_t>(Priority::System)];
+        return m_rings[kConfirmations];
     }
+
+    static constexpr std::size_t kConfirmations = 4; // behind the priorities
 
     const std::size_t m_limit;
     std::size_t m_size = 0;
     std::uint64_t m_nextNumber = 0;
-    std::array<FrameRing<Entry>, 4> m_rings; // by the bits of the priority
+    std::array<FrameRing<Entry>, kConfirmations + 1> m_rings; // by the bits of the priority
 };
 
 } // namespace KnxIp

@@ -278,6 +278,45 @@ TEST(TunnelServer, AFullQueueDropsTheOldestOfTheLowestPriorityAndKeepsTheOrder) 
     EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
 }
 
+TEST(TunnelServer, AFullQueueDropsAConfirmationOnlyWhenThereIsNothingElse) {
+    TunnelServerConfig config = Config();
+    config.queueLimit = 2;
+    ServerBench bench(std::move(config));
+    bench.Connect();
+    bench.Server().Broadcast(bench.Now(), Telegram(0)); // under way
+    bench.Receive(kClientData, kRequest + "00" + kSwitchOn);
+    for (std::uint8_t value = 1; value < 4; ++value) {
+        LData telegram = Telegram(value);
+        telegram.SetPriority(KnxFrames::Priority::System);
+        bench.Server().Broadcast(bench.Now(), telegram);
+    }
+    EXPECT_EQ(bench.Server().Counters(0).dropped, 2U);
+    bench.Take();
+    bench.Receive(kClientData, kAck + "0000");
+    bench.Receive(kClientData, kAck + "0100");
+    for (const char* sequence : {"01", "02", "03"}) // nothing else is left
+        bench.Receive(kClientData, kRequest + sequence + " 00 1100bce000000a0301008" + sequence[1]);
+    bench.Receive(kClientData, kAck + "0200");
+    EXPECT_EQ(bench.Take(), R"(
+0.000 < client-data 06100421000a 04010000
+0.000 > client-data 061004200015 040101002e00bce011fa0a03010081
+0.000 < client-data 06100421000a 04010100
+0.000 > client-data 061004200015 040102002900b0e011040a03010083
+0.000 < client-data 061004200015 040101001100bce000000a03010081
+0.000 > client-data 06100421000a 04010100
+0.000 ! telegram of tunnel 0: 1.1.250 -> 1/2/3 GroupValue_Write 01
+0.000 < client-data 061004200015 040102001100bce000000a03010082
+0.000 > client-data 06100421000a 04010200
+0.000 ! telegram of tunnel 0: 1.1.250 -> 1/2/3 GroupValue_Write 02
+0.000 < client-data 061004200015 040103001100bce000000a03010083
+0.000 > client-data 06100421000a 04010300
+0.000 ! telegram of tunnel 0: 1.1.250 -> 1/2/3 GroupValue_Write 03
+0.000 < client-data 06100421000a 04010200
+0.000 > client-data 061004200015 040103002e00bce011fa0a03010082
+)");
+    EXPECT_EQ(bench.Server().Counters(0).dropped, 3U);
+}
+
 TEST(TunnelServer, WhatStillWaitsWhenATunnelIsClosedIsCountedAsLost) {
     ServerBench bench;
     bench.Connect();
