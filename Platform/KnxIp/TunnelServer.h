@@ -79,6 +79,9 @@ struct TunnelCounters {
     std::uint64_t dropped = 0;
     std::uint64_t unsupported =
         0; ///< requests of the client that were no L_Data.req; acknowledged, else ignored
+    /// Frames that have waited for the client at the same time, at most; never more than the queue's limit.
+    /// Over a stream nothing waits here.
+    std::uint64_t mostWaiting = 0;
 };
 
 /// The queues that a telegram was put into.

@@ -131,6 +131,7 @@ void TunnelServer::Implementation::Send(TimePoint now, Tunnel& tunnel, LData tel
             return;
     }
     SendNext(now, tunnel);
+    tunnel.counters.mostWaiting = std::max<std::uint64_t>(tunnel.counters.mostWaiting, tunnel.queue.Size());
 }
 
 void TunnelServer::Implementation::SendNext(TimePoint now, Tunnel& tunnel) {

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
 #include <pthread.h>
 #include <utility>
 
@@ -57,7 +58,10 @@ void ApplicationThread::Post(Callback callback) {
     bool overflows = false;
     {
         const std::lock_guard lock(m_mutex);
-        overflows = !m_queue.Push(std::move(callback)) && m_replaced++ == 0;
+        const bool replaces = !m_queue.Push(std::move(callback));
+        overflows = replaces && m_replaced++ == 0;
+        m_telegrams.replaced += replaces ? 1 : 0;
+        m_telegrams.mostWaiting = std::max(m_telegrams.mostWaiting, m_queue.Size());
     }
     m_posted.notify_one();
     if (overflows)
@@ -65,6 +69,13 @@ void ApplicationThread::Post(Callback callback) {
                        fmt::format("the application program has left {} telegrams waiting; from now on only "
                                    "the last one of each group object is kept",
                                    kQueueBound));
+}
+
+ProgramTelegrams ApplicationThread::Telegrams() const {
+    const std::lock_guard lock(m_mutex);
+    auto telegrams = m_telegrams;
+    telegrams.waiting = m_queue.Size();
+    return telegrams;
 }
 
 void ApplicationThread::PostReport(StartupState state) {
@@ -153,8 +164,10 @@ bool ApplicationThread::TakeRequests(Work& work) {
     if (work.stop || work.reload || work.restartDevice || !work.reports.empty())
         return true;
     work.step = m_lifecycle.Next(Clock::now());
-    if (work.step == Step::None && !m_lifecycle.HoldsCallbacks() && !m_queue.IsEmpty())
+    if (work.step == Step::None && !m_lifecycle.HoldsCallbacks() && !m_queue.IsEmpty()) {
         work.callback = m_queue.Pop();
+        ++m_telegrams.delivered;
+    }
     return work.step != Step::None || work.callback;
 }
 
@@ -295,6 +308,7 @@ void ApplicationThread::DropWaiting() {
         waiting = m_queue.Size();
         m_queue.Clear();
         m_replaced = 0;
+        m_telegrams.dropped += waiting;
     }
     if (waiting != 0)
         LOG4CPLUS_WARN(Log(),

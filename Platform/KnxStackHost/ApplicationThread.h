@@ -80,6 +80,9 @@ public:
     /// "stopped", "starting", "running" or "failed". Any thread.
     const char* StateText() const { return m_stateText; }
 
+    /// What came for the program since the daemon's start. Any thread.
+    ProgramTelegrams Telegrams() const;
+
 private:
     using Clock = std::chrono::steady_clock;
     using Step = ProgramLifecycle::Step;
@@ -127,10 +130,12 @@ private:
 
     std::atomic<const char*> m_stateText{"stopped"};
 
-    std::mutex m_mutex; // guards what follows, up to the thread; held for moments, never while calling out
+    mutable std::mutex
+        m_mutex; // guards what follows, up to the thread; held for moments, never while calling out
     std::condition_variable m_posted;
     CallbackQueue m_queue{kQueueBound};
     std::size_t m_replaced = 0; // callbacks replaced since the queue was last empty
+    ProgramTelegrams m_telegrams;
     std::vector<StartupState> m_reports;
     bool m_reloadRequested = false;
     bool m_restartRequested = false;

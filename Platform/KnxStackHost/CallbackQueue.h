@@ -18,6 +18,16 @@ struct Callback {
     KnxStack::GroupValue value; ///< of a write or response
 };
 
+/// Group telegrams on their way to the application program, one count for each group object that takes one.
+/// What came is delivered, replaced, dropped or waiting.
+struct ProgramTelegrams {
+    std::uint64_t delivered = 0;
+    std::uint64_t replaced = 0;  ///< by newer ones of the same group object, as the program did not keep up
+    std::uint64_t dropped = 0;   ///< since the group objects had changed before the program got to them
+    std::size_t waiting = 0;     ///< now
+    std::size_t mostWaiting = 0; ///< at the same time
+};
+
 /// A queue in the order of the bus that never loses the last word: up to `bound` callbacks are all kept;
 /// beyond that, a new one takes the place of the newest waiting one of the same object and service. So its
 /// size is below `bound` plus three times the number of objects. Not synchronised.

@@ -65,6 +65,14 @@ GroupAddress GroupOf(const json::object& params) {
     return *address;
 }
 
+json::object JsonOf(const ProgramTelegrams& telegrams) {
+    return {{"delivered", telegrams.delivered},
+            {"replaced", telegrams.replaced},
+            {"dropped", telegrams.dropped},
+            {"waiting", telegrams.waiting},
+            {"mostWaiting", telegrams.mostWaiting}};
+}
+
 json::object StatusOf(const DeviceStatus& status) {
     json::object states;
     for (const auto& [object, state] : status.loadStates)
@@ -77,6 +85,7 @@ json::object StatusOf(const DeviceStatus& status) {
             {"restartPending", status.restartPending},
             {"groupObjects", status.groupObjects},
             {"program", status.program},
+            {"programTelegrams", JsonOf(status.programTelegrams)},
             {"image", status.image},
             {"uptime", status.uptime.count()}};
 }
@@ -87,7 +96,7 @@ json::object JsonOf(const TunnelStatus& tunnel) {
             {"fromClient", counters.fromClient},    {"toClient", counters.toClient},
             {"repeated", counters.repeated},        {"duplicates", counters.duplicates},
             {"outOfOrder", counters.outOfOrder},    {"dropped", counters.dropped},
-            {"unsupported", counters.unsupported}};
+            {"unsupported", counters.unsupported},  {"mostWaiting", counters.mostWaiting}};
 }
 
 json::object JsonOf(const InterfaceStatus& interface) {

@@ -6,6 +6,7 @@
 #include "KnxIp/RoutingLink.h"
 #include "KnxIp/TunnelClient.h"
 #include "KnxIp/TunnelServer.h"
+#include "KnxStackHost/CallbackQueue.h"
 
 #include <chrono>
 #include <cstddef>
@@ -26,7 +27,8 @@ struct DeviceStatus {
     bool restartPending = false;
     std::size_t groupObjects = 0;
     const char* program = ""; ///< state of the application program: "running", ...
-    std::string image;        ///< path of the device image; "" = none
+    ProgramTelegrams programTelegrams;
+    std::string image; ///< path of the device image; "" = none
     std::chrono::seconds uptime{};
 };
 

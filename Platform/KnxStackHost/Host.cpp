@@ -153,6 +153,7 @@ DeviceStatus Host::Status() const {
     status.restartPending = m_management.IsRestartPending();
     status.groupObjects = m_objects.Tables()->Count();
     status.program = m_application.StateText();
+    status.programTelegrams = m_application.Telegrams();
     status.image = m_configuration.device.image;
     status.uptime =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_started);

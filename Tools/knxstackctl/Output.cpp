@@ -47,8 +47,9 @@ std::vector<std::string> Header(const std::vector<std::pair<std::string, const c
 
 void AddServer(const json::object& server, std::vector<std::string>& lines) {
     static const std::vector<std::pair<std::string, const char*>> kColumns = {
-        {"FROM CLIENT", "fromClient"}, {"TO CLIENT", "toClient"},      {"REPEATED", "repeated"},
-        {"DUPLICATES", "duplicates"},  {"OUT OF ORDER", "outOfOrder"}, {"LOST", "dropped"}};
+        {"FROM CLIENT", "fromClient"},  {"TO CLIENT", "toClient"},      {"REPEATED", "repeated"},
+        {"DUPLICATES", "duplicates"},   {"OUT OF ORDER", "outOfOrder"}, {"LOST", "dropped"},
+        {"MOST WAITING", "mostWaiting"}};
     lines.push_back(
         fmt::format("Server {}, {}", Text(server, "endpoint"), Flag(server, "tcp") ? "UDP and TCP" : "UDP"));
     auto header = Header(kColumns);
@@ -119,9 +120,14 @@ std::vector<std::string> StatusLines(const json::object& status) {
     Rows rows{{"device", fmt::format("{} \"{}\"", Text(status, "address"), Text(status, "name"))},
               {"serial number", Text(status, "serialNumber")},
               {"programming mode", yesNo("programmingMode", "on", "off")},
-              {"program", Text(status, "program")},
-              {"restart pending", yesNo("restartPending", "yes", "no")},
-              {"group objects", std::to_string(Number(status, "groupObjects"))}};
+              {"program", Text(status, "program")}};
+    if (const auto* telegrams = Object(status, "programTelegrams"))
+        rows.push_back({"telegrams for it",
+                        fmt::format("{} delivered, {} replaced, {} waiting, at most {}",
+                                    Number(*telegrams, "delivered"), Number(*telegrams, "replaced"),
+                                    Number(*telegrams, "waiting"), Number(*telegrams, "mostWaiting"))});
+    rows.push_back({"restart pending", yesNo("restartPending", "yes", "no")});
+    rows.push_back({"group objects", std::to_string(Number(status, "groupObjects"))});
     if (const auto* states = Object(status, "loadStates"))
         for (const auto& state : *states)
             rows.push_back({std::string(state.key()), Text(*states, std::string(state.key()).c_str())});

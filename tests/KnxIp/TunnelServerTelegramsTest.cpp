@@ -221,6 +221,7 @@ TEST(TunnelServer, ABurstPassesInOrder) {
         expected = "\n0.000 < client-data 06100421000a 0401" + sequence + "00\n";
     }
     EXPECT_EQ(bench.Server().Counters(0).toClient, kBurst + 1);
+    EXPECT_EQ(bench.Server().Counters(0).mostWaiting, kBurst);
     EXPECT_EQ(bench.Server().Counters(0).dropped, 0U);
 }
 
@@ -247,6 +248,7 @@ TEST(TunnelServer, AFullQueueDropsItsOldestAndSaysSoOncePerBurst) {
 0.000 ! tunnel 0 overflows
 )");
     EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
+    EXPECT_EQ(bench.Server().Counters(0).mostWaiting, 2U);
 }
 
 TEST(TunnelServer, AFullQueueDropsTheOldestOfTheLowestPriorityAndKeepsTheOrder) {

@@ -214,6 +214,12 @@ TEST_F(Application, AHangingCallbackHoldsUpNobodyAndTheLastValueOfEachObjectArri
     ASSERT_EQ(expected, entries.size());
     EXPECT_EQ("write 2 c7", entries[expected - 2]);
     EXPECT_EQ("write 1 01", entries[expected - 1]);
+    const auto telegrams = m_thread->Telegrams();
+    EXPECT_EQ(ApplicationThread::kQueueBound + 2, telegrams.delivered);
+    EXPECT_EQ(20000 - ApplicationThread::kQueueBound, telegrams.replaced);
+    EXPECT_EQ(0u, telegrams.dropped);
+    EXPECT_EQ(0u, telegrams.waiting);
+    EXPECT_EQ(ApplicationThread::kQueueBound + 1, telegrams.mostWaiting);
 }
 
 TEST_F(Application, AFailedInitIsRetriedWithANewProgram) {
@@ -309,6 +315,7 @@ TEST_F(Application, AReloadWithOtherObjectsDropsWhatWasForTheFormerOnesAlone) {
     m_thread->RequestReload();
     EXPECT_THAT(m_journal.Wait(9), ElementsAre("create", "init", "read everything", "exit", "delete",
                                                "apply everything", "create", "init", "write 2 08"));
+    EXPECT_EQ(1u, m_thread->Telegrams().dropped);
 }
 
 TEST_F(Application, AnUnusableConfigurationChangesNothing) {

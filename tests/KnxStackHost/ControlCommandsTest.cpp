@@ -51,12 +51,15 @@ TEST_F(Control, StatusIsTheDevice) {
                        true,
                        62,
                        "running",
+                       {9, 3, 1, 2, 7},
                        "/var/lib/image",
                        std::chrono::seconds(90)};
     EXPECT_EQ(R"({"jsonrpc":"2.0","id":7,"result":{"address":"1.1.250","name":"house",)"
               R"("serialNumber":"00fa01020304","programmingMode":true,)"
               R"("loadStates":{"group address table":"loaded","application program":"error"},)"
-              R"("restartPending":true,"groupObjects":62,"program":"running","image":"/var/lib/image",)"
+              R"("restartPending":true,"groupObjects":62,"program":"running",)"
+              R"("programTelegrams":{"delivered":9,"replaced":3,"dropped":1,"waiting":2,"mostWaiting":7},)"
+              R"("image":"/var/lib/image",)"
               R"("uptime":90}})"
               "\n",
               Answer(R"({"jsonrpc":"2.0","id":7,"method":"status"})"));
@@ -69,12 +72,13 @@ TEST_F(Control, LinksAreServerInterfaceRoutingAndWhatWentNowhere) {
               (m_target.links.bus = {1, 2, 3}, Answer(R"({"id":"a","method":"links"})")));
     m_target.links.server = {"127.0.0.1:3671", true, {{KnxFrames::IndividualAddress(1, 1, 251), "", {}}}};
     m_target.links.server->tunnels[0].counters.dropped = 5;
+    m_target.links.server->tunnels[0].counters.mostWaiting = 6;
     m_target.links.interface = InterfaceStatus{"gateway:3671", false, {}, 4, {}};
     m_target.links.routing = RoutingStatus{"224.0.23.12:3671", 2, {}};
     const auto answer = Answer(R"({"id":1,"method":"links"})");
     EXPECT_THAT(answer, HasSubstr(R"("endpoint":"127.0.0.1:3671","tcp":true,"tunnels":[{"address":"1.1.251",)"
                                   R"("client":"","fromClient":0,)"));
-    EXPECT_THAT(answer, HasSubstr(R"("dropped":5)"));
+    EXPECT_THAT(answer, HasSubstr(R"("dropped":5,"unsupported":0,"mostWaiting":6)"));
     EXPECT_THAT(answer, HasSubstr(R"("interface":{"name":"gateway:3671","connected":false,"address":"",)"
                                   R"("waiting":4,)"));
     EXPECT_THAT(answer, HasSubstr(R"("routing":{"group":"224.0.23.12:3671","waiting":2,)"));

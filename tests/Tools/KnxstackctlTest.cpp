@@ -102,9 +102,11 @@ TEST_F(Knxstackctl, StatusShowsTheDevice) {
     EXPECT_EQ(0, result.code);
     EXPECT_THAT(result.output,
                 StartsWith("device               1.1.250 \"test host\"\nserial number        "));
-    EXPECT_THAT(result.output, HasSubstr("\nprogramming mode     off\nprogram              running\n"
-                                         "restart pending      no\ngroup objects        5\n"
-                                         "group address table  loaded\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("\nprogramming mode     off\nprogram              running\n"
+                          "telegrams for it     0 delivered, 0 replaced, 0 waiting, at most 0\n"
+                          "restart pending      no\ngroup objects        5\n"
+                          "group address table  loaded\n"));
     const auto json = boost::json::parse(Run({"--json", "status"}).output);
     EXPECT_EQ("1.1.250", json.at("address").as_string());
     EXPECT_EQ(5, json.at("groupObjects").as_int64());

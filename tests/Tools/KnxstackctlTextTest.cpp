@@ -18,9 +18,12 @@ boost::json::object Json(const char* text) {
 TEST(KnxstackctlText, StatusIsOneLineEach) {
     EXPECT_THAT(StatusLines(Json(R"({"address":"1.1.250","name":"House","serialNumber":"00fa01020304",
                     "programmingMode":true,"loadStates":{"group address table":"loaded","application program":"error"},
-                    "restartPending":false,"groupObjects":62,"program":"running","image":"","uptime":93784})")),
+                    "restartPending":false,"groupObjects":62,"program":"running",
+                    "programTelegrams":{"delivered":9,"replaced":3,"dropped":0,"waiting":2,"mostWaiting":7},
+                    "image":"","uptime":93784})")),
                 ElementsAre("device               1.1.250 \"House\"", "serial number        00fa01020304",
                             "programming mode     on", "program              running",
+                            "telegrams for it     9 delivered, 3 replaced, 2 waiting, at most 7",
                             "restart pending      no", "group objects        62",
                             "group address table  loaded", "application program  error",
                             "image                none", "uptime               1 d 02:03:04"));
@@ -30,20 +33,20 @@ TEST(KnxstackctlText, LinksAreATableEach) {
     EXPECT_THAT(
         LinksLines(Json(R"({"server":{"endpoint":"0.0.0.0:3671","tcp":true,"tunnels":[
                 {"address":"1.1.251","client":"10.0.0.9:4000 over TCP","fromClient":3,"toClient":12,"repeated":1,
-                 "duplicates":2,"outOfOrder":0,"dropped":4},
+                 "duplicates":2,"outOfOrder":0,"dropped":4,"mostWaiting":25},
                 {"address":"1.1.252","client":"","fromClient":0,"toClient":0,"repeated":0,"duplicates":0,
-                 "outOfOrder":0,"dropped":0}]},
+                 "outOfOrder":0,"dropped":0,"mostWaiting":0}]},
             "interface":{"name":"gateway:3671","connected":true,"address":"1.1.17","waiting":7,"sent":1,"received":2,
                          "repeated":3,"dropped":4,"noAck":5,"noConfirmation":6,"negativeConfirm":8,"connections":9},
             "routing":null,"bus":{"unknownAddress":10,"refusedByFlags":11,"unusable":12}})")),
         ElementsAre(
             "Server 0.0.0.0:3671, UDP and TCP",
             "  TUNNEL   CLIENT                  FROM CLIENT  TO CLIENT  REPEATED  DUPLICATES  OUT OF ORDER  "
-            "LOST",
+            "LOST  MOST WAITING",
             "  1.1.251  10.0.0.9:4000 over TCP  3            12         1         2           0             "
-            "4",
+            "4     25",
             "  1.1.252  -                       0            0          0         0           0             "
-            "0",
+            "0     0",
             "Interface gateway:3671, connected as 1.1.17",
             "  SENT  RECEIVED  WAITING  REPEATED  LOST  NO ACK  NO CONFIRMATION  REFUSED BY BUS  CONNECTIONS",
             "  1     2         7        3         4     5       6                8               9",
