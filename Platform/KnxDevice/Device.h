@@ -31,16 +31,26 @@ struct DeviceIdentity {
     IndividualAddress factoryAddress; ///< until somebody writes another one
 };
 
-/// Facts about the device's place in the IP network, for its KNXnet/IP parameter object. IPv4 addresses are
-/// numbers, 192.168.1.2 is C0A80102h; 0 = not known.
-struct IpFacts {
+/// A place in the IP network. IPv4 addresses are numbers, 192.168.1.2 is C0A80102h; 0 = there is none, or it
+/// is not known.
+struct IpPlace {
     std::uint32_t address = 0;
     std::uint32_t subnetMask = 0;
-    std::uint32_t gateway = 0;
+    std::uint32_t gateway = 0;         ///< of the default route
+    std::array<std::uint8_t, 6> mac{}; ///< all zeros for loopback
+};
+
+/// What the device's KNXnet/IP parameter object says about the IP network.
+struct IpFacts {
+    IpPlace place;
     std::uint32_t multicast = 0;
-    std::array<std::uint8_t, 6> mac{};
     std::vector<IndividualAddress> tunnels;
     bool routes = false;
+    bool busIsUnreachable = false;
+    std::uint64_t sentToIp = 0; ///< telegrams since the start
+    std::uint64_t sentToBus = 0;
+    std::uint64_t lostToIp = 0; ///< likewise, because a queue was full
+    std::uint64_t lostToBus = 0;
 };
 
 /// The interface objects that every device has, by their index.
@@ -163,12 +173,9 @@ public:
     /// A persistent property of the application program was written by the bus.
     void PropertyWritten() { Changed(DeviceChange::Stored); }
 
-    const IpFacts& Ip() const { return m_ip; }
-    void SetIpFacts(IpFacts facts) { m_ip = std::move(facts); }
-
-    /// The bus cannot be reached. No part of the state; the listener is not told.
-    bool HasBusFault() const { return m_busFault; }
-    void SetBusFault(bool fault) { m_busFault = fault; }
+    /// Asked anew each time; all unknown without a source.
+    IpFacts Ip() const { return m_ip ? m_ip() : IpFacts{}; }
+    void SetIpFacts(std::function<IpFacts()> source) { m_ip = std::move(source); }
 
     // Access.
 
@@ -229,10 +236,9 @@ private:
     const DeviceIdentity m_identity;
     InterfaceObjects& m_objects;
     OnChanged m_listener;
-    IpFacts m_ip;
+    std::function<IpFacts()> m_ip;
     IndividualAddress m_address;
     bool m_programmingMode = false;
-    bool m_busFault = false;
     std::array<AccessKey, kAnybody> m_keys{kNoKey, kNoKey, kNoKey};
     std::uint8_t m_deviceControl = 0;
     std::uint8_t m_hopCount = 6;

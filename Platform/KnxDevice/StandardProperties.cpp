@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
+#include <limits>
 #include <utility>
 
 namespace KnxDevice {
@@ -65,12 +67,19 @@ constexpr PropertyId kIpCapabilities = 56;
 constexpr PropertyId kCurrentIpAddress = 57;
 constexpr PropertyId kCurrentSubnetMask = 58;
 constexpr PropertyId kCurrentGateway = 59;
+constexpr PropertyId kIpAddress = 60;
+constexpr PropertyId kSubnetMask = 61;
+constexpr PropertyId kGateway = 62;
 constexpr PropertyId kMacAddress = 64;
 constexpr PropertyId kSetupMulticast = 65;
 constexpr PropertyId kRoutingMulticast = 66;
 constexpr PropertyId kTimeToLive = 67;
 constexpr PropertyId kCapabilities = 68;
 constexpr PropertyId kDeviceState = 69;
+constexpr PropertyId kQueueOverflowToIp = 72;
+constexpr PropertyId kQueueOverflowToBus = 73;
+constexpr PropertyId kSentToIp = 74;
+constexpr PropertyId kSentToBus = 75;
 constexpr PropertyId kFriendlyName = 76;
 } // namespace Id
 
@@ -272,27 +281,53 @@ Properties IpParameterAddresses(Device& device) {
     constexpr unsigned kManual = 1; // assignment method: none of ours, the operating system has the address
     constexpr unsigned kTunnellingAndRouting = 0x0006; // capabilities: bit 1 tunnelling, bit 2 routing
     Properties properties;
-    const auto ip = [&device](std::uint32_t IpFacts::*fact) {
-        return [&device, fact] { return device.Ip().*fact; };
+    const auto add = [&](PropertyId id, std::uint32_t IpPlace::*part) {
+        properties.push_back(Number32Of(id, [&device, part] { return device.Ip().place.*part; }));
     };
     properties.push_back(Number8Of(Id::kCurrentAssignment, kUnsignedChar, [] { return kManual; }));
     properties.push_back(Number8Of(Id::kAssignment, kUnsignedChar, [] { return kManual; }));
     properties.push_back(Number8Of(Id::kIpCapabilities, kBitset8, [] { return 0; }));
-    properties.push_back(Number32Of(Id::kCurrentIpAddress, ip(&IpFacts::address)));
-    properties.push_back(Number32Of(Id::kCurrentSubnetMask, ip(&IpFacts::subnetMask)));
-    properties.push_back(Number32Of(Id::kCurrentGateway, ip(&IpFacts::gateway)));
-    properties.push_back(ReadOnly(Id::kMacAddress, kGeneric06,
-                                  [&device](Scratch& scratch) { return PutAll(scratch, device.Ip().mac); }));
+    add(Id::kCurrentIpAddress, &IpPlace::address);
+    add(Id::kCurrentSubnetMask, &IpPlace::subnetMask);
+    add(Id::kCurrentGateway, &IpPlace::gateway);
+    add(Id::kIpAddress, &IpPlace::address);
+    add(Id::kSubnetMask, &IpPlace::subnetMask);
+    add(Id::kGateway, &IpPlace::gateway);
+    properties.push_back(ReadOnly(Id::kMacAddress, kGeneric06, [&device](Scratch& scratch) {
+        return PutAll(scratch, device.Ip().place.mac);
+    }));
     properties.push_back(Number32Of(Id::kSetupMulticast, [] { return 0xE000170CU; })); // 224.0.23.12
-    properties.push_back(Number32Of(Id::kRoutingMulticast, ip(&IpFacts::multicast)));
+    properties.push_back(Number32Of(Id::kRoutingMulticast, [&device] { return device.Ip().multicast; }));
     properties.push_back(Number8Of(Id::kTimeToLive, kUnsignedChar, [] { return 16; }));
     properties.push_back(Number16Of(Id::kCapabilities, kBitset16, [&device] {
         return device.Ip().routes ? kTunnellingAndRouting : kTunnellingAndRouting & ~0x0004U;
     }));
-    // Bit 0: no way to the KNX bus. Bit 1, no way to the IP network, nobody could read.
-    properties.push_back(
-        Number8Of(Id::kDeviceState, kBitset8, [&device] { return device.HasBusFault() ? 1U : 0U; }));
     return properties;
+}
+
+/// What passes between bus and IP network. Counters stay at their most.
+Properties IpParameterTraffic(Device& device) {
+    constexpr unsigned kBusFault = 0x01; // 02h, no way to the IP network, nobody could read
+    Properties properties;
+    properties.push_back(Number8Of(Id::kDeviceState, kBitset8,
+                                   [&device] { return device.Ip().busIsUnreachable ? kBusFault : 0; }));
+    const auto count = [&device]<class Number>(std::uint64_t IpFacts::*fact, Number) {
+        return [&device, fact] {
+            return static_cast<Number>(
+                std::min<std::uint64_t>(device.Ip().*fact, std::numeric_limits<Number>::max()));
+        };
+    };
+    properties.push_back(
+        Number16Of(Id::kQueueOverflowToIp, kUnsignedInt, count(&IpFacts::lostToIp, std::uint16_t{})));
+    properties.push_back(
+        Number16Of(Id::kQueueOverflowToBus, kUnsignedInt, count(&IpFacts::lostToBus, std::uint16_t{})));
+    properties.push_back(Number32Of(Id::kSentToIp, count(&IpFacts::sentToIp, std::uint32_t{})));
+    properties.push_back(Number32Of(Id::kSentToBus, count(&IpFacts::sentToBus, std::uint32_t{})));
+    return properties;
+}
+
+void Append(Properties& properties, Properties further) {
+    std::move(further.begin(), further.end(), std::back_inserter(properties));
 }
 
 Properties IpParameterObject(Device& device) {
@@ -318,8 +353,8 @@ Properties IpParameterObject(Device& device) {
             return scratch;
         },
         0xFF));
-    auto addresses = IpParameterAddresses(device);
-    std::move(addresses.begin(), addresses.end(), std::back_inserter(properties));
+    Append(properties, IpParameterAddresses(device));
+    Append(properties, IpParameterTraffic(device));
     constexpr std::uint16_t kNameSize = 30;
     auto name = Writable(
         Id::kFriendlyName, kUnsignedChar,

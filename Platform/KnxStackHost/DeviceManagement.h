@@ -53,9 +53,7 @@ public:
 
     LoadedDevice Loaded() const;
     const KnxDevice::Device& Device() const { return m_device; }
-    void SetIpFacts(KnxDevice::IpFacts facts) { m_device.SetIpFacts(std::move(facts)); }
-    /// See Device; clients are not told by this.
-    void SetBusFault(bool fault) { m_device.SetBusFault(fault); }
+    void SetIpFacts(std::function<KnxDevice::IpFacts()> source) { m_device.SetIpFacts(std::move(source)); }
     KnxFrames::IndividualAddress Address() const { return m_device.Address(); }
     bool IsInProgrammingMode() const { return m_device.IsInProgrammingMode(); }
     /// The state of each object that a download loads, by the name of the object.

@@ -186,7 +186,7 @@ void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
     if (m_client.Counters().connections > 1)
         ReportCounts();
     if (m_connection)
-        m_connection(true);
+        m_connection();
 }
 
 void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
@@ -196,7 +196,7 @@ void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
                    fmt::format("the connection to the KNX/IP interface {} has ended: {}; connecting again",
                                Name(), KnxIp::ToString(failure)));
     if (m_connection)
-        m_connection(false);
+        m_connection();
 }
 
 void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, milliseconds retryIn) {

@@ -30,7 +30,7 @@ public:
     void Start();
     void Stop();
     /// Calls `told` with each change of IsConnected(), but for Stop().
-    void TellOfConnections(std::function<void(bool connected)> told) { m_connection = std::move(told); }
+    void TellOfConnections(std::function<void()> told) { m_connection = std::move(told); }
     void Send(const KnxFrames::LData& telegram);
     bool IsConnected() const { return m_client.IsConnected(); }
     InterfaceStatus Status() const {
@@ -65,7 +65,7 @@ private:
     boost::asio::io_context& m_context;
     const InterfaceSettings m_settings;
     OnTelegramFrom m_received;
-    std::function<void(bool)> m_connection;
+    std::function<void()> m_connection;
     UdpSocket m_socket; // not open when TCP is spoken
     TcpClient m_stream;
     NameLookUp m_nameLookUp;

@@ -7,6 +7,7 @@
 #include "KnxStackHost/InterfaceLink.h"
 #include "KnxStackHost/LocalManagement.h"
 #include "KnxStackHost/NetworkChanges.h"
+#include "KnxStackHost/NetworkPlace.h"
 #include "KnxStackHost/RoutingBus.h"
 #include "KnxStackHost/ServerLink.h"
 
@@ -68,8 +69,8 @@ public:
             OpenInterface(*m_configuration.interface);
         if (m_configuration.routing)
             OpenRouting(*m_configuration.routing);
+        management.SetIpFacts([this] { return GetIpFacts(); });
         if (m_server) {
-            management.SetIpFacts(m_server->Facts());
             m_server->ManageBy({[this](const KnxFrames::ManagementMessage& request) {
                                     return AnswerManagement(m_management->Properties(),
                                                             m_management->Device().FreeLevel(), request);
@@ -183,11 +184,7 @@ private:
     void OpenInterface(const InterfaceSettings& settings) {
         m_interface.emplace(m_context, settings,
                             [this](const LData& telegram) { m_router->FromInterface(telegram); });
-        m_management->SetBusFault(true);
-        m_interface->TellOfConnections([this](bool connected) {
-            m_management->SetBusFault(!connected);
-            OnDeviceChanged();
-        });
+        m_interface->TellOfConnections([this] { OnDeviceChanged(); });
     }
 
     void OpenRouting(const RoutingSettings& settings) {
@@ -284,6 +281,26 @@ private:
             status.routing = m_routing->Status();
         status.bus = m_router->Counts();
         return status;
+    }
+
+    KnxDevice::IpFacts GetIpFacts() const {
+        KnxDevice::IpFacts facts;
+        if (m_server)
+            facts = m_server->Facts();
+        else
+            facts.place = NetworkPlaceOf(0);
+        if (m_interface) {
+            const auto status = m_interface->Status();
+            facts.busIsUnreachable = !status.connected;
+            facts.sentToBus = status.counters.sent;
+            facts.lostToBus = status.counters.dropped;
+        }
+        if (m_routing) {
+            const auto status = m_routing->Status();
+            facts.sentToBus = status.counters.sent;
+            facts.lostToBus = status.counters.dropped;
+        }
+        return facts;
     }
 
     std::optional<TimePoint> OnManagementTime() {

@@ -1,7 +1,7 @@
 #include "KnxStackHost/ServerLink.h"
 
-#include "KnxStackHost/HardwareAddress.h"
 #include "KnxStackHost/LinkThread.h"
+#include "KnxStackHost/NetworkPlace.h"
 
 #include <boost/system/system_error.hpp>
 #include <fmt/format.h>
@@ -37,7 +37,7 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
     config.device.address = configuration.individualAddress;
     config.device.name = configuration.deviceName;
     config.device.multicast = 0;
-    config.device.mac = HardwareAddressOf(local.address);
+    config.device.mac = NetworkPlaceOf(local.address).mac;
     config.families = KnxIp::CoreAndTunnelling(configuration.server.tcp);
     config.managementConnections =
         std::min(kManagementConnections, kMostChannels - configuration.server.tunnels.size());
@@ -156,11 +156,19 @@ void ServerLink::SetDevice(const KnxDevice::Device& device) {
 
 KnxDevice::IpFacts ServerLink::Facts() const {
     KnxDevice::IpFacts facts;
-    facts.address = m_socket.Local().address;
+    facts.place = NetworkPlaceOf(m_socket.Local().address);
     facts.multicast = m_device.multicast;
-    facts.mac = m_device.mac;
     facts.tunnels = m_addresses;
     facts.routes = m_device.multicast != 0;
+    facts.sentToIp = m_toClients;
+    facts.lostToIp = m_lostToClients;
+    for (std::size_t place = 0; place < m_addresses.size(); ++place) {
+        const auto tunnel = static_cast<KnxIp::TunnelId>(place);
+        if (!m_server->IsOpen(tunnel))
+            continue;
+        facts.sentToIp += m_server->Counters(tunnel).toClient;
+        facts.lostToIp += m_server->Counters(tunnel).dropped;
+    }
     return facts;
 }
 
@@ -269,6 +277,8 @@ void ServerLink::OnTunnelOpened(KnxIp::TunnelId tunnel, KnxFrames::IndividualAdd
 void ServerLink::OnTunnelClosed(KnxIp::TunnelId tunnel, KnxIp::TunnelEnd end) {
     m_closed(tunnel);
     const auto& counters = m_server->Counters(tunnel);
+    m_toClients += counters.toClient;
+    m_lostToClients += counters.dropped;
     const auto line = LineAbout(tunnel, fmt::format("{}; {} telegrams from the client, {} to it, {} lost",
                                                     KnxIp::ToString(end), counters.fromClient,
                                                     counters.toClient, counters.dropped));

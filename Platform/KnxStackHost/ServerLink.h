@@ -51,7 +51,7 @@ public:
     /// A property has changed: clients of management connections are told (M_PropInfo.ind).
     void Announce(const KnxFrames::ManagementMessage& property);
 
-    /// The place of the server in the IP network.
+    /// The place of the server in the IP network, and what has gone to its clients.
     KnxDevice::IpFacts Facts() const;
 
     /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
@@ -109,8 +109,10 @@ private:
     Deadline m_deadline;
     Notices m_refused;
     Notices m_refusedClients;
-    std::uint64_t m_foreign = 0; // datagrams to the group that were for others
-    bool m_fromGroup = false;    // what is being received
+    std::uint64_t m_foreign = 0;   // datagrams to the group that were for others
+    bool m_fromGroup = false;      // what is being received
+    std::uint64_t m_toClients = 0; // telegrams, through tunnels that are closed
+    std::uint64_t m_lostToClients = 0;
     std::vector<TunnelLines> m_lines;
     LinePace m_managementPace{20};
     Manager m_manager;

@@ -58,6 +58,42 @@ TEST_F(Managed, KnowsPropertiesByTypeAndInstanceToo) {
     EXPECT_EQ("01cdc3510010c9000001f4", Ask("01cc c351 0010c9 01 0001")) << "too long for an answer";
 }
 
+TEST_F(Managed, TheIpParametersAreThoseOfTheMoment) {
+    EXPECT_EQ("03d60639100100000000", Ask("03d5 06 39 1001")) << "address, not known";
+    IpFacts facts;
+    facts.place = {0xC0A80102, 0xFFFFFF00, 0xC0A80101, {2, 0, 0, 0, 0, 1}};
+    facts.multicast = 0xE000170D;
+    facts.tunnels = {IndividualAddress(1, 1, 251), IndividualAddress(1, 1, 252)};
+    facts.routes = true;
+    m_device.SetIpFacts([&facts] { return facts; });
+    EXPECT_EQ("03d606352001"
+              "11fb11fc",
+              Ask("03d5 06 35 2001"))
+        << "addresses of tunnels";
+    for (const auto* const id : {"39", "3c"})
+        EXPECT_EQ(fmt::format("03d606{}1001c0a80102", id), Ask(fmt::format("03d5 06 {} 1001", id)))
+            << "address";
+    for (const auto* const id : {"3a", "3d"})
+        EXPECT_EQ(fmt::format("03d606{}1001ffffff00", id), Ask(fmt::format("03d5 06 {} 1001", id))) << "mask";
+    for (const auto* const id : {"3b", "3e"})
+        EXPECT_EQ(fmt::format("03d606{}1001c0a80101", id), Ask(fmt::format("03d5 06 {} 1001", id)))
+            << "gateway";
+    EXPECT_EQ("03d606401001020000000001", Ask("03d5 06 40 1001")) << "MAC address";
+    EXPECT_EQ("03d606421001e000170d", Ask("03d5 06 42 1001")) << "multicast group";
+    EXPECT_EQ("03d6064410010006", Ask("03d5 06 44 1001")) << "tunnelling and routing";
+    EXPECT_EQ("03d60645100100", Ask("03d5 06 45 1001")) << "no fault";
+    facts.busIsUnreachable = true;
+    facts.lostToIp = 0x1234;
+    facts.lostToBus = 0x10000;
+    facts.sentToIp = 0x100000000;
+    facts.sentToBus = 7;
+    EXPECT_EQ("03d60645100101", Ask("03d5 06 45 1001"));
+    EXPECT_EQ("03d6064810011234", Ask("03d5 06 48 1001"));
+    EXPECT_EQ("03d606491001ffff", Ask("03d5 06 49 1001")) << "more than it can count";
+    EXPECT_EQ("03d6064a1001ffffffff", Ask("03d5 06 4a 1001"));
+    EXPECT_EQ("03d6064b100100000007", Ask("03d5 06 4b 1001"));
+}
+
 TEST_F(Managed, NoPropertyIsAFunction) {
     EXPECT_EQ("02c90036", Ask("02c7 00 36 00 01")) << "command: no return code";
     EXPECT_EQ("02c900ff", Ask("02c8 00 ff 00")) << "state";
