@@ -76,6 +76,7 @@ struct Hpai {
 /// The device information block of a description.
 struct DeviceInformation {
     static constexpr std::uint8_t kMediumTp1 = 0x02;
+    static constexpr std::uint8_t kMediumIp = 0x20;
 
     std::uint8_t medium = kMediumTp1;
     bool programmingMode = false;

@@ -34,6 +34,7 @@ TimePoint Now() {
 
 KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, const Endpoint& local) {
     KnxIp::TunnelServerConfig config;
+    config.device.medium = KnxIp::DeviceInformation::kMediumIp; // as its device descriptor says
     config.device.address = configuration.individualAddress;
     config.device.name = configuration.deviceName;
     config.device.multicast = 0;

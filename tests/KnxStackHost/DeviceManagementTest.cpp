@@ -234,24 +234,23 @@ TEST_F(DeviceManagementOfTheDaemon, AnAddressGivenByATelegramIsTheDevicesFromThe
 TEST_F(DeviceManagementOfTheDaemon, ClientsAreToldWhatTheDeviceIs) {
     Start();
     const RawUdp client(m_daemon->Port());
-    // Status octet, individual address, project installation, serial number: the device information from its
-    // third octet after the medium on.
+    // Medium, status octet, individual address, project installation, serial number.
     const auto described = [&client] {
         client.Send({0x06, 0x10, 0x02, 0x03, 0x00, 0x0E, 0x08, 0x01, 0, 0, 0, 0, 0, 0});
         const auto answer = client.Receive();
         std::string text;
-        for (std::size_t at = 9; at < 20 && at < answer.size(); ++at)
+        for (std::size_t at = 8; at < 20 && at < answer.size(); ++at)
             text += fmt::format("{:02x}", answer[at]);
         return text;
     };
-    EXPECT_EQ("0011fa000000fa11223344", described());
+    EXPECT_EQ("200011fa000000fa11223344", described());
     m_daemon->Signal(SIGUSR2);
     ASSERT_TRUE(m_daemon->WaitForLog("programming mode is on"));
     TunnelChannel channel(*m_tunnel);
     EXPECT_EQ("03d6063310011234", channel.Ask({0x03, 0xD7, 0x06, 0x33, 0x10, 0x01, 0x12, 0x34}));
     ASSERT_TRUE(m_tunnel->Send({0x11, 0, 0xB0, 0xE0, 0, 0, 0, 0, 3, 0x00, 0xC0, 0x11, 0xF0}));
     ASSERT_TRUE(m_daemon->WaitForLog("the device has the individual address 1.1.240 now"));
-    EXPECT_EQ("0111f0123400fa11223344", described());
+    EXPECT_EQ("200111f0123400fa11223344", described());
     TunnelChannel moved(*m_tunnel, 0x11F0);
     EXPECT_EQ("03d6063910017f000001", moved.Ask({0x03, 0xD5, 0x06, 0x39, 0x10, 0x01})) << "127.0.0.1";
     EXPECT_EQ("03d60635100111fb", moved.Ask({0x03, 0xD5, 0x06, 0x35, 0x10, 0x01})) << "the first tunnel";

@@ -100,7 +100,7 @@ TEST_F(TcpTunnel, ASearchForProgrammingModeFindsTheDeviceWhileItIsInIt) {
         milliseconds(20000)));
     ASSERT_GT(answer.size(), 68u);
     EXPECT_EQ(Bytes({0x06, 0x10, 0x02, 0x0C}), Bytes(answer.begin(), answer.begin() + 4));
-    EXPECT_EQ(Bytes({0x36, 0x01, 0x02, 0x01, 0x11, 0xFA}), Bytes(answer.begin() + 14, answer.begin() + 20));
+    EXPECT_EQ(Bytes({0x36, 0x01, 0x20, 0x01, 0x11, 0xFA}), Bytes(answer.begin() + 14, answer.begin() + 20));
 }
 
 TEST(TcpSwitchedOff, NobodyListensAndTheDescriptionSaysSo) {
