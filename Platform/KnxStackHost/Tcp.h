@@ -3,18 +3,16 @@
 
 #include "KnxIp/Peer.h"
 #include "KnxStackHost/Notices.h"
-#include "KnxStackHost/Udp.h"
+#include "KnxStackHost/TcpStream.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <vector>
 
 namespace KnxStackHost {
 
@@ -64,27 +62,24 @@ public:
     std::uint64_t GivenUp() const { return m_slow.Total(); }
 
 private:
-    struct Stream;
-    using StreamPointer = std::shared_ptr<Stream>;
+    struct Client {
+        std::shared_ptr<TcpStream> stream;
+        KnxIp::Endpoint from;
+    };
 
     void Accept();
     void Take(boost::asio::ip::tcp::socket socket);
-    void WaitForOctets(const StreamPointer& stream);
-    void ReceiveWaiting(const StreamPointer& stream);
-    void WaitForRoom(const StreamPointer& stream);
-    void SendWaiting(const StreamPointer& stream);
-    void Lose(const StreamPointer& stream);
+    void GiveUp(KnxIp::StreamId stream, const Client& client);
     template <class Call>
-    void Tell(const StreamPointer& stream, Call call);
+    void Tell(const KnxIp::Endpoint& from, Call call);
 
     boost::asio::io_context& m_context;
     const std::size_t m_mostStreams;
     TcpStreamUser& m_user;
     boost::asio::ip::tcp::acceptor m_acceptor;
     boost::asio::steady_timer m_acceptAgain;
-    std::map<KnxIp::StreamId, StreamPointer> m_streams;
+    std::map<KnxIp::StreamId, Client> m_streams;
     KnxIp::StreamId m_lastStream = 0;
-    std::array<std::uint8_t, 4096> m_buffer{};
     Notices m_full;
     Notices m_slow;
     Notices m_thrown;

@@ -3,17 +3,15 @@
 
 #include "KnxIp/Endpoint.h"
 #include "KnxStackHost/Notices.h"
-#include "KnxStackHost/Udp.h"
+#include "KnxStackHost/TcpStream.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <vector>
 
 namespace KnxStackHost {
 
@@ -44,14 +42,9 @@ public:
     void Close();
 
 private:
-    struct Stream;
-    using StreamPointer = std::shared_ptr<Stream>;
+    using StreamPointer = std::shared_ptr<TcpStream>;
 
     void Connected(const StreamPointer& stream);
-    void WaitForOctets(const StreamPointer& stream);
-    void ReceiveWaiting(const StreamPointer& stream);
-    void WaitForRoom(const StreamPointer& stream);
-    void SendWaiting(const StreamPointer& stream);
     void Fail(const StreamPointer& stream);
     template <class Call>
     void Tell(Call call);
@@ -59,7 +52,6 @@ private:
     boost::asio::io_context& m_context;
     const Events m_events;
     StreamPointer m_stream; // the one that counts
-    std::array<std::uint8_t, 4096> m_buffer{};
     Notices m_thrown;
 };
 
