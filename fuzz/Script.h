@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace Fuzz {
@@ -43,6 +45,17 @@ void Pass(Machine& machine, TimePoint& now, std::chrono::milliseconds pause) {
         Check(++calls < 1000);
     }
     now = end;
+}
+
+/// Plays a whole input to a new host. For the return of a fuzzer's function.
+template <class Host>
+int Play(const std::uint8_t* data, std::size_t size) {
+    Host host;
+    KnxFrames::Octets input(data, size);
+    while (const auto step = TakeStep(input))
+        host.Do(*step);
+    host.Finish();
+    return 0;
 }
 
 } // namespace Fuzz

@@ -225,10 +225,5 @@ private:
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Host host;
-    KnxFrames::Octets input(data, size);
-    while (const auto step = Fuzz::TakeStep(input))
-        host.Do(*step);
-    host.Finish();
-    return 0;
+    return Fuzz::Play<Host>(data, size);
 }

@@ -1,8 +1,6 @@
 // The tunnel client over TCP against any octets of a server, cut anywhere, in any time.
 
-#include "Script.h"
-
-#include "KnxIp/TunnelClient.h"
+#include "TunnelClientHost.h"
 
 #include <utility>
 
@@ -10,13 +8,13 @@ namespace {
 
 using namespace KnxIp;
 
-class Host : public TunnelClientListener {
+class Host : public Fuzz::TunnelClientHost {
 public:
-    Host() : m_client(Config(), *this) { m_client.Start(m_now); }
+    Host() : TunnelClientHost(true) { m_client.Start(m_now); }
 
     void SendDatagram(const Endpoint&, Octets) override { Fuzz::Check(false); }
     void OpenStream(const Endpoint& server) override {
-        Fuzz::Check(!m_isWanted && server == Config().server);
+        Fuzz::Check(!m_isWanted && server == kServer);
         m_isWanted = true;
         m_isOpen = false;
     }
@@ -27,7 +25,6 @@ public:
         Fuzz::Check(m_isWanted);
         m_isWanted = false;
     }
-    void OnTelegram(const KnxFrames::LData&) override { Fuzz::Check(m_client.IsConnected()); }
     void OnConnected(KnxFrames::IndividualAddress) override { Fuzz::Check(m_isWanted && m_isOpen); }
     void OnDisconnected(LinkFailure, std::chrono::milliseconds) override {
         Fuzz::Check(!m_client.IsConnected() && !m_isWanted);
@@ -35,10 +32,6 @@ public:
     void OnConnectFailed(LinkFailure, Status, std::chrono::milliseconds) override {
         Fuzz::Check(!m_client.IsConnected() && !m_isWanted);
     }
-    void OnSendFailed(const KnxFrames::LData&, SendFailure) override {}
-    void OnQueueOverflow() override {}
-    void OnRefusedDatagram(const Endpoint&, const KnxFrames::FrameError&) override {}
-    Endpoint LocalEndpoint() override { return {}; }
 
     /// Actor 0: octets come, 1: the stream opens, 2: it ends; 3 as in the fuzzer of the client by UDP.
     void Do(const Fuzz::Step& step) {
@@ -59,44 +52,17 @@ public:
     }
 
     void Finish() {
-        m_client.Stop();
-        Fuzz::Check(!m_client.IsConnected() && !m_client.NextTime() && !m_isWanted);
+        TunnelClientHost::Finish();
+        Fuzz::Check(!m_isWanted);
     }
 
 private:
-    static constexpr std::size_t kQueueLimit = 3;
-
-    /// No octets: stop; one octet: start; else a telegram to send.
-    void Act(Octets octets) {
-        if (octets.empty())
-            m_client.Stop();
-        else if (octets.size() == 1)
-            m_client.Start(m_now);
-        else if (const auto telegram = KnxFrames::ParseLData(octets))
-            m_client.Send(m_now, *telegram);
-    }
-
-    static TunnelClientConfig Config() {
-        TunnelClientConfig config;
-        config.server = {0xC0A80102, 3671};
-        config.queueLimit = kQueueLimit;
-        config.tcp = true;
-        return config;
-    }
-
-    TimePoint m_now{};
     bool m_isWanted = false;
     bool m_isOpen = false;
-    TunnelClient m_client;
 };
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Host host;
-    Octets input(data, size);
-    while (const auto step = Fuzz::TakeStep(input))
-        host.Do(*step);
-    host.Finish();
-    return 0;
+    return Fuzz::Play<Host>(data, size);
 }
