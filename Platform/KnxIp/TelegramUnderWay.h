@@ -48,10 +48,14 @@ public:
         m_isActive = true;
         m_isConfirmed = false;
         m_serverSpoke = false;
+        m_mayHaveLeft = false;
         return m_pending.Begin(ackDeadline, channel, m_entry.telegram);
     }
 
     const Datagram& Repeat(TimePoint ackDeadline) { return m_pending.Repeat(ackDeadline); }
+
+    /// The datagram of Begin() or Repeat() may be on its way to the server.
+    void MayHaveLeft() { m_mayHaveLeft = true; }
 
     /// Counts as acknowledged.
     void NeedsNoAcknowledgement() { m_pending.Settle(); }
@@ -82,7 +86,7 @@ public:
     /// did not take the first transmission.
     Fate End(bool forgotten) {
         const bool isAcknowledged = !m_pending.IsActive();
-        const bool isTaken = m_serverSpoke && !(forgotten && !m_pending.WasRepeated());
+        const bool isTaken = m_mayHaveLeft && m_serverSpoke && !(forgotten && !m_pending.WasRepeated());
         const bool isOpen = m_isActive && !m_isConfirmed;
         Reset();
         if (!isOpen)
@@ -97,6 +101,7 @@ private:
     SendQueue::Entry m_entry;
     PendingRequest m_pending;
     bool m_isConfirmed = false; // or forgone
+    bool m_mayHaveLeft = false; // at least once
     bool m_serverSpoke = false; // since the first transmission
 };
 

@@ -84,6 +84,10 @@ public:
     /// Send one UDP datagram, always from the same socket. The octets are valid during the call.
     virtual void SendDatagram(const Endpoint& to, Octets datagram) = 0;
 
+    /// Whether the datagram of the last SendDatagram() may have left this machine: false when the system
+    /// refused it, as without a network. Asked at once for each that carries a telegram.
+    virtual bool MayHaveLeft() const { return true; }
+
     /// Open a TCP stream to the server; then TunnelClient::OnStreamOpened(), or OnStreamClosed() when that
     /// fails. There is never more than one. Not called without TunnelClientConfig::tcp, as the next two.
     virtual void OpenStream(const Endpoint& server) { static_cast<void>(server); }
@@ -138,10 +142,11 @@ public:
 /// the lowest priority is dropped.
 ///
 /// A telegram that was under way unacknowledged when the connection ended goes back to the head of the queue
-/// if the server cannot have taken it as far as one can know: it said nothing at all since then, or it
-/// answered the first transmission by not knowing the connection. Otherwise it is reported as not
-/// acknowledged and not sent again, so that nothing happens twice. One that was acknowledged but not yet
-/// confirmed is reported as not confirmed; one that was confirmed has reached the bus, acknowledged or not.
+/// if the server cannot have taken it as far as one can know: it never left this machine, the server said
+/// nothing at all since then, or it answered the first transmission by not knowing the connection. Otherwise
+/// it is reported as not acknowledged and not sent again, so that nothing happens twice. One that was
+/// acknowledged but not yet confirmed is reported as not confirmed; one that was confirmed has reached the
+/// bus, acknowledged or not.
 ///
 /// Over TCP each try opens a stream of its own, within the 10 s of the connect request. Nothing is
 /// acknowledged or repeated there, and numbers of requests do not matter: a telegram counts as acknowledged

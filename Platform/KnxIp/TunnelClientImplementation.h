@@ -52,6 +52,7 @@ private:
             from, KnxFrames::FrameError::Unsupported("a frame that is not for a client was sent to one", 2));
     }
     void SendTo(const Endpoint& to, const Datagram& datagram);
+    void SendUnderWay(const Datagram& datagram);
 
     // TunnelClientConnection.cpp
     static void CheckServer(const Endpoint& server);

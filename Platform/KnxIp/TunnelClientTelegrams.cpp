@@ -60,7 +60,7 @@ void TunnelClient::Implementation::SendNext(TimePoint now) {
         m_overflowReported = false;
         return;
     }
-    SendTo(m_data, m_underWay.Begin(now + kAckTimeout, m_channel, m_queue.Pop()));
+    SendUnderWay(m_underWay.Begin(now + kAckTimeout, m_channel, m_queue.Pop()));
     if (!m_config.tcp)
         return;
     m_underWay.NeedsNoAcknowledgement(); // the stream brings it, or ends
@@ -116,7 +116,13 @@ void TunnelClient::Implementation::RepeatOrGiveUp(TimePoint now) {
         return;
     }
     ++m_counters.repeated;
-    SendTo(m_data, m_underWay.Repeat(now + kAckTimeout));
+    SendUnderWay(m_underWay.Repeat(now + kAckTimeout));
+}
+
+void TunnelClient::Implementation::SendUnderWay(const Datagram& datagram) {
+    SendTo(m_data, datagram);
+    if (m_listener.MayHaveLeft())
+        m_underWay.MayHaveLeft();
 }
 
 void TunnelClient::Implementation::GiveUpTelegram(bool forgotten) {

@@ -142,9 +142,10 @@ void UdpSocket::HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram
     }
 }
 
-void UdpSocket::Send(const KnxIp::Endpoint& to, KnxFrames::Octets datagram) {
-    error_code ignored;
-    m_socket.send_to(asio::buffer(datagram.data(), datagram.size()), ToAsio(to), 0, ignored);
+bool UdpSocket::Send(const KnxIp::Endpoint& to, KnxFrames::Octets datagram) {
+    error_code error;
+    m_socket.send_to(asio::buffer(datagram.data(), datagram.size()), ToAsio(to), 0, error);
+    return !error;
 }
 
 KnxIp::Endpoint UdpSocket::Local() const {

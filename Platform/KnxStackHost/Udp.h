@@ -53,8 +53,8 @@ public:
     /// Begins to receive.
     void Start();
 
-    /// Sends now or never: a datagram that finds no room is lost.
-    void Send(const KnxIp::Endpoint& to, KnxFrames::Octets datagram);
+    /// Sends now or never: a datagram that finds no room or no network is lost, which is told by false.
+    bool Send(const KnxIp::Endpoint& to, KnxFrames::Octets datagram);
 
     KnxIp::Endpoint Local() const;
 

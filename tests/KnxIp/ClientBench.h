@@ -46,6 +46,7 @@ public:
     }
 
     void SendDatagram(const Endpoint& to, Octets datagram) override { m_transcript.Out(m_now, to, datagram); }
+    bool MayHaveLeft() const override { return m_hasNetwork; }
     void OpenStream(const Endpoint& server) override {
         Event(fmt::format("open a stream to {}", server.ToString()));
     }
@@ -108,6 +109,8 @@ public:
     }
     void Send(const LData& telegram) { m_isTaken = m_client.Send(m_now, telegram); }
     void Advance(milliseconds by) { RunUntil(m_client, m_now, m_now + by); }
+    /// Without one, what is sent does not leave, as far as the client is told.
+    void SetNetwork(bool isThere) { m_hasNetwork = isThere; }
     void Event(const std::string& text) { m_transcript.Event(m_now, text); }
 
     TunnelClient& Client() { return m_client; }
@@ -124,6 +127,7 @@ private:
     TimePoint m_now{};
     Transcript m_transcript;
     bool m_isTaken = false;
+    bool m_hasNetwork = true;
     std::vector<milliseconds::rep> m_delays;
     TunnelClient m_client;
 };

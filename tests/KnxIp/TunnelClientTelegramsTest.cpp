@@ -176,6 +176,34 @@ TEST(TunnelClient, ATelegramThatMetADeadLinkIsSentAfterTheReconnect) {
     EXPECT_EQ(bench.Client().Address(), IndividualAddress(1, 1, 251));
 }
 
+TEST(TunnelClient, ATelegramThatNeverLeftIsSentAfterTheReconnectAlthoughTheServerSpoke) {
+    ClientBench bench;
+    bench.Connect();
+    bench.SetNetwork(false);
+    bench.Send(Telegram(1));
+    bench.Advance(milliseconds(1500));
+    bench.SetNetwork(true);
+    bench.Receive(kServer, kRequest + "00" + kSwitchOnInd); // the server lives
+    bench.Advance(milliseconds(500));
+    EXPECT_EQ(bench.Client().Counters().resent, 1U);
+    EXPECT_EQ(bench.Client().Counters().noAck, 0U);
+    EXPECT_EQ(bench.Client().Waiting(), 1U);
+}
+
+TEST(TunnelClient, ATelegramWhoseRepetitionLeftMayHaveBeenTaken) {
+    ClientBench bench;
+    bench.Connect();
+    bench.SetNetwork(false);
+    bench.Send(Telegram(1));
+    bench.SetNetwork(true);
+    bench.Advance(milliseconds(1500));
+    bench.Receive(kServer, kRequest + "00" + kSwitchOnInd); // the server lives
+    bench.Advance(milliseconds(500));
+    EXPECT_EQ(bench.Client().Counters().resent, 0U);
+    EXPECT_EQ(bench.Client().Counters().noAck, 1U);
+    EXPECT_EQ(bench.Client().Waiting(), 0U);
+}
+
 TEST(TunnelClient, AnErrorInTheAcknowledgementCountsAsNone) {
     ClientBench bench;
     bench.Connect();
