@@ -45,6 +45,7 @@ const char* ToString(TunnelEnd end) {
     case TunnelEnd::Heartbeat: return "nothing heard of the client for 120 s";
     case TunnelEnd::NoAck: return "a telegram was not acknowledged";
     case TunnelEnd::Stream: return "the TCP connection has ended";
+    case TunnelEnd::Replaced: return "its client has connected anew without closing it";
     case TunnelEnd::Server: break;
     }
     return "closed by the server";

@@ -61,6 +61,7 @@ enum class TunnelEnd : std::uint8_t {
     NoAck,     ///< a telegram was not acknowledged, nor its repetition
     Server,    ///< CloseTunnel() or Stop()
     Stream,    ///< its TCP stream ended, or was closed because of what came in it
+    Replaced,  ///< its client asked for a tunnel by UDP as if it had none, and no other was free
 };
 
 /// "closed by the client", "no heartbeat", ...

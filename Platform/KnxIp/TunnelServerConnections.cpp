@@ -31,7 +31,7 @@ void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const Con
 void TunnelServer::Implementation::ConnectTunnel(TimePoint now, const Peer& from,
                                                  const ConnectRequest& request, const Peer& to) {
     Tunnel* free = nullptr;
-    const Status status = Admit(request, free);
+    const Status status = Admit(from, request, free);
     if (status != Status::NoError) {
         Refuse(from, to, status);
         return;
@@ -75,7 +75,7 @@ void TunnelServer::Implementation::On(TimePoint, const Peer& from, const Disconn
 }
 
 /// Whether the request can be served, and by which tunnel.
-Status TunnelServer::Implementation::Admit(const ConnectRequest& request, Tunnel*& free) {
+Status TunnelServer::Implementation::Admit(const Peer& from, const ConnectRequest& request, Tunnel*& free) {
     if (request.layer != ConnectRequest::kLinkLayer)
         return Status::TunnellingLayer;
     const IndividualAddress wanted = request.wantedAddress;
@@ -91,7 +91,31 @@ Status TunnelServer::Implementation::Admit(const ConnectRequest& request, Tunnel
     }
     if (!exists)
         return Status::NoTunnellingAddress;
+    if (Tunnel* const former = FormerTunnel(from, request)) {
+        Close(*former, TunnelEnd::Replaced);
+        free = former;
+        return Status::NoError;
+    }
     return wanted.raw == 0 ? Status::NoMoreConnections : Status::ConnectionInUse;
+}
+
+/// A tunnel of the very client that asks: its answer was lost, or it was started anew at the same port, and
+/// nobody uses the tunnel any more. Of several, the one that was not heard of for the longest time. A client
+/// may well use several, so this is for want of a free one.
+TunnelServer::Implementation::Tunnel*
+TunnelServer::Implementation::FormerTunnel(const Peer& from, const ConnectRequest& request) {
+    if (from.IsStream())
+        return nullptr;
+    const ConnectionPeer peer(request, from);
+    Tunnel* former = nullptr;
+    for (Tunnel& tunnel : m_tunnels) {
+        const bool isWanted = request.wantedAddress.raw == 0 || tunnel.address == request.wantedAddress;
+        const bool isIts = tunnel.peer.Control() == peer.Control() && tunnel.peer.Data() == peer.Data() &&
+                           tunnel.peer.OwnsControl(from, request.control);
+        if (isWanted && isIts && (former == nullptr || tunnel.silentUntil < former->silentUntil))
+            former = &tunnel;
+    }
+    return former;
 }
 
 /// Channels are given out in turn, so that a late datagram of a former client hits nobody. 0 is left out,
@@ -131,7 +155,7 @@ void TunnelServer::Implementation::CloseConnection(ServerConnection& connection,
     connection.isOpen = false;
     connection.pending.Reset();
     const Peer& control = connection.peer.Control();
-    if (end != TunnelEnd::Client && end != TunnelEnd::Stream)
+    if (end != TunnelEnd::Client && end != TunnelEnd::Stream && end != TunnelEnd::Replaced)
         SendTo(control, WriteFrame(DisconnectRequest{connection.channel, OwnHpai(control)}));
     if (const auto stream = m_streams.find(connection.peer.Stream()); stream != m_streams.end())
         --stream->second.connections;

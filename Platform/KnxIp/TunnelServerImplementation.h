@@ -84,7 +84,8 @@ private:
     void On(TimePoint, const Peer&, const DisconnectResponse&) {}
     void ConnectTunnel(TimePoint now, const Peer& from, const ConnectRequest& request, const Peer& to);
     void Refuse(const Peer& from, const Peer& to, Status status);
-    Status Admit(const ConnectRequest& request, Tunnel*& free);
+    Status Admit(const Peer& from, const ConnectRequest& request, Tunnel*& free);
+    Tunnel* FormerTunnel(const Peer& from, const ConnectRequest& request);
     std::uint8_t NextChannel();
     void Close(Tunnel& tunnel, TunnelEnd end);
     /// What Close() does for every kind of connection.

@@ -26,12 +26,16 @@ def group_write(destination, data):
 class Tunnel:
     """Connects, acknowledges what it gets, and notes how long each acknowledgement of the server took."""
 
-    def __init__(self, port):
+    def __init__(self, port, own_port=0):
+        """`own_port`: 0 for any. What comes there for a connection of somebody who had it before is not ours."""
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._socket.bind(("127.0.0.1", own_port))
         self._socket.connect(("127.0.0.1", port))
         self._socket.settimeout(5)
         self._socket.send(frame(CONNECT_REQUEST, NAT_HPAI + NAT_HPAI + b"\x04\x04\x02\0"))
         answer = self._socket.recv(512)
+        while own_port and answer[2:4] != struct.pack(">H", CONNECT_RESPONSE):
+            answer = self._socket.recv(512)
         assert answer[2:4] == struct.pack(">H", CONNECT_RESPONSE) and answer[7] == 0, answer.hex()
         self.channel = answer[6]
         self.received = []       # cEMI frames, in order
@@ -58,6 +62,14 @@ class Tunnel:
             raise RuntimeError(f"request {self._sequence} was refused with status {self._status:02x}h")
         self.ack_seconds.append(time.monotonic() - start)
         self._sequence = (self._sequence + 1) & 0xFF
+
+    def vanish(self, last_words=None):
+        """The client is gone without a disconnect request, right after a telegram (a cEMI frame) if there is one."""
+        self._open = False
+        self._thread.join()
+        if last_words:
+            self._socket.send(frame(TUNNELLING_REQUEST, bytes([4, self.channel, self._sequence, 0]) + last_words))
+        self._socket.close()
 
     def heartbeat(self):
         """Seconds until the server answered that the connection lives; a RuntimeError after 10 s."""

@@ -114,6 +114,60 @@ TEST(TunnelServer, RefusesWhatItCannotServe) {
 )");
 }
 
+TEST(TunnelServer, AClientThatConnectsAnewGetsItsFormerTunnelWhenNoneIsFree) {
+    ServerBench bench;
+    bench.Connect();
+    bench.Advance(std::chrono::seconds(1));
+    bench.Connect();
+    EXPECT_TRUE(bench.Server().IsOpen(0)) << "a client may have several tunnels";
+    EXPECT_TRUE(bench.Server().IsOpen(1));
+    bench.Advance(std::chrono::seconds(1));
+    bench.Receive(kClient, "06100205001a 0801c0a8010ac350 0801c0a8010ac351 04040200");
+    EXPECT_EQ(bench.Take(), R"(
+2.000 < client 06100205001a 0801c0a8010ac3500801c0a8010ac35104040200
+2.000 ! tunnel 0: its client has connected anew without closing it
+2.000 > client 061002060014 03000801c0a801020e57040411fa
+2.000 ! tunnel 0 opened, 1.1.250, 192.168.1.10:50000
+)") << "of its two the one that it did not use for longer, and it is told nothing that it might take for its "
+       "new one";
+    // By address likewise.
+    bench.Receive(kClient, "06100205001c 0801c0a8010ac350 0801c0a8010ac351 0604020011fb");
+    EXPECT_EQ(bench.Take(), R"(
+2.000 < client 06100205001c 0801c0a8010ac3500801c0a8010ac3510604020011fb
+2.000 ! tunnel 1: its client has connected anew without closing it
+2.000 > client 061002060014 04000801c0a801020e57040411fb
+2.000 ! tunnel 1 opened, 1.1.251, 192.168.1.10:50000
+)");
+}
+
+TEST(TunnelServer, AClientGetsNobodyElsesTunnel) {
+    ServerBench bench(Config(1));
+    bench.Connect();
+    for (const auto& [from, request] :
+         {std::pair(kOther, "06100205001a 0801c0a8010bc350 0801c0a8010bc350 04040200"),
+          std::pair(kSameHost, "06100205001a 0801c0a8010ad6d8 0801c0a8010ad6d9 04040200"),
+          // Names the client's endpoints and is somebody else.
+          std::pair(kOther, "06100205001a 0801c0a8010ac350 0801c0a8010ac351 04040200"),
+          // The client's control endpoint with another data endpoint, as a second tunnel may have.
+          std::pair(kClient, "06100205001a 0801c0a8010ac350 0801c0a8010ac352 04040200")})
+        bench.Receive(from, request);
+    EXPECT_EQ(bench.Take(), R"(
+0.000 < other 06100205001a 0801c0a8010bc3500801c0a8010bc35004040200
+0.000 > other 061002060008 0024
+0.000 ! refused: no more connections
+0.000 < same-host 06100205001a 0801c0a8010ad6d80801c0a8010ad6d904040200
+0.000 > same-host 061002060008 0024
+0.000 ! refused: no more connections
+0.000 < other 06100205001a 0801c0a8010ac3500801c0a8010ac35104040200
+0.000 > client 061002060008 0024
+0.000 ! refused: no more connections
+0.000 < client 06100205001a 0801c0a8010ac3500801c0a8010ac35204040200
+0.000 > client 061002060008 0024
+0.000 ! refused: no more connections
+)");
+    EXPECT_TRUE(bench.Server().IsOpen(0));
+}
+
 TEST(TunnelServer, ChannelsAreGivenOutInTurn) {
     ServerBench bench(Config(1));
     bench.Connect();
