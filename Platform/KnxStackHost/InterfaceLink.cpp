@@ -56,8 +56,7 @@ void InterfaceLink::Start() {
     m_client.Start(Now());
     if (IsIpv4Address(m_settings.host))
         SetServer(EndpointOf(m_settings.host, m_settings.port));
-    else
-        LookUp();
+    LookUp();
 }
 
 void InterfaceLink::Stop() {
@@ -73,15 +72,28 @@ void InterfaceLink::Send(const KnxFrames::LData& telegram) {
     m_deadline.Set(m_client.NextTime());
 }
 
+/// Finds out where the interface is, or where it has moved to. An answer may take longer than a try to
+/// connect.
 void InterfaceLink::LookUp() {
-    m_nameLookUp.Start(m_settings.host, [this](const LookedUp& result) { OnLookedUp(result); });
+    if (IsIpv4Address(m_settings.host) || std::exchange(m_lookingUp, true))
+        return;
+    m_nameLookUp.Start(m_settings.host, [this](const LookedUp& result) {
+        m_lookingUp = false;
+        OnLookedUp(result);
+    });
 }
 
 void InterfaceLink::OnLookedUp(const LookedUp& result) {
+    const bool isKnown = m_server.IsSpecified();
     if (result.address != 0) {
+        if (isKnown && result.address != m_server.address)
+            LOG4CPLUS_INFO(Log(), fmt::format("the KNX/IP interface {} has moved to {}", Name(),
+                                              Endpoint{result.address, m_settings.port}.ToString()));
         SetServer({result.address, m_settings.port});
         return;
     }
+    if (isKnown)
+        return; // where it was; asked again after the next try to connect
     if (!std::exchange(m_failureReported, true))
         LOG4CPLUS_WARN(Log(), fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it wait, "
                                           "and it is looked up again every {} s",
@@ -141,7 +153,7 @@ std::string InterfaceLink::Name() const {
 }
 
 void InterfaceLink::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
-    m_socket.Send(to, datagram);
+    m_mayHaveLeft = m_socket.Send(to, datagram);
 }
 
 TcpClient::Events InterfaceLink::StreamEvents() {
@@ -192,6 +204,7 @@ void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
 void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
     if (m_stopped)
         return;
+    LookUp();
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the connection to the KNX/IP interface {} has ended: {}; connecting again",
                                Name(), KnxIp::ToString(failure)));
@@ -200,6 +213,7 @@ void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
 }
 
 void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, milliseconds retryIn) {
+    LookUp();
     const auto text =
         fmt::format("no connection to the KNX/IP interface {}: {}{}{}; next try in {} ms", Name(),
                     KnxIp::ToString(failure), status == KnxIp::Status::NoError ? "" : ": ",

@@ -18,8 +18,9 @@
 namespace KnxStackHost {
 
 /// Feeds a TunnelClient with datagrams, or what comes in a TCP stream, and time. An interface that is given
-/// by name is looked up until there is an answer; telegrams to it wait meanwhile, as while there is no
-/// connection. All calls on the thread of the io_context.
+/// by name is looked up until there is an answer, and again whenever a connection has ended or could not be
+/// made, since it may have moved; telegrams to it wait meanwhile, as while there is no connection. All calls
+/// on the thread of the io_context.
 class InterfaceLink final : private KnxIp::TunnelClientListener {
 public:
     using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
@@ -39,6 +40,7 @@ public:
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
+    bool MayHaveLeft() const override { return m_mayHaveLeft; }
     void OpenStream(const KnxIp::Endpoint& server) override;
     void SendToStream(KnxIp::Octets frame) override;
     void CloseStream() override;
@@ -73,9 +75,11 @@ private:
     Deadline m_deadline;
     Notices m_refused;
     Notices m_sendFailures;
+    bool m_mayHaveLeft = true; // of the last datagram
     bool m_overflowing = false;
     std::uint64_t m_reportedDrops = 0;
     bool m_failureReported = false; // since the last connection
+    bool m_lookingUp = false;
     bool m_stopped = false;
     std::minstd_rand m_random{std::random_device{}()};
     KnxIp::Endpoint m_server;

@@ -259,6 +259,25 @@ class Knxd(KnxTool):
         house.host.wait_for_line("connected by", 20)
 
 
+class KnxdInterface(KnxTool):
+    """knxd as the KNX/IP interface of a house, in a `network` whose knx0 has an address and a default route. knxtool
+    speaks to the same knxd, from the other side of the tunnel."""
+
+    CLIENTS = [f"1.1.{number}" for number in range(31, 39)]
+
+    def __init__(self, house, network=None):
+        self.socket = house.directory / "interface.sock"
+        self._network = network
+        super().__init__(house, f"local:{self.socket}")
+
+    def start(self):
+        self.socket.unlink(missing_ok=True)
+        command = ["knxd", "-e", "1.1.30", "-E", f"{self.CLIENTS[0]}:{len(self.CLIENTS)}", "-u", self.socket,
+                   "-D", "-T", "-I", "knx0", "-S224.0.23.12:3671", "-b", "dummy:"]
+        self.process = self._house.start("knxd", self._network.command(command) if self._network else command)
+        wait_until(self.socket.exists, 20, "knxd listens")
+
+
 class Telegrams:
     """Group telegrams in the order in which knxtool printed them: (service, source, destination, data)."""
 

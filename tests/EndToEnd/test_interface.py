@@ -14,7 +14,7 @@ if os.environ.get("KNX_TEST_NAMESPACE") != "1":
     os.execvpe("unshare", ["unshare", *map_root, "--net", sys.executable, *sys.argv],
                dict(os.environ, KNX_TEST_NAMESPACE="1"))
 
-from house import House, KnxTool, group_addresses  # noqa: E402
+from house import House, KnxdInterface, group_addresses  # noqa: E402
 from processes import run, wait_until  # noqa: E402
 
 ADDRESS = "192.0.2.1"  # TEST-NET-1, in no network
@@ -27,23 +27,6 @@ def set_up_network():
         run(["ip", *command.split()])
 
 
-class Interface(KnxTool):
-    """knxd as the interface; knxtool speaks to the same knxd, from the other side of the tunnel."""
-
-    CLIENTS = [f"1.1.{number}" for number in range(31, 39)]
-
-    def __init__(self, house):
-        self.socket = house.directory / "interface.sock"
-        super().__init__(house, f"local:{self.socket}")
-
-    def start(self):
-        self.socket.unlink(missing_ok=True)
-        self.process = self._house.start("knxd", [
-            "knxd", "-e", "1.1.30", "-E", f"{self.CLIENTS[0]}:{len(self.CLIENTS)}", "-u", self.socket,
-            "-D", "-T", "-I", "knx0", "-S224.0.23.12:3671", "-b", "dummy:"])
-        wait_until(self.socket.exists, 20, "knxd listens")
-
-
 class TunnellingClient(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -53,7 +36,7 @@ class TunnellingClient(unittest.TestCase):
         house = self.enterContext(House(interface=(ADDRESS, 3671)))
         row = next(r for r in group_addresses() if r["dpt"].split(".")[0] == "7")
         address, name = row["address"], row["data point"]
-        interface = Interface(house)
+        interface = KnxdInterface(house)
         interface.start()  # after the host: it waits for its interface
 
         written = []
@@ -81,7 +64,7 @@ class TunnellingClient(unittest.TestCase):
         wait_until(lambda: arrives(303), 10, "a telegram of the bus reaches the data point again")
         time.sleep(1)
         # What knxtool sends, from an address of its knxd and each once: nothing comes back. And what the host sends.
-        own = [t for t in telegrams.to(address) if t[1] in Interface.CLIENTS]
+        own = [t for t in telegrams.to(address) if t[1] in KnxdInterface.CLIENTS]
         self.assertEqual([(t[0], t[3]) for t in own], [("Write", (303).to_bytes(2, "big"))] * written.count(303))
         self.assertEqual([t for t in telegrams.to(address) if t not in own],
                          [("Write", house.address, address, (302).to_bytes(2, "big"))])
