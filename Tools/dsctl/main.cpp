@@ -5,12 +5,12 @@
 
 #include "DeviceStackProtocol/SocketPath.h"
 
+#include "Tools/support/StandardOutput.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <iostream>
 #include <system_error>
 
 namespace {
@@ -52,21 +52,6 @@ Exit status:
 
 Environment:
   DEVICESTACK_SOCKET  the socket, when --socket does not name it)";
-
-Dsctl::ExitCode ReportOutput(int error) {
-    fmt::print(stderr, "dsctl: standard output cannot be written: {}\n",
-               std::generic_category().message(error));
-    return Dsctl::kNoOutput;
-}
-
-/// False, with a word, when something that was printed is lost.
-bool FlushOutput() {
-    std::cout.flush();
-    if (std::cout.good() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-        return true;
-    ReportOutput(errno);
-    return false;
-}
 
 CLI::App* AddTypes(CLI::App& app, std::optional<std::string>& type) {
     auto* types = app.add_subcommand("types", "List datapoint types, or all that is known of one");
@@ -157,10 +142,10 @@ int main(int argc, char** argv) {
     };
     try {
         const auto code = run();
-        return FlushOutput() ? code : Dsctl::kNoOutput;
+        return Tools::FlushOutput("dsctl") ? code : Dsctl::kNoOutput;
     } catch (const CLI::ParseError& error) {
         const bool done = app.exit(error) == 0; // help or version
-        return !done ? Dsctl::kUsage : FlushOutput() ? Dsctl::kOk : Dsctl::kNoOutput;
+        return !done ? Dsctl::kUsage : Tools::FlushOutput("dsctl") ? Dsctl::kOk : Dsctl::kNoOutput;
     } catch (const Dsctl::NotThere& error) {
         fmt::print(stderr, "dsctl: {}\n", error.what());
         return Dsctl::kNotThere;
@@ -168,6 +153,7 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "dsctl: {}\n", refusal.what());
         return refusal.Code();
     } catch (const std::system_error& error) { // of fmt::print
-        return ReportOutput(error.code().value());
+        Tools::ReportOutput("dsctl", error.code().value());
+        return Dsctl::kNoOutput;
     }
 }

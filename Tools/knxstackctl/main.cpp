@@ -1,14 +1,14 @@
 #include "Connection.h"
 #include "Verbs.h"
 
+#include "Tools/support/StandardOutput.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <iostream>
 #include <optional>
 #include <system_error>
 
@@ -51,21 +51,6 @@ Environment:
 std::string SocketPath() {
     const char* path = std::getenv("KNXSTACKD_SOCKET");
     return path != nullptr && *path != '\0' ? path : "/run/knxstackd/knxstackd.sock";
-}
-
-ExitCode ReportOutput(int error) {
-    fmt::print(stderr, "knxstackctl: standard output cannot be written: {}\n",
-               std::generic_category().message(error));
-    return KnxStackCtl::kNoOutput;
-}
-
-/// False, with a word, when something that was printed is lost.
-bool FlushOutput() {
-    std::cout.flush();
-    if (std::cout.good() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-        return true;
-    ReportOutput(errno);
-    return false;
 }
 
 std::string CheckCount(const std::string& text) {
@@ -150,10 +135,12 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         const auto code = line.verb();
-        return FlushOutput() ? code : KnxStackCtl::kNoOutput;
+        return Tools::FlushOutput("knxstackctl") ? code : KnxStackCtl::kNoOutput;
     } catch (const CLI::ParseError& error) {
         const bool done = app.exit(error) == 0; // help or version
-        return !done ? KnxStackCtl::kUsage : FlushOutput() ? KnxStackCtl::kOk : KnxStackCtl::kNoOutput;
+        return !done                               ? KnxStackCtl::kUsage
+               : Tools::FlushOutput("knxstackctl") ? KnxStackCtl::kOk
+                                                   : KnxStackCtl::kNoOutput;
     } catch (const KnxStackCtl::NotThere& error) {
         fmt::print(stderr, "knxstackctl: {}\n", error.what());
         return KnxStackCtl::kNotThere;
@@ -161,6 +148,7 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "knxstackctl: {}\n", refusal.what());
         return refusal.IsWrongRequest() ? KnxStackCtl::kUsage : KnxStackCtl::kRefused;
     } catch (const std::system_error& error) { // of fmt::print
-        return ReportOutput(error.code().value());
+        Tools::ReportOutput("knxstackctl", error.code().value());
+        return KnxStackCtl::kNoOutput;
     }
 }
