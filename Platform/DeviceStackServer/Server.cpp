@@ -1,5 +1,6 @@
 #include "DeviceStackServer/Server.h"
 
+#include "DaemonSupport/Memory.h"
 #include "DaemonSupport/ServiceManager.h"
 #include "DeviceStackServer/CheckValue.h"
 #include "DeviceStackServer/ServerImpl.h"
@@ -221,6 +222,7 @@ std::string Server::Impl::TakeProject(ProjectFile::LoadResult loaded) {
     if (!loaded)
         return loaded.Error();
     auto conflict = m_core.SetProject(std::move(loaded.project), Now());
+    DaemonSupport::ReturnFreeMemory(); // of reading it, and the former one's
     return conflict.empty() ? conflict : m_configuration.project + ": " + conflict;
 }
 

@@ -1,6 +1,7 @@
 #include "KnxStackHost/Host.h"
 
 #include "DaemonSupport/LogSettings.h"
+#include "DaemonSupport/Memory.h"
 #include "DaemonSupport/ServiceManager.h"
 #include "KnxStackHost/BlockedSignals.h"
 
@@ -121,6 +122,7 @@ void Host::ReplaceTable(KnxDevice::GroupObjectTable table) {
 }
 
 void Host::OnProgramRunning() {
+    DaemonSupport::ReturnFreeMemory(); // of reading the configuration, here and in the program
     if (std::exchange(m_readsDue, false))
         m_link.Post([this] { m_link.BeginStartupReads(); });
 }
