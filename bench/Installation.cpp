@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 #include <thread>
 
@@ -37,37 +36,67 @@ Child::Child(Side side, const std::vector<std::string>& arguments, int outputFd)
 }
 
 Child::~Child() {
-    kill(m_pid, SIGTERM);
-    waitpid(m_pid, nullptr, 0);
+    if (m_pid != 0)
+        kill(m_pid, SIGTERM);
+    Wait();
+}
+
+int Child::Wait() {
+    int status = 0;
+    if (m_pid != 0)
+        waitpid(m_pid, &status, 0);
+    m_pid = 0;
+    return WEXITSTATUS(status);
 }
 
 std::string Program(const std::string& name) {
     return (fs::path(KNX_BIN_DIR) / name).string();
 }
 
-Installation::Installation() : m_port(FreeUdpPort()) {
+Directory::Directory() {
     std::string name = (fs::temp_directory_path() / "knx-bench-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
         throw std::runtime_error("no temporary directory");
-    m_directory = name;
+    m_path = name;
+}
+
+Directory::~Directory() {
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+}
+
+long ResidentKiB(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;) {
+        long kib = 0;
+        if (word == "VmRSS:" && status >> kib)
+            return kib;
+    }
+    throw std::runtime_error("no VmRSS");
+}
+
+Installation::Installation(const std::function<void(const std::string& directory)>& change)
+    : m_port(FreeUdpPort()) {
     fs::copy(KNX_EXAMPLE, m_directory / "house", fs::copy_options::recursive);
-    m_children.push_back(std::make_unique<Child>(
-        Side::Measured,
-        std::vector<std::string>{Program("devicestackd"), "--config", m_directory / "house/devicestackd.json",
-                                 "--socket", Socket(), "--state-dir", m_directory / "state"},
-        -1));
-    m_children.push_back(std::make_unique<Child>(
-        Side::Measured,
-        std::vector<std::string>{Program("knxstackd"), "--config", m_directory / "house/knxstackd.json",
-                                 "--knx-port", std::to_string(m_port), "--device-stack-socket", Socket()},
-        -1));
+    if (change)
+        change(m_directory / "house");
+    m_deviceStack.emplace(Side::Measured,
+                          std::vector<std::string>{Program("devicestackd"), "--config",
+                                                   m_directory / "house/devicestackd.json", "--socket",
+                                                   Socket(), "--state-dir", m_directory / "state"},
+                          -1);
+    m_host.emplace(Side::Measured, HostArguments(), -1);
     WaitUntilReady();
 }
 
-Installation::~Installation() {
-    while (!m_children.empty())
-        m_children.pop_back();
-    fs::remove_all(m_directory);
+std::vector<std::string> Installation::HostArguments() const {
+    return {Program("knxstackd"),
+            "--config",
+            m_directory / "house/knxstackd.json",
+            "--knx-port",
+            std::to_string(m_port),
+            "--device-stack-socket",
+            Socket()};
 }
 
 void Installation::WaitUntilReady() const {
@@ -81,16 +110,6 @@ void Installation::WaitUntilReady() const {
             return;
     }
     throw std::runtime_error("the application program is not ready after 30 s");
-}
-
-long Installation::HostResidentKiB() const {
-    std::ifstream status("/proc/" + std::to_string(m_children.back()->Pid()) + "/status");
-    for (std::string word; status >> word;) {
-        long kib = 0;
-        if (word == "VmRSS:" && status >> kib)
-            return kib;
-    }
-    throw std::runtime_error("no VmRSS");
 }
 
 } // namespace Bench

@@ -1,4 +1,4 @@
-// A running installation for benchmarks: examples/house with both daemons, on loopback.
+// A running installation for benchmarks: both daemons, on loopback.
 #pragma once
 
 #include "Placement.h"
@@ -7,7 +7,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,31 +24,54 @@ public:
     Child& operator=(const Child&) = delete;
 
     pid_t Pid() const { return m_pid; }
+    /// Waits until it has ended by itself; its exit status.
+    int Wait();
 
 private:
-    pid_t m_pid;
+    pid_t m_pid; // 0: it has ended
 };
 
-/// devicestackd and knxstackd, on the side of what is measured, with a copy of examples/house in a directory
-/// of its own, which goes with the object. The constructor returns once the application program is running,
-/// and throws std::runtime_error when that takes longer than 30 s.
+/// A directory of its own, which goes with the object.
+class Directory {
+public:
+    Directory();
+    ~Directory();
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// Memory of a process that is in the machine's, in KiB.
+long ResidentKiB(pid_t process);
+
+/// devicestackd and knxstackd, on the side of what is measured, with a copy of examples/house. The
+/// constructor returns once the application program is running, and throws std::runtime_error when that takes
+/// longer than 30 s.
 class Installation {
 public:
-    Installation();
-    ~Installation();
+    /// `change`: what is called with the directory of the copy before anything is started.
+    explicit Installation(const std::function<void(const std::string& directory)>& change = {});
     Installation(const Installation&) = delete;
     Installation& operator=(const Installation&) = delete;
 
     std::uint16_t KnxPort() const { return m_port; } ///< host byte order, on 127.0.0.1
-    std::string Socket() const { return (m_directory / "devicestack.sock").string(); }
-    long HostResidentKiB() const;
+    std::string Socket() const { return m_directory / "devicestack.sock"; }
+    long HostResidentKiB() const { return ResidentKiB(m_host->Pid()); }
+    long DeviceStackResidentKiB() const { return ResidentKiB(m_deviceStack->Pid()); }
+    /// Arguments that knxstackd was started with, the program first.
+    std::vector<std::string> HostArguments() const;
 
 private:
     void WaitUntilReady() const;
 
-    std::filesystem::path m_directory;
+    Directory m_directory;
     std::uint16_t m_port;
-    std::vector<std::unique_ptr<Child>> m_children; // ended last to first
+    std::optional<Child> m_deviceStack;
+    std::optional<Child> m_host; // ended first
 };
 
 /// Path of a built program.

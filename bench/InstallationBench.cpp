@@ -1,94 +1,28 @@
 // A whole installation over its sockets: telegrams through a tunnel, from the bus to somebody who watches a
 // data point, a group read answered, from tunnel to tunnel. Beside them, in the same run, what the machine
 // itself needs: a UDP round trip, a relay that only copies, and handing over between two threads.
+#include "Figure.h"
 #include "Installation.h"
 #include "Placement.h"
+#include "Relay.h"
 #include "Sockets.h"
 
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using namespace Bench;
-using Clock = std::chrono::steady_clock;
-
-constexpr int kBlocks = 10;
-constexpr int kRoundsOfBlock = 300;
 constexpr std::uint16_t kCounterGroup = 5 << 11 | 0 << 8 | 2; // 5/0/2, Door.Count, two octets
 constexpr std::uint16_t kStatusGroup = 0 << 11 | 2 << 8 | 2;  // 0/2/2, House.Status, may be read
-
-/// Times of one thing, in microseconds.
-class Figure {
-public:
-    void Add(double microseconds) { m_microseconds.push_back(microseconds); }
-    double Percentile(int percent) {
-        std::sort(m_microseconds.begin(), m_microseconds.end());
-        return m_microseconds[m_microseconds.size() * static_cast<std::size_t>(percent) / 100];
-    }
-
-private:
-    std::vector<double> m_microseconds;
-};
-
-/// Times `round` often; it returns when what is timed was over, and may tidy up after that.
-void Measure(Figure& figure, const std::function<Clock::time_point(int)>& round) {
-    for (int warmUp = 0; warmUp < kRoundsOfBlock / 10; ++warmUp)
-        round(warmUp);
-    for (int number = 0; number < kRoundsOfBlock; ++number) {
-        const auto start = Clock::now();
-        figure.Add(std::chrono::duration<double, std::micro>(round(number) - start).count());
-    }
-}
-
-/// Sends every datagram to `target`, or back to where it came from, until it gets an empty one.
-class Relay {
-public:
-    explicit Relay(std::uint16_t target) : m_thread([this, target] { Run(target); }) {}
-    ~Relay() {
-        UdpSocket().SendTo(m_socket.Port(), {});
-        m_thread.join();
-    }
-    std::uint16_t Port() const { return m_socket.Port(); }
-
-private:
-    void Run(std::uint16_t target) {
-        RunOn(Side::Measured);
-        for (;;) {
-            std::uint16_t from = 0;
-            const Octets datagram = m_socket.Receive(from);
-            if (datagram.empty())
-                return;
-            m_socket.SendTo(target != 0 ? target : from, datagram);
-        }
-    }
-
-    UdpSocket m_socket;
-    std::thread m_thread;
-};
-
-void MeasureRoundTrip(Figure& figure) {
-    const Relay echo(0);
-    UdpSocket socket;
-    const Octets datagram(24);
-    Measure(figure, [&](int) {
-        std::uint16_t from = 0;
-        socket.SendTo(echo.Port(), datagram);
-        socket.Receive(from);
-        return Clock::now();
-    });
-}
 
 void MeasureBareRelay(Figure& figure) {
     UdpSocket sender;
@@ -217,7 +151,7 @@ void MeasureTunnelToTunnel(Figure& figure, const Installation& installation) {
     });
 }
 
-void Show(const char* what, double measured, double budget) {
+void ShowRatio(const char* what, double measured, double budget) {
     std::printf("%-58s %9.2f ", what, measured);
     if (budget > 0)
         std::printf("%9.2f%s\n", budget, measured <= budget ? "" : "  exceeded");
@@ -251,28 +185,25 @@ int main() {
         MeasureTunnelToTunnel(relay, installation);
     }
 
-    std::printf("%-58s %9s %9s\n", "Microseconds", "p50", "p99");
-    const auto show = [](const char* what, Figure& figure) {
-        std::printf("%-58s %9.1f %9.1f\n", what, figure.Percentile(50), figure.Percentile(99));
-    };
-    show("UDP round trip on loopback", roundTrip);
-    show("UDP datagram through a bare relay", bareRelay);
-    show("hand-over to a thread and back", handOver);
-    show("group write until acknowledged and confirmed", request);
-    show("group write until a subscriber hears the change", subscriber);
-    show("group write until the line of dsctl watch", watch);
-    show("group read until it is answered", read);
-    show("group write until another tunnel has it", relay);
+    ShowHead();
+    Show("UDP round trip on loopback", roundTrip);
+    Show("UDP datagram through a bare relay", bareRelay);
+    Show("hand-over to a thread and back", handOver);
+    Show("group write until acknowledged and confirmed", request);
+    Show("group write until a subscriber hears the change", subscriber);
+    Show("group write until the line of dsctl watch", watch);
+    Show("group read until it is answered", read);
+    Show("group write until another tunnel has it", relay);
     std::printf("%-58s %9.0f\n", "telegrams per second through one tunnel", 1e6 / request.Percentile(50));
 
     const double bare = roundTrip.Percentile(50);
     std::printf("\n%-58s %9s %9s\n", "Ratio of p50", "measured", "budget");
-    Show("tunnel request / round trip", request.Percentile(50) / bare, 0);
-    Show("bus to a subscriber / round trip", subscriber.Percentile(50) / bare, 3);
-    Show("bus to dsctl watch / round trip", watch.Percentile(50) / bare, 0);
-    Show("read answered / round trip", read.Percentile(50) / bare, 3);
-    Show("tunnel to tunnel / bare relay", relay.Percentile(50) / bareRelay.Percentile(50), 1.5);
-    Show("hand-over / round trip", handOver.Percentile(50) / bare, 0);
+    ShowRatio("tunnel request / round trip", request.Percentile(50) / bare, 0);
+    ShowRatio("bus to a subscriber / round trip", subscriber.Percentile(50) / bare, 3);
+    ShowRatio("bus to dsctl watch / round trip", watch.Percentile(50) / bare, 0);
+    ShowRatio("read answered / round trip", read.Percentile(50) / bare, 3);
+    ShowRatio("tunnel to tunnel / bare relay", relay.Percentile(50) / bareRelay.Percentile(50), 1.5);
+    ShowRatio("hand-over / round trip", handOver.Percentile(50) / bare, 0);
     std::printf("\n%-58s %9ld KiB\n", "resident memory of the host", installation.HostResidentKiB());
     return 0;
 }

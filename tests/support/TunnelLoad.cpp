@@ -299,7 +299,6 @@ public:
     Result Run();
 
 private:
-    static constexpr seconds kQuiet{2};
     static constexpr seconds kPatience{60};
 
     void Wait(TimePoint until);
@@ -346,10 +345,10 @@ Result Load::Run() {
         tunnel->HurryUp();
     m_lastDatagram = Clock::now();
     const auto latest = m_lastDatagram + kPatience;
-    while (Clock::now() < m_lastDatagram + kQuiet) {
+    while (Clock::now() < m_lastDatagram + m_settings.quiet) {
         if (Clock::now() > latest)
             throw std::runtime_error("a minute after the last number telegrams still come");
-        Wait(m_lastDatagram + kQuiet);
+        Wait(m_lastDatagram + m_settings.quiet);
     }
     return Summary(start);
 }

@@ -35,6 +35,8 @@ struct Settings {
     std::chrono::milliseconds listenerPause{0};
     std::uint16_t firstGroup = 0; ///< of the first writer; the others follow
     std::chrono::milliseconds duration{1000};
+    /// It is over when nothing has come for so long: longer than a server waits before it repeats.
+    std::chrono::milliseconds quiet{2000};
 };
 
 /// One tunnel, seen from its client.
@@ -61,9 +63,9 @@ struct Result {
     std::vector<TunnelResult> tunnels;
 };
 
-/// Opens the tunnels, writes for the duration, and then waits until the last telegram was heard: nothing has
-/// come for 2 s, more than a server waits before it repeats. On the calling thread alone. Throws
-/// std::runtime_error when the server refuses a tunnel, or something keeps coming for a minute.
+/// Opens the tunnels, writes for the duration, and then waits until nothing comes any more. On the calling
+/// thread alone. Throws std::runtime_error when the server refuses a tunnel, or something keeps coming for a
+/// minute.
 Result Run(const Settings& settings);
 
 } // namespace TunnelLoad
