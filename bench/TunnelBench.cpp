@@ -70,7 +70,7 @@ public:
 
 private:
     std::string Configure() const {
-        const auto file = m_directory / "knxstackd.json";
+        auto file = m_directory / "knxstackd.json";
         std::ofstream(file) << Configuration(m_port, m_directory / "report");
         return file;
     }

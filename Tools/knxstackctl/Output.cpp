@@ -33,6 +33,7 @@ const json::object* Object(const json::object& object, const char* name) {
 std::vector<std::string> Row(const json::object& object,
                              const std::vector<std::pair<std::string, const char*>>& columns) {
     std::vector<std::string> row;
+    row.reserve(columns.size());
     for (const auto& column : columns)
         row.push_back(std::to_string(Number(object, column.second)));
     return row;
@@ -40,6 +41,7 @@ std::vector<std::string> Row(const json::object& object,
 
 std::vector<std::string> Header(const std::vector<std::pair<std::string, const char*>>& columns) {
     std::vector<std::string> row;
+    row.reserve(columns.size());
     for (const auto& column : columns)
         row.push_back(column.first);
     return row;
