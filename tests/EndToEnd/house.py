@@ -13,7 +13,7 @@ import socket
 import sys
 import tempfile
 
-from processes import Process, run, wait_until
+from processes import Failure, Process, run, wait_until
 
 BIN = pathlib.Path(os.environ["KNX_BIN_DIR"])
 EXAMPLE = pathlib.Path(os.environ["KNX_EXAMPLE"])
@@ -101,16 +101,19 @@ class House:
         return self
 
     def __exit__(self, failure, *_):
-        try:
-            for process in reversed(self._processes):
-                if process.is_running() and process.name in DAEMONS and failure is None:
+        complaints = []
+        for process in reversed(self._processes):
+            try:
+                if process.is_running() and process.name in DAEMONS and failure is None and not complaints:
                     process.stop_cleanly()
-                elif process.is_running():
-                    process.kill()
-        finally:
-            for process in self._processes:
-                process.close()
-            shutil.rmtree(self.directory, ignore_errors=True)
+            except Failure as complaint:
+                complaints.append(complaint)
+            if process.is_running():
+                process.kill()
+            process.close()
+        shutil.rmtree(self.directory, ignore_errors=True)
+        if complaints:
+            raise complaints[0]
 
     def start(self, name, arguments, **options):
         process = Process(name, arguments, **options)

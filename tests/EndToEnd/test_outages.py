@@ -335,7 +335,7 @@ class ReadsOnInit(Outages):
         before = self.interface()["connections"]
         self.cable.down()
         self.set(self.client)  # so that the end of the tunnel is noticed at once
-        time.sleep(5)
+        wait_until(lambda: not self.interface()["connected"], 20, "the tunnel has ended")
         self.cable.up()
         wait_until(lambda: self.interface()["connections"] > before, BACK_OFF_SECONDS, "a new tunnel")
 
