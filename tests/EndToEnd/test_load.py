@@ -64,7 +64,7 @@ class Load(unittest.TestCase):
                 self.memory_early = house.host.resident_bytes()
             if passed < seconds:
                 self.memory_late = house.host.resident_bytes()
-        result = json.loads("\n".join(load.texts()))
+        result = json.loads(wait_until(load.texts, 20, "TunnelLoad says what came of it")[0])
         return result, {tunnel["address"]: tunnel for tunnel in house.control("links")["server"]["tunnels"]}
 
     def assert_load_was_carried(self, house, result, counters):
