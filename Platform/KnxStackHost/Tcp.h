@@ -46,10 +46,10 @@ public:
     void Start();
 
     /// Sends in the stream without waiting; in order. Nothing for a stream that is not open.
-    void Send(KnxIp::StreamId stream, KnxFrames::Octets octets);
+    void Send(KnxIp::StreamId id, KnxFrames::Octets octets);
 
     /// Ends a stream; what waits for room in it is lost. Nothing for a stream that is not open.
-    void Close(KnxIp::StreamId stream);
+    void Close(KnxIp::StreamId id);
 
     /// Port that is listened on; 0 before Open().
     std::uint16_t Port() const;
@@ -69,7 +69,7 @@ private:
 
     void Accept();
     void Take(boost::asio::ip::tcp::socket socket);
-    void GiveUp(KnxIp::StreamId stream, const Client& client);
+    void GiveUp(KnxIp::StreamId id, const Client& client);
     template <class Call>
     void Tell(const KnxIp::Endpoint& from, Call call);
 
