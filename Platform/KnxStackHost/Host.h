@@ -4,10 +4,10 @@
 #include "KnxDevice/DownloadedData.h"
 #include "KnxDevice/GroupObjects.h"
 #include "KnxDevice/InterfaceObjects.h"
-#include "KnxStackHost/ApplicationThread.h"
-#include "KnxStackHost/Configuration.h"
-#include "KnxStackHost/DeviceManagement.h"
-#include "KnxStackHost/LinkThread.h"
+#include "KnxStackHost/Configuration/Configuration.h"
+#include "KnxStackHost/Device/DeviceManagement.h"
+#include "KnxStackHost/Links/LinkThread.h"
+#include "KnxStackHost/Program/ApplicationThread.h"
 
 #include <atomic>
 #include <chrono>

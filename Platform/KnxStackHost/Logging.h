@@ -1,7 +1,7 @@
 // Where the daemon's log goes.
 #pragma once
 
-#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/Configuration/Configuration.h"
 
 namespace KnxStackHost {
 

@@ -1,10 +1,10 @@
 // knxstackd: the KNX stack host.
 #include "DaemonSupport/LogSettings.h"
-#include "KnxStackHost/Configuration.h"
-#include "KnxStackHost/HandlerRegistry.h"
+#include "KnxStackHost/Configuration/Configuration.h"
+#include "KnxStackHost/Configuration/ProjectCheck.h"
 #include "KnxStackHost/Host.h"
 #include "KnxStackHost/Logging.h"
-#include "KnxStackHost/ProjectCheck.h"
+#include "KnxStackHost/Program/HandlerRegistry.h"
 #include "ProjectFile/Project.h"
 
 #include <CLI/CLI.hpp>

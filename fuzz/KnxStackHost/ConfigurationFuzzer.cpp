@@ -5,7 +5,7 @@
 
 #include "KnxDevice/LoadedTables.h"
 #include "KnxIp/TunnelServer.h"
-#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/Configuration/Configuration.h"
 
 #include <string_view>
 

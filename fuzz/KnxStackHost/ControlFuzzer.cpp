@@ -4,7 +4,7 @@
 
 #include "Fuzz.h"
 
-#include "KnxStackHost/ControlCommands.h"
+#include "KnxStackHost/Control/ControlCommands.h"
 
 #include <boost/json.hpp>
 

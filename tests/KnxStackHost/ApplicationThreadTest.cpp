@@ -1,4 +1,4 @@
-#include "KnxStackHost/ApplicationThread.h"
+#include "KnxStackHost/Program/ApplicationThread.h"
 
 #include "Fakes.h"
 #include "KnxDevice/InterfaceObjects.h"

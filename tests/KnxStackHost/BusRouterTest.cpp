@@ -1,4 +1,4 @@
-#include "KnxStackHost/BusRouter.h"
+#include "KnxStackHost/Links/BusRouter.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

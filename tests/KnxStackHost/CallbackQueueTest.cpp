@@ -1,4 +1,4 @@
-#include "KnxStackHost/CallbackQueue.h"
+#include "KnxStackHost/Program/CallbackQueue.h"
 
 #include <gmock/gmock.h>
 

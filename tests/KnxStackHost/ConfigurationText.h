@@ -1,7 +1,7 @@
 // A configuration to read, and to spoil.
 #pragma once
 
-#include "KnxStackHost/Configuration.h"
+#include "KnxStackHost/Configuration/Configuration.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "KnxStackHost/ControlCommands.h"
+#include "KnxStackHost/Control/ControlCommands.h"
 
 #include <gmock/gmock.h>
 

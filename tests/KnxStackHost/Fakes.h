@@ -4,7 +4,7 @@
 #include "KnxDevice/GroupObjectTable.h"
 #include "KnxStack/GroupValue.h"
 #include "KnxStack/IGroupValueUser.h"
-#include "KnxStackHost/GroupValueService.h"
+#include "KnxStackHost/Program/GroupValueService.h"
 
 #include <atomic>
 #include <functional>

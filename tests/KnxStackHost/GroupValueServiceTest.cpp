@@ -1,4 +1,4 @@
-#include "KnxStackHost/GroupValueService.h"
+#include "KnxStackHost/Program/GroupValueService.h"
 
 #include "Fakes.h"
 #include "KnxStack/IGroupObject.h"

@@ -1,5 +1,5 @@
 // The link thread with tunnels, and with receivers that throw.
-#include "KnxStackHost/LinkThread.h"
+#include "KnxStackHost/Links/LinkThread.h"
 
 #include "Fakes.h"
 #include "RawTunnel.h"

@@ -1,4 +1,4 @@
-#include "KnxStackHost/NameLookUp.h"
+#include "KnxStackHost/Links/NameLookUp.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // What sockets do when the network changes under them, in a network that nobody else sees.
-#include "KnxStackHost/NetworkChanges.h"
-#include "KnxStackHost/Udp.h"
+#include "KnxStackHost/Links/NetworkChanges.h"
+#include "KnxStackHost/Links/Udp.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Addresses of network interfaces, held against what the kernel says elsewhere.
-#include "KnxStackHost/NetworkPlace.h"
+#include "KnxStackHost/Links/NetworkPlace.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

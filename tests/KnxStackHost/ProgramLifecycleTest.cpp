@@ -1,4 +1,4 @@
-#include "KnxStackHost/ProgramLifecycle.h"
+#include "KnxStackHost/Program/ProgramLifecycle.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "KnxStackHost/ProjectCheck.h"
+#include "KnxStackHost/Configuration/ProjectCheck.h"
 
 #include "../support/TemporaryDirectory.h"
 #include "ProjectFile/Project.h"

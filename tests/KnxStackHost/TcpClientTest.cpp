@@ -1,7 +1,7 @@
 // The TCP stream to a server, on an io_context of the test, with a server of ours at the other end.
-#include "KnxStackHost/TcpClient.h"
+#include "KnxStackHost/Links/TcpClient.h"
 
-#include "KnxStackHost/Tcp.h"
+#include "KnxStackHost/Links/Tcp.h"
 
 #include <gmock/gmock.h>
 

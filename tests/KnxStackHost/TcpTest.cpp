@@ -1,5 +1,5 @@
 // TCP streams on an io_context of the test.
-#include "KnxStackHost/Tcp.h"
+#include "KnxStackHost/Links/Tcp.h"
 
 #include "RawTcp.h"
 

@@ -1,4 +1,4 @@
-#include "KnxStackHost/TelegramText.h"
+#include "KnxStackHost/Control/TelegramText.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Sockets and deadlines on an io_context of the test.
-#include "KnxStackHost/Udp.h"
+#include "KnxStackHost/Links/Udp.h"
 
 #include "RawTunnel.h"
 
