@@ -282,5 +282,20 @@ TEST_F(Router, WhatIsInjectedDoesNotGoToTheInterface) {
                                           "program: 128 2 01"));
 }
 
+TEST_F(Router, KnowsWhatFitsNoGroupObjectOfAnAddress) {
+    const auto fits = [this](const KnxFrames::Tpdu& tpdu, GroupAddress destination) {
+        return m_router.FitsGroup(Telegram({}, tpdu, destination));
+    };
+    const std::uint8_t octet[] = {7};
+    const auto byte = *KnxFrames::MakeGroupLongValue(GroupServiceKind::Write, octet);
+    const auto bit = KnxFrames::MakeGroupShortValue(GroupServiceKind::Write, 1);
+    EXPECT_TRUE(fits(bit, kAddress));
+    EXPECT_FALSE(fits(byte, kAddress));
+    EXPECT_TRUE(fits(byte, GroupAddress(1, 2, 4)));
+    EXPECT_FALSE(fits(bit, GroupAddress(1, 2, 4)));
+    EXPECT_TRUE(fits(bit, GroupAddress(9, 9, 9))) << "nobody is known there";
+    EXPECT_TRUE(fits(KnxFrames::MakeGroupRead(), kAddress));
+}
+
 } // namespace
 } // namespace KnxStackHost

@@ -14,8 +14,9 @@ public:
     DeviceStatus GetDeviceStatus() const override { return device; }
     LinksStatus GetLinksStatus() const override { return links; }
     void SetProgrammingMode(bool on) override { device.programmingMode = on; }
-    void SendToGroup(const KnxFrames::LData& telegram) override {
+    std::string SendToGroup(const KnxFrames::LData& telegram) override {
         went.push_back("send " + KnxFrames::Describe(telegram));
+        return sendFault;
     }
     std::string Inject(const KnxFrames::LData& telegram) override {
         went.push_back("inject " + KnxFrames::Describe(telegram));
@@ -24,6 +25,7 @@ public:
 
     DeviceStatus device;
     LinksStatus links;
+    std::string sendFault;
     std::string injectFault;
     std::vector<std::string> went;
 };
@@ -106,6 +108,9 @@ TEST_F(Control, WriteAndReadSendToTheGroup) {
     Answer(R"({"id":1,"method":"read","params":{"address":"1/515"}})");
     EXPECT_THAT(m_target.went, ElementsAre("send 0.0.0 -> 1/2/4 GroupValue_Write 0c1a",
                                            "send 0.0.0 -> 1/2/3 GroupValue_Read"));
+    m_target.sendFault = "not this one";
+    EXPECT_EQ(R"({"code":1,"message":"not this one"})",
+              Error("write", R"({"address":"1/2/4","dpt":"9.001","value":"21"})"));
 }
 
 TEST_F(Control, InjectTakesAnyLDataAsAnIndication) {

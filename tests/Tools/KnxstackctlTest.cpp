@@ -220,6 +220,10 @@ TEST_F(Knxstackctl, InjectComesFromTheBus) {
 }
 
 TEST_F(Knxstackctl, WhatCannotBeDoneIsOneLineAndAStatus) {
+    ExpectRefused(
+        {"write", "1/2/4", "1.001", "1"}, 1,
+        "knxstackctl: the group object of 1/2/4 has another size than this value; its datapoint type "
+        "is 9.001\n");
     ExpectRefused({"write", "1/2/4", "9.001", "700000"}, 1,
                   "knxstackctl: 9.001: 700000 is above 670433.28 °C\n");
     ExpectRefused({"inject", "2900bce011fa0a03010081"}, 1,

@@ -171,19 +171,23 @@ json::object ProgMode(const Call& call) {
     return {{"on", call.target.GetDeviceStatus().programmingMode}};
 }
 
+json::object SendToGroup(const Call& call, GroupAddress address, const KnxFrames::Tpdu& tpdu) {
+    if (const auto cause = call.target.SendToGroup(KnxFrames::MakeGroupTelegram({}, address, tpdu));
+        !cause.empty())
+        throw Refusal(kRefused, cause);
+    return {};
+}
+
 json::object Write(const Call& call) {
     const auto address = GroupOf(call.params);
     const auto encoded = EncodeWrite(TextOf(call.params, "dpt"), TextOf(call.params, "value"));
     if (!encoded.refusal.empty())
         throw Refusal(kRefused, encoded.refusal);
-    call.target.SendToGroup(KnxFrames::MakeGroupTelegram({}, address, encoded.tpdu));
-    return {};
+    return SendToGroup(call, address, encoded.tpdu);
 }
 
 json::object Read(const Call& call) {
-    call.target.SendToGroup(
-        KnxFrames::MakeGroupTelegram({}, GroupOf(call.params), KnxFrames::MakeGroupRead()));
-    return {};
+    return SendToGroup(call, GroupOf(call.params), KnxFrames::MakeGroupRead());
 }
 
 json::object Inject(const Call& call) {

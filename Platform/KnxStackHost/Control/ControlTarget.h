@@ -83,7 +83,8 @@ public:
     virtual void SetProgrammingMode(bool on) = 0;
 
     /// A group telegram of this device to everybody, its own group objects included. The source is filled in.
-    virtual void SendToGroup(const KnxFrames::LData& telegram) = 0;
+    /// "" or why it was not sent: one sentence.
+    virtual std::string SendToGroup(const KnxFrames::LData& telegram) = 0;
 
     /// As if the telegram had come from the bus. "" or why it cannot have: one sentence.
     virtual std::string Inject(const KnxFrames::LData& telegram) = 0;

@@ -67,11 +67,20 @@ std::string HostControl::TextOf(Origin origin) const {
     return "control";
 }
 
-void HostControl::SendToGroup(const LData& telegram) {
+std::string HostControl::SendToGroup(const LData& telegram) {
+    if (!m_router.FitsGroup(telegram)) {
+        const auto* const entry = m_addressBook.Find(telegram.GroupDestination());
+        return fmt::format("the group object of {} has another size than this value{}",
+                           telegram.GroupDestination().ToString(),
+                           entry != nullptr && entry->dpt
+                               ? fmt::format("; its datapoint type is {}", Datapoint::ToString(*entry->dpt))
+                               : std::string());
+    }
     auto sent = telegram;
     sent.source = m_management.Address();
     Report("sends", sent);
     m_router.FromControl(sent);
+    return {};
 }
 
 std::string HostControl::Inject(const LData& telegram) {

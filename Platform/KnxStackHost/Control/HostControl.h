@@ -40,7 +40,7 @@ private:
     DeviceStatus GetDeviceStatus() const override { return m_sources.device(); }
     LinksStatus GetLinksStatus() const override { return m_sources.links(); }
     void SetProgrammingMode(bool on) override { m_management.SetProgrammingMode(on); }
-    void SendToGroup(const KnxFrames::LData& telegram) override;
+    std::string SendToGroup(const KnxFrames::LData& telegram) override;
     std::string Inject(const KnxFrames::LData& telegram) override;
 
     void Report(const char* what, const KnxFrames::LData& telegram);

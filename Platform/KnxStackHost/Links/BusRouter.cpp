@@ -104,6 +104,14 @@ bool BusRouter::IsOwn(IndividualAddress address) const {
     return std::binary_search(m_inside.begin(), m_inside.end(), address);
 }
 
+bool BusRouter::FitsGroup(const LData& telegram) const {
+    const auto service = KnxFrames::ReadGroupService(telegram.tpdu);
+    if (!service)
+        return false;
+    const auto reception = KnxDevice::Receive(*m_objects.Tables(), telegram.GroupDestination(), *service);
+    return reception.wrongLength == 0 || !reception.objects.empty();
+}
+
 void BusRouter::PassToTunnels(const LData& telegram, std::optional<std::uint8_t> except) {
     if (telegram.IsToGroup()) {
         m_ports.ToTunnels(telegram, except);

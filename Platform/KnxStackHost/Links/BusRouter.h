@@ -84,6 +84,10 @@ public:
     /// True for the addresses of device and tunnels.
     bool IsOwn(KnxFrames::IndividualAddress address) const;
 
+    /// False when every group object of the group telegram's address that would take it has values of another
+    /// size.
+    bool FitsGroup(const KnxFrames::LData& telegram) const;
+
 private:
     void PassToTunnels(const KnxFrames::LData& telegram, std::optional<std::uint8_t> except);
     void PassToInterface(const KnxFrames::LData& telegram);
