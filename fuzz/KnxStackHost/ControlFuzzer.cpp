@@ -51,7 +51,10 @@ public:
     DeviceStatus GetDeviceStatus() const override { return m_status; }
     LinksStatus GetLinksStatus() const override { return {}; }
     void SetProgrammingMode(bool on) override { m_status.programmingMode = on; }
-    void SendToGroup(const KnxFrames::LData& telegram) override { CheckWords(telegram); }
+    std::string SendToGroup(const KnxFrames::LData& telegram) override {
+        CheckWords(telegram);
+        return {};
+    }
     std::string Inject(const KnxFrames::LData& telegram) override {
         CheckWords(telegram);
         return {};
