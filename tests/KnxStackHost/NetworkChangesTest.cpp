@@ -32,7 +32,7 @@ protected:
                 test();
         }).join();
         if (!isPossible)
-            GTEST_SKIP() << "this user may make no network namespace with a veth pair";
+            GTEST_SKIP() << "skipped: this user may make no network namespace with a veth pair";
     }
 
     static bool PlugIn() {
