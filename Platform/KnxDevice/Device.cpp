@@ -70,6 +70,7 @@ const char* ToString(StandardObject object) {
 Device::Device(DeviceIdentity identity, InterfaceObjects& objects)
     : m_identity(identity), m_objects(objects), m_address(identity.factoryAddress) {
     std::vector<InterfaceObjectDefinition> standard;
+    standard.reserve(kStandardObjects);
     for (const auto type : kStandardObjectTypes)
         standard.push_back({type, 1, {}});
     m_objects.Load(standard);
