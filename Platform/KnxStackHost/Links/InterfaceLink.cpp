@@ -126,13 +126,10 @@ std::optional<TimePoint> InterfaceLink::OnTime() {
 }
 
 void InterfaceLink::AfterWork() {
-    if (!m_overflowing || m_client.Waiting() != 0)
-        return;
-    m_overflowing = false;
-    const auto dropped = m_client.Counters().dropped;
-    LOG4CPLUS_WARN(Log(),
-                   fmt::format("the KNX/IP interface {} has caught up; {} telegrams to it were dropped",
-                               Name(), dropped - std::exchange(m_reportedDrops, dropped)));
+    if (const auto dropped = m_drops.TakeEnd(m_client.Waiting(), m_client.Counters().dropped))
+        LOG4CPLUS_WARN(Log(),
+                       fmt::format("the KNX/IP interface {} has caught up; {} telegrams to it were dropped",
+                                   Name(), *dropped));
 }
 
 void InterfaceLink::ReportCounts() {
@@ -233,7 +230,7 @@ void InterfaceLink::OnSendFailed(const KnxFrames::LData& telegram, KnxIp::SendFa
 }
 
 void InterfaceLink::OnQueueOverflow() {
-    m_overflowing = true;
+    m_drops.Begin();
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the KNX/IP interface {} does not keep up; waiting telegrams are dropped, the "
                                "oldest of the lowest priority first",

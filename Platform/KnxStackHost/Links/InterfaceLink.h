@@ -4,6 +4,7 @@
 #include "KnxIp/TunnelClient.h"
 #include "KnxStackHost/Configuration/Configuration.h"
 #include "KnxStackHost/Control/ControlTarget.h"
+#include "KnxStackHost/Links/DropBurst.h"
 #include "KnxStackHost/Links/NameLookUp.h"
 #include "KnxStackHost/Links/TcpClient.h"
 #include "KnxStackHost/Links/Udp.h"
@@ -76,8 +77,7 @@ private:
     Notices m_refused;
     Notices m_sendFailures;
     bool m_mayHaveLeft = true; // of the last datagram
-    bool m_overflowing = false;
-    std::uint64_t m_reportedDrops = 0;
+    DropBurst m_drops;
     bool m_failureReported = false; // since the last connection
     bool m_lookingUp = false;
     bool m_stopped = false;

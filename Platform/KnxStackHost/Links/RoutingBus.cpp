@@ -97,12 +97,10 @@ std::optional<TimePoint> RoutingBus::OnTime() {
 }
 
 void RoutingBus::AfterWork() {
-    if (!m_overflowing || m_link.Waiting() != 0)
-        return;
-    m_overflowing = false;
-    const auto dropped = m_link.Counters().dropped;
-    LOG4CPLUS_WARN(Log(), fmt::format("the multicast group {} has caught up; {} telegrams to it were dropped",
-                                      m_group.ToString(), dropped - std::exchange(m_reportedDrops, dropped)));
+    if (const auto dropped = m_drops.TakeEnd(m_link.Waiting(), m_link.Counters().dropped))
+        LOG4CPLUS_WARN(Log(),
+                       fmt::format("the multicast group {} has caught up; {} telegrams to it were dropped",
+                                   m_group.ToString(), *dropped));
 }
 
 void RoutingBus::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
@@ -128,7 +126,7 @@ void RoutingBus::OnBusy(const Endpoint& from, std::chrono::milliseconds wait) {
 }
 
 void RoutingBus::OnQueueOverflow() {
-    m_overflowing = true;
+    m_drops.Begin();
     LOG4CPLUS_WARN(
         Log(), fmt::format("more telegrams for the multicast group {} than may be sent; waiting telegrams "
                            "are dropped, the oldest of the lowest priority first",

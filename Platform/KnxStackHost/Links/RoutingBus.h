@@ -5,6 +5,7 @@
 #include "KnxIp/TunnelServer.h"
 #include "KnxStackHost/Configuration/Configuration.h"
 #include "KnxStackHost/Control/ControlTarget.h"
+#include "KnxStackHost/Links/DropBurst.h"
 #include "KnxStackHost/Links/Udp.h"
 #include "KnxStackHost/Notices.h"
 
@@ -53,8 +54,7 @@ private:
     Notices m_busy;
     Notices m_lost;
     std::uint64_t m_foreign = 0; // datagrams to the group that were none of routing
-    bool m_overflowing = false;
-    std::uint64_t m_reportedDrops = 0;
+    DropBurst m_drops;
     std::minstd_rand m_random{std::random_device{}()};
     KnxIp::RoutingLink m_link;
 };
