@@ -69,6 +69,7 @@ public:
             OpenInterface(*m_configuration.interface);
         if (m_configuration.routing)
             OpenRouting(*m_configuration.routing);
+        FindPlace();
         management.SetIpFacts([this] { return GetIpFacts(); });
         if (m_server) {
             m_server->ManageBy({[this](const KnxFrames::ManagementMessage& request) {
@@ -264,7 +265,11 @@ private:
 
     void ToMonitor(const LData& telegram, Origin origin) override { m_control->OnTelegram(telegram, origin); }
 
+    /// Asks the kernel, which takes too long for each change of the device.
+    void FindPlace() { m_place = NetworkPlaceOf(m_server ? m_server->Address() : 0); }
+
     void OnNetworkChanged() {
+        FindPlace();
         if (m_server)
             m_server->OnNetworkChanged();
         if (m_routing)
@@ -287,8 +292,7 @@ private:
         KnxDevice::IpFacts facts;
         if (m_server)
             facts = m_server->Facts();
-        else
-            facts.place = NetworkPlaceOf(0);
+        facts.place = m_place;
         if (m_interface) {
             const auto status = m_interface->Status();
             facts.busIsUnreachable = !status.connected;
@@ -361,6 +365,7 @@ private:
     KnxIp::Backlog m_backlog; // of what the telegram of the group that is being passed on went into
     std::optional<InterfaceLink> m_interface; // at most one of these two
     std::optional<RoutingBus> m_routing;
+    KnxDevice::IpPlace m_place;
     NetworkChanges m_networkChanges{m_context, [this] { OnNetworkChanged(); }};
     std::optional<HostControl> m_control; // opened last
 

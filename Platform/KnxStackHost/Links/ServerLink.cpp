@@ -157,7 +157,6 @@ void ServerLink::SetDevice(const KnxDevice::Device& device) {
 
 KnxDevice::IpFacts ServerLink::Facts() const {
     KnxDevice::IpFacts facts;
-    facts.place = NetworkPlaceOf(m_socket.Local().address);
     facts.multicast = m_device.multicast;
     facts.tunnels = m_addresses;
     facts.routes = m_device.multicast != 0;

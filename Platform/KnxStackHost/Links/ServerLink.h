@@ -51,7 +51,10 @@ public:
     /// A property has changed: clients of management connections are told (M_PropInfo.ind).
     void Announce(const KnxFrames::ManagementMessage& property);
 
-    /// The place of the server in the IP network, and what has gone to its clients.
+    /// The IPv4 address that the server listens on; 0 = all of this machine.
+    std::uint32_t Address() const { return m_socket.Local().address; }
+
+    /// What concerns the server, but its place in the IP network.
     KnxDevice::IpFacts Facts() const;
 
     /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
