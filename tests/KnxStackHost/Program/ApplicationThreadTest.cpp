@@ -1,6 +1,6 @@
 #include "KnxStackHost/Program/ApplicationThread.h"
 
-#include "Fakes.h"
+#include "../Fakes.h"
 #include "KnxDevice/InterfaceObjects.h"
 
 #include <gmock/gmock.h>

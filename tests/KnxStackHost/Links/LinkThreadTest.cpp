@@ -1,8 +1,8 @@
 // The link thread with tunnels, and with receivers that throw.
 #include "KnxStackHost/Links/LinkThread.h"
 
-#include "Fakes.h"
-#include "RawTunnel.h"
+#include "../Fakes.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

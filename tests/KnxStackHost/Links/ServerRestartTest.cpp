@@ -1,6 +1,6 @@
 // What the clients of a server that died meet when it is back.
-#include "DaemonProcess.h"
-#include "RawTunnel.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // A download has ended: the running daemon loads the device anew and tells its program.
-#include "DaemonProcess.h"
-#include "RawTunnel.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

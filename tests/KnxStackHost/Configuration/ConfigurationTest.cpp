@@ -1,6 +1,6 @@
 #include "ConfigurationText.h"
 
-#include "../support/TemporaryDirectory.h"
+#include "../../support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // A tool manages the running daemon's device through a tunnel.
-#include "DaemonProcess.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 #include "Downloader.h"
-#include "RawTunnel.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

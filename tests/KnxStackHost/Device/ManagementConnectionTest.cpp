@@ -1,6 +1,6 @@
 // Device management connections to the running daemon, over UDP and over TCP.
-#include "DaemonProcess.h"
-#include "RawManagement.h"
+#include "../DaemonProcess.h"
+#include "../RawManagement.h"
 
 #include <gmock/gmock.h>
 

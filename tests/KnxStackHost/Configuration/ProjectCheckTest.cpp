@@ -1,6 +1,6 @@
 #include "KnxStackHost/Configuration/ProjectCheck.h"
 
-#include "../support/TemporaryDirectory.h"
+#include "../../support/TemporaryDirectory.h"
 #include "ProjectFile/Project.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // The running daemon on a multicast bus, which is loopback.
-#include "DaemonProcess.h"
-#include "RawGroup.h"
+#include "../DaemonProcess.h"
+#include "../RawGroup.h"
 
 #include <gmock/gmock.h>
 

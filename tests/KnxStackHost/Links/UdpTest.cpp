@@ -1,7 +1,7 @@
 // Sockets and deadlines on an io_context of the test.
 #include "KnxStackHost/Links/Udp.h"
 
-#include "RawTunnel.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

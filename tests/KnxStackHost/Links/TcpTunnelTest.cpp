@@ -1,6 +1,6 @@
 // Tunnels over TCP to the running daemon.
-#include "DaemonProcess.h"
-#include "RawTcp.h"
+#include "../DaemonProcess.h"
+#include "../RawTcp.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // The control socket of the running daemon.
-#include "../support/Daemon.h"
-#include "DaemonProcess.h"
-#include "RawTunnel.h"
+#include "../../support/Daemon.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

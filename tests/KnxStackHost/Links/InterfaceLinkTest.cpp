@@ -1,7 +1,7 @@
 // The way to the bus: one daemon as the KNX/IP interface of another.
-#include "DaemonProcess.h"
-#include "RawManagement.h"
-#include "RawTunnel.h"
+#include "../DaemonProcess.h"
+#include "../RawManagement.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // The running daemon reads the values of group objects with flag I.
-#include "DaemonProcess.h"
-#include "RawTunnel.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

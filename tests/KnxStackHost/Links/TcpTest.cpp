@@ -1,7 +1,7 @@
 // TCP streams on an io_context of the test.
 #include "KnxStackHost/Links/Tcp.h"
 
-#include "RawTcp.h"
+#include "../RawTcp.h"
 
 #include <gmock/gmock.h>
 

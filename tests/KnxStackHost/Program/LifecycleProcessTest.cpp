@@ -1,6 +1,6 @@
 // Start, failure, reload and end of the application program in the running daemon.
-#include "DaemonProcess.h"
-#include "RawTunnel.h"
+#include "../DaemonProcess.h"
+#include "../RawTunnel.h"
 
 #include <gmock/gmock.h>
 

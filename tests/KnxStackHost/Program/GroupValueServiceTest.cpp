@@ -1,6 +1,6 @@
 #include "KnxStackHost/Program/GroupValueService.h"
 
-#include "Fakes.h"
+#include "../Fakes.h"
 #include "KnxStack/IGroupObject.h"
 
 #include <gmock/gmock.h>
