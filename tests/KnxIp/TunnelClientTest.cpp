@@ -339,28 +339,6 @@ TEST(TunnelClient, GarbageIsReportedAndChangesNothing) {
     EXPECT_TRUE(bench.Client().IsConnected());
 }
 
-TEST(TunnelClient, WaitsForItsServerWithTheTelegramsInAQueue) {
-    TunnelClientConfig config;
-    config.queueLimit = 2;
-    ClientBench bench(std::move(config));
-    bench.Client().Start(bench.Now());
-    EXPECT_EQ(bench.Client().NextTime(), std::nullopt);
-    for (std::uint8_t value = 1; value <= 3; ++value)
-        bench.Send(Telegram(value));
-    bench.Advance(std::chrono::hours(1));
-    EXPECT_EQ(bench.Client().Waiting(), 2U);
-    EXPECT_EQ(bench.Client().Counters().dropped, 1U);
-    bench.Client().SetServer(bench.Now(), kServer);
-    bench.Receive(kServer, "061002060014 1500 0801c0a801020e57 040411fa");
-    EXPECT_EQ(bench.Take(), R"(
-0.000 ! queue overflows
-3600.000 > server 06100205001a 0801c0a8010ac3500801c0a8010ac35004040200
-3600.000 < server 061002060014 15000801c0a801020e57040411fa
-3600.000 ! connected as 1.1.250
-3600.000 > server 061004200015 041500001100bce000000a03010082
-)");
-}
-
 TEST(TunnelClient, AServerSetBeforeTheStartOrAfterTheStopIsNotDisturbed) {
     ClientBench bench{TunnelClientConfig()};
     bench.Client().SetServer(bench.Now(), kServer);
