@@ -187,10 +187,10 @@ const LoadableObject& Device::Loadable(StandardObject object) const {
     return At(object).object;
 }
 
-void Device::ControlLoading(StandardObject object, Octets octets) {
+WriteResult Device::ControlLoading(StandardObject object, Octets octets) {
     auto& loadable = At(object).object;
     const auto former = loadable.State();
-    loadable.Control(octets);
+    const auto result = loadable.Control(octets);
     const bool completed = former != LoadState::Loaded && loadable.IsLoaded();
     if (completed)
         ++m_downloads;
@@ -201,6 +201,7 @@ void Device::ControlLoading(StandardObject object, Octets octets) {
         Changed(DeviceChange::LoadState);
     else if (version != std::array<std::uint8_t, 5>{}) // written while nothing was loaded
         Changed(DeviceChange::Stored);
+    return result;
 }
 
 const std::array<std::uint8_t, 5>& Device::ProgramVersion(StandardObject object) const {
@@ -280,26 +281,37 @@ std::optional<std::vector<std::uint8_t>> Device::ReadMemory(std::uint32_t addres
     if (address == kSystemState && count == 1)
         return std::vector<std::uint8_t>{
             m_programmingMode ? static_cast<std::uint8_t>(kProgrammingBit | kParityBit) : std::uint8_t{0}};
-    for (const auto& each : m_loadables) {
-        const auto& [first, octets] = each.object.Memory();
-        if (address < first || address - first >= octets.size())
-            continue;
-        const std::size_t offset = address - first;
-        if (count > octets.size() - offset)
-            return std::nullopt;
-        const auto begin = octets.begin() + static_cast<std::ptrdiff_t>(offset);
-        return std::vector<std::uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(count));
-    }
-    return std::nullopt;
+    const auto* const segment = SegmentAt(address);
+    if (segment == nullptr || count > segment->octets.size() - (address - segment->address))
+        return std::nullopt;
+    const auto begin = segment->octets.begin() + static_cast<std::ptrdiff_t>(address - segment->address);
+    return std::vector<std::uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(count));
 }
 
-bool Device::WriteMemory(std::uint32_t address, Octets octets) {
+WriteResult Device::WriteMemory(std::uint32_t address, Octets octets) {
     if (address == kSystemState && octets.size() == 1) {
         SetProgrammingMode((octets[0] & kProgrammingBit) != 0);
-        return true;
+        return WriteResult::Done;
     }
-    return std::any_of(m_loadables.begin(), m_loadables.end(),
-                       [&](Loadables& each) { return each.object.Write(address, octets); });
+    if (std::any_of(m_loadables.begin(), m_loadables.end(),
+                    [&](Loadables& each) { return each.object.Write(address, octets); }))
+        return WriteResult::Done;
+    if (!HasMemory(address))
+        return WriteResult::NoSuchMemory;
+    return ReadMemory(address, octets.size()) ? WriteResult::NotLoading : WriteResult::MemoryEnds;
+}
+
+bool Device::HasMemory(std::uint32_t address) const {
+    return address == kSystemState || SegmentAt(address) != nullptr;
+}
+
+const Segment* Device::SegmentAt(std::uint32_t address) const {
+    for (const auto& each : m_loadables) {
+        const auto& segment = each.object.Memory();
+        if (address >= segment.address && address - segment.address < segment.octets.size())
+            return &segment;
+    }
+    return nullptr;
 }
 
 } // namespace KnxDevice

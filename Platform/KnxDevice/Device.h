@@ -190,7 +190,8 @@ public:
 
     static bool IsLoadable(StandardObject object);
     const LoadableObject& Loadable(StandardObject object) const;
-    void ControlLoading(StandardObject object, Octets octets);
+    /// As LoadableObject::Control().
+    WriteResult ControlLoading(StandardObject object, Octets octets);
     const std::array<std::uint8_t, 5>& ProgramVersion(StandardObject object) const;
     void SetProgramVersion(StandardObject object, const std::array<std::uint8_t, 5>& version);
     /// As LoadableObject::LoadWith().
@@ -207,8 +208,10 @@ public:
 
     /// Nothing unless every octet is there.
     std::optional<std::vector<std::uint8_t>> ReadMemory(std::uint32_t address, std::size_t count) const;
-    /// False, and nothing is written, unless every octet is there and may be written now.
-    bool WriteMemory(std::uint32_t address, Octets octets);
+    /// Nothing is written unless every octet is there and may be written now.
+    WriteResult WriteMemory(std::uint32_t address, Octets octets);
+    /// True when at least the octet at the address is there.
+    bool HasMemory(std::uint32_t address) const;
 
     /// The most that one segment may hold, in octets.
     static constexpr std::size_t kLargestSegment = std::size_t{1024} * 1024;
@@ -229,6 +232,7 @@ private:
     void ForgetSettings();
     const Loadables& At(StandardObject object) const;
     std::uint32_t FindRoom(std::size_t size) const;
+    const Segment* SegmentAt(std::uint32_t address) const;
     void Changed(DeviceChange change) const;
     template <class T>
     void Store(T& member, T value);

@@ -50,52 +50,51 @@ const char* ToString(LoadFault fault) {
     return "a group object has an impossible size";
 }
 
-void LoadableObject::Control(Octets octets) {
+WriteResult LoadableObject::Control(Octets octets) {
     const auto event = static_cast<LoadEvent>(At(octets, 0));
     if (event == LoadEvent::NoOperation)
-        return;
+        return WriteResult::Done;
     if (event == LoadEvent::Unload) {
         Unload();
-        return;
+        return WriteResult::Done;
     }
     if (m_state == LoadState::Error)
-        return; // only unloading leads out of it
+        return WriteResult::WrongState; // only unloading leads out of it
     switch (event) {
-    case LoadEvent::StartLoading: m_state = LoadState::Loading; break;
-    case LoadEvent::LoadCompleted: CompleteLoading(); break;
-    case LoadEvent::AdditionalLoadControl: AllocateRelative(octets.subspan(1)); break;
-    default: Fail(LoadFault::InvalidOpcode);
+    case LoadEvent::StartLoading: m_state = LoadState::Loading; return WriteResult::Done;
+    case LoadEvent::LoadCompleted: return CompleteLoading();
+    case LoadEvent::AdditionalLoadControl: return AllocateRelative(octets.subspan(1));
+    default: return Fail(LoadFault::InvalidOpcode, WriteResult::UnknownEvent);
     }
 }
 
-void LoadableObject::CompleteLoading() {
+WriteResult LoadableObject::CompleteLoading() {
     if (m_state == LoadState::Loaded)
-        return;
-    const auto fault = m_state == LoadState::Loading ? m_check(m_segment.octets) : LoadFault::InvalidOpcode;
+        return WriteResult::Done;
+    if (m_state != LoadState::Loading)
+        return Fail(LoadFault::InvalidOpcode, WriteResult::WrongState);
+    const auto fault = m_check(m_segment.octets);
     if (fault != LoadFault::None)
-        Fail(fault);
-    else
-        m_state = LoadState::Loaded;
+        return Fail(fault, WriteResult::InvalidLoad);
+    m_state = LoadState::Loaded;
+    return WriteResult::Done;
 }
 
-void LoadableObject::AllocateRelative(Octets control) {
-    if (m_state != LoadState::Loading || At(control, 0) != kRelativeAllocation ||
-        control.size() < kRelativeAllocationSize) {
-        Fail(LoadFault::InvalidOpcode);
-        return;
-    }
+WriteResult LoadableObject::AllocateRelative(Octets control) {
+    if (At(control, 0) != kRelativeAllocation)
+        return Fail(LoadFault::InvalidOpcode, WriteResult::UnknownEvent);
+    if (m_state != LoadState::Loading)
+        return Fail(LoadFault::InvalidOpcode, WriteResult::WrongState);
+    if (control.size() < kRelativeAllocationSize)
+        return Fail(LoadFault::InvalidOpcode, WriteResult::InvalidLoad);
     const std::size_t size = Number32(control.subspan(1));
-    if (size == 0) {
-        Fail(LoadFault::ZeroAllocation);
-        return;
-    }
+    if (size == 0)
+        return Fail(LoadFault::ZeroAllocation, WriteResult::InvalidLoad);
     const bool fill = (control[5] & kFill) != 0;
     Segment former = std::exchange(m_segment, {});
     const auto address = m_allocate(size);
-    if (address == 0) {
-        Fail(LoadFault::NoMemory);
-        return;
-    }
+    if (address == 0)
+        return Fail(LoadFault::NoMemory, WriteResult::NoRoom);
     m_segment.address = address;
     if (fill)
         m_segment.octets.assign(size, control[6]);
@@ -103,6 +102,7 @@ void LoadableObject::AllocateRelative(Octets control) {
         m_segment.octets = std::move(former.octets); // what was there stays as far as it fits
         m_segment.octets.resize(size);
     }
+    return WriteResult::Done;
 }
 
 bool LoadableObject::Write(std::uint32_t address, Octets octets) {
@@ -135,9 +135,10 @@ bool LoadableObject::LoadWith(Octets octets) {
     return true;
 }
 
-void LoadableObject::Fail(LoadFault fault) {
+WriteResult LoadableObject::Fail(LoadFault fault, WriteResult result) {
     m_state = LoadState::Error;
     m_fault = fault;
+    return result;
 }
 
 void LoadableObject::Unload() {

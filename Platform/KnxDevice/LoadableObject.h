@@ -1,6 +1,7 @@
 // What a download loads: an object with a load state and a segment of memory.
 #pragma once
 
+#include "KnxDevice/WriteResult.h"
 #include "KnxFrames/FixedOctets.h"
 
 #include <array>
@@ -75,8 +76,8 @@ public:
     const Segment& Memory() const { return m_segment; }
 
     /// A write to property 5: the event, and behind it what an additional load control says. Octets that are
-    /// missing count as 0.
-    void Control(Octets octets);
+    /// missing count as 0. Done, or why not; most refused events lead into the error state.
+    WriteResult Control(Octets octets);
 
     /// Writes into the segment. False, and nothing is written, unless the object is loading and all octets
     /// are inside.
@@ -93,10 +94,10 @@ public:
     std::array<std::uint8_t, 8> MemoryControlBlock() const;
 
 private:
-    void Fail(LoadFault fault);
+    WriteResult Fail(LoadFault fault, WriteResult result);
     void Unload();
-    void CompleteLoading();
-    void AllocateRelative(Octets control);
+    WriteResult CompleteLoading();
+    WriteResult AllocateRelative(Octets control);
 
     Allocate m_allocate;
     Check m_check;

@@ -279,6 +279,13 @@ void Management::Refuse(const Apdu& apdu, const char* reason) {
     m_listener.OnRefused(m_asked.by, apdu.service, reason);
 }
 
+/// Passes the result on, and has it logged unless it is Done.
+WriteResult Management::Report(const Apdu& apdu, WriteResult result) {
+    if (result != WriteResult::Done)
+        Refuse(apdu, ToString(result));
+    return result;
+}
+
 void Management::Answer(const Tpdu& tpdu) {
     if (m_asked.connected)
         m_connection.Send(m_now, tpdu);

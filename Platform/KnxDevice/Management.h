@@ -95,10 +95,12 @@ private:
     KnxFrames::Priority PriorityOf(const Tpdu& tpdu) const;
     AccessLevel Level() const;
     bool MayWriteMemory() const { return Level() <= kMemoryWriteLevel; }
+    WriteResult WriteOctets(const Apdu& apdu, std::uint32_t address, Octets octets);
     void Answer(const Tpdu& tpdu);
     void Answer(Service service, std::uint8_t number, std::span<const std::uint8_t> head, Octets data = {});
     void Broadcast(const Tpdu& tpdu, bool system);
     void Refuse(const Apdu& apdu, const char* reason);
+    WriteResult Report(const Apdu& apdu, WriteResult result);
 
     static constexpr AccessLevel kMemoryWriteLevel = 2;
 

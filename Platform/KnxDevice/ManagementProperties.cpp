@@ -35,13 +35,37 @@ bool Fits(const std::optional<std::vector<std::uint8_t>>& value, std::size_t hea
 // Return codes of the extended services (KNX Standard 3/7/1).
 enum ReturnCode : std::uint8_t {
     kSuccess = 0x00,
-    kMemoryError = 0xF1,
-    kTooLong = 0xF4,      // for an APDU
-    kReadOnly = 0xFB,     // nobody may write it
-    kAccessDenied = 0xFC, // this one may not, or not so
-    kAddressVoid = 0xFD,  // there is no such place
-    kTypeConflict = 0xFE, // the place has another type
+    kMemoryError = 0xF1,       // some of the memory cannot be accessed
+    kInvalidCommand = 0xF2,    // not supported
+    kImpossibleCommand = 0xF3, // something has to come before it
+    kTooLong = 0xF4,           // for an APDU
+    kDataVoid = 0xF8,          // the service is supported, but not with such data
+    kNotNow = 0xF9,            // it could be written at another time
+    kReadOnly = 0xFB,          // nobody may write it
+    kAccessDenied = 0xFC,      // this one may not
+    kAddressVoid = 0xFD,       // there is no such place
+    kTypeConflict = 0xFE,      // the place has another type or length
+    kUnspecified = 0xFF,
 };
+
+ReturnCode ReturnCodeOf(WriteResult result) {
+    switch (result) {
+    case WriteResult::Done: return kSuccess;
+    case WriteResult::NoSuchProperty:
+    case WriteResult::NoSuchElement:
+    case WriteResult::NoSuchMemory: return kAddressVoid;
+    case WriteResult::ReadOnly: return kReadOnly;
+    case WriteResult::Denied: return kAccessDenied;
+    case WriteResult::WrongLength: return kTypeConflict;
+    case WriteResult::MemoryEnds:
+    case WriteResult::NoRoom: return kMemoryError;
+    case WriteResult::NotLoading: return kNotNow;
+    case WriteResult::UnknownEvent: return kInvalidCommand;
+    case WriteResult::WrongState: return kImpossibleCommand;
+    case WriteResult::InvalidLoad: return kDataVoid;
+    }
+    return kUnspecified;
+}
 
 } // namespace
 
@@ -74,7 +98,8 @@ bool Management::DispatchMemory(const Apdu& apdu) {
     }
 }
 
-// Object index, property, count and start. What is refused is answered with a count of 0.
+// Object index, property, count and start. What is refused is answered with a count of 0, but a load event
+// with the load state.
 
 void Management::ReadPropertyValue(const Apdu& apdu) {
     if (apdu.data.size() != kPropertyHead) {
@@ -98,9 +123,10 @@ void Management::WritePropertyValue(const Apdu& apdu) {
     }
     std::array<std::uint8_t, kPropertyHead> head{apdu.data[0], apdu.data[1], apdu.data[2], apdu.data[3]};
     const auto range = RangeOf(head[2], head[3]);
-    if (!m_properties.Write(head[0], head[1], range, apdu.data.subspan(kPropertyHead), Level())) {
+    const auto result =
+        Report(apdu, m_properties.Write(head[0], head[1], range, apdu.data.subspan(kPropertyHead), Level()));
+    if (result != WriteResult::Done && !IsJudgedByLoadState(result)) {
         head[2] &= 0x0F;
-        Refuse(apdu, "no such property or element, or it may not be written, or not so");
         Answer(Service::PropertyValueResponse, 0, head);
         return;
     }
@@ -178,19 +204,13 @@ void Management::WriteExtPropertyValue(const Apdu& apdu, bool confirmed) {
     }
     const auto place = ExtPlaceOf(apdu.data);
     const auto object = m_properties.FindObject(place.type, place.instance);
-    const bool done = object && m_properties.Write(*object, place.property, ExtRangeOf(apdu.data),
-                                                   apdu.data.subspan(kExtPropertyHead), Level());
-    if (!done)
-        Refuse(apdu, "no such property or element, or it may not be written, or not so");
-    if (!confirmed)
-        return;
-    const auto known = object ? m_properties.Describe(*object, place.property, 0) : std::nullopt;
-    const auto code = done                               ? kSuccess
-                      : !known || place.property == 0    ? kAddressVoid
-                      : !known->description.writeEnabled ? kReadOnly
-                                                         : kAccessDenied;
-    Answer(Service::PropertyExtValueWriteConRes, 0, apdu.data.first(kExtPropertyHead),
-           std::array<std::uint8_t, 1>{code});
+    const auto result =
+        Report(apdu, object ? m_properties.Write(*object, place.property, ExtRangeOf(apdu.data),
+                                                 apdu.data.subspan(kExtPropertyHead), Level())
+                            : WriteResult::NoSuchProperty);
+    if (confirmed)
+        Answer(Service::PropertyExtValueWriteConRes, 0, apdu.data.first(kExtPropertyHead),
+               std::array<std::uint8_t, 1>{ReturnCodeOf(result)});
 }
 
 void Management::ReadExtPropertyDescription(const Apdu& apdu) {
@@ -247,6 +267,11 @@ void Management::AnswerExtFunctionProperty(const Apdu& apdu) {
 // Memory. The number of octets stands in the low bits of the control information; 0 of them answer a place
 // that is not there.
 
+/// The end of each service that writes memory.
+WriteResult Management::WriteOctets(const Apdu& apdu, std::uint32_t address, Octets octets) {
+    return Report(apdu, MayWriteMemory() ? m_device.WriteMemory(address, octets) : WriteResult::Denied);
+}
+
 void Management::ReadMemory(const Apdu& apdu) {
     if (apdu.data.size() != 2 || apdu.number == 0) {
         Refuse(apdu, "its length is wrong");
@@ -263,9 +288,7 @@ void Management::WriteMemory(const Apdu& apdu) {
         return;
     }
     const auto address = Number16(apdu.data);
-    const bool done = MayWriteMemory() && m_device.WriteMemory(address, apdu.data.subspan(2));
-    if (!done)
-        Refuse(apdu, "no memory that may be written now is there");
+    const bool done = WriteOctets(apdu, address, apdu.data.subspan(2)) == WriteResult::Done;
     if (m_device.VerifiesMemoryWrites()) {
         const auto octets = done ? m_device.ReadMemory(address, apdu.number) : std::nullopt;
         Answer(Service::MemoryResponse, octets ? apdu.number : std::uint8_t{0}, apdu.data.first(2),
@@ -295,9 +318,7 @@ void Management::WriteUserMemory(const Apdu& apdu) {
     }
     const auto address = std::uint32_t{apdu.data[0]} >> 4 << 16 | Number16(apdu.data.subspan(1));
     const std::size_t count = apdu.data.size() - 3;
-    const bool done = MayWriteMemory() && m_device.WriteMemory(address, apdu.data.subspan(3));
-    if (!done)
-        Refuse(apdu, "no memory that may be written now is there");
+    const bool done = WriteOctets(apdu, address, apdu.data.subspan(3)) == WriteResult::Done;
     if (m_device.VerifiesMemoryWrites()) {
         const auto octets = done ? m_device.ReadMemory(address, count) : std::nullopt;
         const std::array<std::uint8_t, 3> head{
@@ -309,34 +330,46 @@ void Management::WriteUserMemory(const Apdu& apdu) {
 
 // Extended memory: count, three octets of address. Every request is answered, with a return code.
 
+namespace {
+
+constexpr std::size_t kExtMemoryHead = 4;
+constexpr std::size_t kMostExtMemory = kMostApduData - kExtMemoryHead;
+
+} // namespace
+
 void Management::ReadExtendedMemory(const Apdu& apdu) {
-    constexpr std::size_t kMost = kMostApduData - 4;
-    if (apdu.data.size() != 4) {
+    if (apdu.data.size() != kExtMemoryHead) {
         Refuse(apdu, "its length is wrong");
         return;
     }
-    const auto address = apdu.data.subspan(1);
     const std::size_t count = apdu.data[0];
-    const auto octets =
-        count == 0 || count > kMost ? std::nullopt : m_device.ReadMemory(Number24(address), count);
-    const std::array<std::uint8_t, 4> head{octets ? kSuccess : kAddressVoid, address[0], address[1],
-                                           address[2]};
+    const auto address = Number24(apdu.data.subspan(1));
+    const bool isPossible = count != 0 && count <= kMostExtMemory;
+    const auto octets = isPossible ? m_device.ReadMemory(address, count) : std::nullopt;
+    const auto code = octets                        ? kSuccess
+                      : count > kMostExtMemory      ? kTooLong
+                      : count == 0                  ? kUnspecified
+                      : m_device.HasMemory(address) ? kMemoryError
+                                                    : kAddressVoid;
+    const std::array<std::uint8_t, kExtMemoryHead> head{code, apdu.data[1], apdu.data[2], apdu.data[3]};
     Answer(Service::MemoryExtendedReadResponse, 0, head, octets ? Octets(*octets) : Octets());
 }
 
 void Management::WriteExtendedMemory(const Apdu& apdu) {
-    if (apdu.data.size() < 5 || apdu.data.size() != 4u + apdu.data[0]) {
+    if (apdu.data.size() < kExtMemoryHead) {
         Refuse(apdu, "its length is wrong");
         return;
     }
-    const auto address = apdu.data.subspan(1, 3);
-    const bool done = MayWriteMemory() && m_device.WriteMemory(Number24(address), apdu.data.subspan(4));
-    if (!done)
-        Refuse(apdu, "no memory that may be written now is there");
-    const std::array<std::uint8_t, 4> head{done               ? kSuccess
-                                           : MayWriteMemory() ? kMemoryError
-                                                              : kAccessDenied,
-                                           address[0], address[1], address[2]};
+    const std::size_t count = apdu.data[0];
+    const auto octets = apdu.data.subspan(kExtMemoryHead);
+    ReturnCode code = kUnspecified;
+    if (count != 0 && count == octets.size() && count <= kMostExtMemory) {
+        code = ReturnCodeOf(WriteOctets(apdu, Number24(apdu.data.subspan(1)), octets));
+    } else {
+        Refuse(apdu, "its length is wrong");
+        code = count > kMostExtMemory ? kTooLong : kUnspecified;
+    }
+    const std::array<std::uint8_t, kExtMemoryHead> head{code, apdu.data[1], apdu.data[2], apdu.data[3]};
     Answer(Service::MemoryExtendedWriteResponse, 0, head);
 }
 

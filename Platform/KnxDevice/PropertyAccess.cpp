@@ -33,25 +33,46 @@ std::optional<std::vector<std::uint8_t>> Extract(const PropertyDescription& prop
     return std::vector<std::uint8_t>(part.begin(), part.end());
 }
 
-/// The whole value with the elements put in; nothing when they do not fit.
-std::optional<std::vector<std::uint8_t>> Insert(const PropertyDescription& property,
-                                                std::vector<std::uint8_t> value, ElementRange elements,
-                                                Octets octets) {
+/// Puts the elements into the whole value, unless they do not fit.
+WriteResult Insert(const PropertyDescription& property, std::vector<std::uint8_t>& value,
+                   ElementRange elements, Octets octets) {
     const auto size = SizeOfPropertyElement(property.dataType);
     if (elements.start == 0 || elements.count == 0 ||
         elements.start + elements.count - 1u > property.mostElements)
-        return std::nullopt;
+        return WriteResult::NoSuchElement;
     if (size.IsVariable()) {
-        const bool fits = property.mostElements == 1 && size.Fits(octets.size(), 1);
-        return fits ? std::optional(std::vector<std::uint8_t>(octets.begin(), octets.end())) : std::nullopt;
+        if (property.mostElements != 1 || !size.Fits(octets.size(), 1))
+            return WriteResult::WrongLength;
+        value.assign(octets.begin(), octets.end());
+        return WriteResult::Done;
     }
     if (octets.size() != std::size_t{size.least} * elements.count)
-        return std::nullopt;
+        return WriteResult::WrongLength;
     // All elements are there once one of them is.
     value.resize(std::size_t{size.least} * property.mostElements);
     std::copy(octets.begin(), octets.end(),
               value.begin() + static_cast<std::ptrdiff_t>((elements.start - 1u) * size.least));
-    return value;
+    return WriteResult::Done;
+}
+
+/// Whether `level` may write it.
+WriteResult Admit(const PropertyDescription& property, AccessLevel level) {
+    if (!property.writeEnabled)
+        return WriteResult::ReadOnly;
+    return level <= property.writeLevel ? WriteResult::Done : WriteResult::Denied;
+}
+
+WriteResult WriteStandard(const StandardProperty& property, ElementRange elements, Octets octets) {
+    if (property.description.dataType == kControl) { // an event, not the state that is read
+        if (elements.start != 1 || elements.count != 1)
+            return WriteResult::NoSuchElement;
+        return octets.empty() ? WriteResult::WrongLength : property.write(octets);
+    }
+    std::vector<std::uint8_t> scratch;
+    const auto former = property.read(scratch);
+    std::vector<std::uint8_t> value(former.begin(), former.end());
+    const auto result = Insert(property.description, value, elements, octets);
+    return result == WriteResult::Done ? property.write(value) : result;
 }
 
 } // namespace
@@ -86,34 +107,30 @@ PropertyAccess::Read(std::size_t object, PropertyId id, ElementRange elements, A
     return Extract(property->Describe(id), property->GetValue().Bytes(), elements);
 }
 
-bool PropertyAccess::Write(std::size_t object, PropertyId id, ElementRange elements, Octets octets,
-                           AccessLevel level) {
-    const auto mayWrite = [level](const PropertyDescription& property) {
-        return property.writeEnabled && level <= property.writeLevel;
-    };
+WriteResult PropertyAccess::Write(std::size_t object, PropertyId id, ElementRange elements, Octets octets,
+                                  AccessLevel level) {
     if (const auto* standard = FindStandard(object, id)) {
-        if (!mayWrite(standard->description))
-            return false;
-        if (standard->description.dataType == kControl) // an event, not the state that is read
-            return elements.start == 1 && elements.count == 1 && standard->write(octets);
-        std::vector<std::uint8_t> scratch;
-        const auto former = standard->read(scratch);
-        const auto value = Insert(standard->description, {former.begin(), former.end()}, elements, octets);
-        return value && standard->write(*value);
+        const auto admitted = Admit(standard->description, level);
+        return admitted == WriteResult::Done ? WriteStandard(*standard, elements, octets) : admitted;
     }
     auto* const made = m_device.Objects().At(object);
+    if (id == kObjectType && made != nullptr)
+        return WriteResult::ReadOnly;
     auto* const property = made == nullptr ? nullptr : made->FindShown(id);
-    if (property == nullptr || !mayWrite(property->Describe(id)))
-        return false;
+    if (property == nullptr)
+        return WriteResult::NoSuchProperty;
+    const auto admitted = Admit(property->Describe(id), level);
+    if (admitted != WriteResult::Done)
+        return admitted;
     const auto former = property->GetValue();
-    const auto value =
-        Insert(property->Describe(id), {former.Bytes().begin(), former.Bytes().end()}, elements, octets);
-    if (!value)
-        return false;
-    property->SetValue(BinaryData(*value));
+    std::vector<std::uint8_t> value(former.Bytes().begin(), former.Bytes().end());
+    const auto result = Insert(property->Describe(id), value, elements, octets);
+    if (result != WriteResult::Done)
+        return result;
+    property->SetValue(BinaryData(value));
     if (property->IsPersistent())
         m_device.PropertyWritten();
-    return true;
+    return result;
 }
 
 std::optional<PropertyAccess::Place> PropertyAccess::Describe(std::size_t object, PropertyId id,

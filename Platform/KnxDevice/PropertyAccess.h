@@ -20,8 +20,8 @@ struct StandardProperty {
     PropertyDescription description;
     /// All elements one after the other: octets kept elsewhere, or put into `scratch`.
     std::function<Octets(std::vector<std::uint8_t>& scratch)> read;
-    /// The new octets of all elements; false refuses them. Empty for what is read only.
-    std::function<bool(Octets)> write;
+    /// The new octets of all elements. Empty for what is read only.
+    std::function<WriteResult(Octets)> write;
 };
 
 /// How elements of a property are named: `count` of them from number `start` on, counted from 1. Element 0 is
@@ -43,9 +43,9 @@ public:
     std::optional<std::vector<std::uint8_t>> Read(std::size_t object, KnxStack::PropertyId id,
                                                   ElementRange elements, AccessLevel level) const;
 
-    /// False when nothing was written, for the same reasons, or because the value is refused.
-    bool Write(std::size_t object, KnxStack::PropertyId id, ElementRange elements, Octets octets,
-               AccessLevel level);
+    /// Writes all of the elements or none.
+    WriteResult Write(std::size_t object, KnxStack::PropertyId id, ElementRange elements, Octets octets,
+                      AccessLevel level);
 
     struct Place {
         PropertyDescription description;

@@ -113,7 +113,7 @@ StandardProperty ReadOnly(PropertyId id, std::uint8_t dataType, std::function<Oc
 }
 
 StandardProperty Writable(PropertyId id, std::uint8_t dataType, std::function<Octets(Scratch&)> read,
-                          std::function<bool(Octets)> write) {
+                          std::function<WriteResult(Octets)> write) {
     return {{.id = id, .dataType = dataType, .writeEnabled = true, .writeLevel = kConfiguration},
             std::move(read),
             std::move(write)};
@@ -172,7 +172,7 @@ Properties DeviceObject(Device& device) {
         [&device](Scratch& scratch) { return Put(scratch, {device.DeviceControl()}); },
         [&device](Octets value) {
             device.SetDeviceControl(value[0]);
-            return true;
+            return WriteResult::Done;
         }));
     properties.push_back(ReadOnly(Id::kOrderInformation, kGeneric10,
                                   [&identity](Scratch& scratch) { return PutAll(scratch, identity.order); }));
@@ -185,7 +185,7 @@ Properties DeviceObject(Device& device) {
         },
         [&device](Octets value) {
             device.SetHopCount(value[0] >> 4 & 0x07);
-            return true;
+            return WriteResult::Done;
         }));
     properties.push_back(Writable(
         Id::kProgrammingMode, kBitset8,
@@ -194,7 +194,7 @@ Properties DeviceObject(Device& device) {
         },
         [&device](Octets value) {
             device.SetProgrammingMode((value[0] & 1) != 0);
-            return true;
+            return WriteResult::Done;
         }));
     properties.push_back(
         Number16Of(Id::kMaxApduLength, kUnsignedInt, [] { return KnxFrames::Tpdu::kCapacity - 1; }));
@@ -218,10 +218,7 @@ StandardProperty LoadControl(Device& device, StandardObject object) {
         [&device, object](Scratch& scratch) {
             return Put(scratch, {static_cast<std::uint8_t>(device.Loadable(object).State())});
         },
-        [&device, object](Octets event) {
-            device.ControlLoading(object, event);
-            return true;
-        });
+        [&device, object](Octets event) { return device.ControlLoading(object, event); });
 }
 
 void AddLoadable(Properties& properties, Device& device, StandardObject object) {
@@ -263,7 +260,7 @@ Properties ProgramObject(Device& device, StandardObject object) {
         [&device, object](Scratch& scratch) {
             return Put(scratch, {static_cast<std::uint8_t>(device.Loadable(object).IsLoaded() ? 1 : 0)});
         },
-        [](Octets) { return true; }));
+        [](Octets) { return WriteResult::Done; }));
     properties.push_back(Writable(
         Id::kProgramVersion, kGeneric05,
         [&device, object](Scratch& scratch) { return PutAll(scratch, device.ProgramVersion(object)); },
@@ -271,7 +268,7 @@ Properties ProgramObject(Device& device, StandardObject object) {
             std::array<std::uint8_t, 5> version{};
             std::copy_n(value.begin(), version.size(), version.begin());
             device.SetProgramVersion(object, version);
-            return true;
+            return WriteResult::Done;
         }));
     properties.push_back(Number8Of(Id::kPeiType, kUnsignedChar, [] { return 0; }));
     return properties;
@@ -338,7 +335,7 @@ Properties IpParameterObject(Device& device) {
         [&device](Scratch& scratch) { return Put16(scratch, device.ProjectInstallation()); },
         [&device](Octets value) {
             device.SetProjectInstallation(Number16(value));
-            return true;
+            return WriteResult::Done;
         }));
     properties.push_back(
         Number16Of(Id::kIndividualAddress, kUnsignedInt, [&device] { return device.Address().raw; }));
@@ -365,7 +362,7 @@ Properties IpParameterObject(Device& device) {
         },
         [&device](Octets value) {
             device.SetFriendlyName({value.begin(), std::find(value.begin(), value.end(), 0)});
-            return true;
+            return WriteResult::Done;
         });
     name.description.mostElements = kNameSize;
     properties.push_back(std::move(name));

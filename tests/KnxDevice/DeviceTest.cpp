@@ -63,10 +63,10 @@ TEST_F(TheDevice, HasRoomForTheLargestTablesAndAProgramOfAMebibyte) {
 TEST_F(TheDevice, MemoryIsReadWithinOneSegmentAlone) {
     Allocate(AddressTable, 4);
     Allocate(AssociationTable, 4);
-    ASSERT_TRUE(m_device.WriteMemory(0x202, Bytes{1, 2}));
+    ASSERT_EQ(WriteResult::Done, m_device.WriteMemory(0x202, Bytes{1, 2}));
     EXPECT_EQ((Bytes{0, 0, 1, 2}), m_device.ReadMemory(0x200, 4));
     EXPECT_FALSE(m_device.ReadMemory(0x200, 5).has_value()) << "the next segment is another's";
-    EXPECT_FALSE(m_device.WriteMemory(0x203, Bytes{1, 2}));
+    EXPECT_EQ(WriteResult::MemoryEnds, m_device.WriteMemory(0x203, Bytes{1, 2}));
     EXPECT_FALSE(m_device.ReadMemory(0x1FF, 1).has_value());
     EXPECT_FALSE(m_device.ReadMemory(0x208, 1).has_value());
 }

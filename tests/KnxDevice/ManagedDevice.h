@@ -64,8 +64,9 @@ protected:
     void OnConnection(IndividualAddress tool, bool open) override {
         m_events.push_back(fmt::format("{} {}", tool.ToString(), open ? "connected" : "gone"));
     }
-    void OnRefused(IndividualAddress, KnxFrames::Service service, const char*) override {
+    void OnRefused(IndividualAddress, KnxFrames::Service service, const char* reason) override {
         m_refused.push_back(KnxFrames::ToString(service));
+        m_reasons.emplace_back(reason);
     }
 
     void Receive(const Tpdu& tpdu, IndividualAddress to = kOwn) {
@@ -141,6 +142,7 @@ protected:
     std::vector<LData> m_sent;
     std::vector<std::string> m_events;
     std::vector<std::string> m_refused;
+    std::vector<std::string> m_reasons; // of the refused, in the same order
     std::vector<DeviceChange> m_changes;
     int m_sequence = 0;
 };

@@ -44,10 +44,6 @@ TEST_F(Managed, KnowsPropertiesByTypeAndInstanceToo) {
     EXPECT_TRUE(m_device.IsInProgrammingMode());
     EXPECT_EQ("", Ask("01d0 0000 001036 01 0001 00")) << "unconfirmed";
     EXPECT_FALSE(m_device.IsInProgrammingMode());
-    EXPECT_EQ("01cf000000100b010001fb", Ask("01ce 0000 00100b 01 0001 000000000000")) << "read only";
-    EXPECT_EQ("01cf00000010ff010001fd", Ask("01ce 0000 0010ff 01 0001 00")) << "no such property";
-    EXPECT_EQ("01cf0000001000010001fd", Ask("01ce 0000 001000 01 0001 00")) << "nor one without a number";
-    EXPECT_EQ("01cf0000001036010001fc", Ask("01ce 0000 001036 01 0001 0101")) << "too long for it";
     EXPECT_EQ("01d3000000100b00020000000016000132", Ask("01d2 0000 00100b 0000"));
     auto* const text = m_objects.CreateInterfaceObject(50001)->CreateProperty(201, 0x10, 1, 1);
     text->SetActive(1);
@@ -172,8 +168,6 @@ TEST_F(Managed, MemoryIsReadAndWrittenByEachService) {
     EXPECT_EQ("02c1100200", Ask("02c0 11 0200")) << "four more bits of address: 10200h";
     EXPECT_EQ("01fc00000205", Ask("01fb 02 000205 0607"));
     EXPECT_EQ("01fe00000203040506", Ask("01fd 03 000203"));
-    EXPECT_EQ("01fefd00020f", Ask("01fd 02 00020f"));
-    EXPECT_EQ("01fcf100020f", Ask("01fb 02 00020f 0102"));
     EXPECT_EQ("", Ask("0283 0200 0102")) << "the count is wrong";
     Ask("03d7 00 0e 1001 04"); // verify mode
     EXPECT_EQ("0241020099", Ask("0281 0200 99"));

@@ -24,6 +24,23 @@ constexpr PropertyName kToldOf[] = {{0, 54},  // programming mode
                                     {1, kLoadState}, {2, kLoadState}, {9, kLoadState},
                                     {3, kLoadState}, {4, kLoadState}};
 
+/// There is none for a right that is missing: it is read only then.
+PropertyError ErrorOf(KnxDevice::WriteResult result) {
+    using KnxDevice::WriteResult;
+    switch (result) {
+    case WriteResult::NoSuchProperty: return PropertyError::NoSuchProperty;
+    case WriteResult::ReadOnly:
+    case WriteResult::Denied: return PropertyError::ReadOnly;
+    case WriteResult::NoSuchElement: return PropertyError::IndexRange;
+    case WriteResult::WrongLength: return PropertyError::TypeConflict;
+    case WriteResult::UnknownEvent: return PropertyError::IllegalCommand;
+    case WriteResult::WrongState: return PropertyError::NotNow;
+    case WriteResult::InvalidLoad: return PropertyError::OutOfRange;
+    case WriteResult::NoRoom: return PropertyError::Memory;
+    default: return PropertyError::Unspecified; // of memory: it is no property
+    }
+}
+
 } // namespace
 
 ManagementMessage AnswerManagement(KnxDevice::PropertyAccess& properties, KnxDevice::AccessLevel level,
@@ -38,11 +55,8 @@ ManagementMessage AnswerManagement(KnxDevice::PropertyAccess& properties, KnxDev
     const KnxDevice::ElementRange elements{request.start, request.count};
     ManagementMessage answer = request.Confirmation();
     if (request.code == KnxFrames::MessageCode::MPropWriteReq) {
-        if (!place->description.writeEnabled || level > place->description.writeLevel)
-            return request.Refusal(PropertyError::ReadOnly);
-        return properties.Write(*object, request.property, elements, request.data, level)
-                   ? answer
-                   : request.Refusal(PropertyError::OutOfRange);
+        const auto result = properties.Write(*object, request.property, elements, request.data, level);
+        return result == KnxDevice::WriteResult::Done ? answer : request.Refusal(ErrorOf(result));
     }
     if (level > place->description.readLevel)
         return request.Refusal(PropertyError::NoSuchProperty);

@@ -44,7 +44,30 @@ TEST_P(ManagementConnection, WhatIsNotThereOrNotToBeWrittenIsRefused) {
     EXPECT_EQ(Bytes({0xFB, 0, 0, 2, 1, 0x00, 1, 7}), Ask({0xFC, 0, 0, 2, 1, 0x10, 1})) << "instance";
     EXPECT_EQ(Bytes({0xFB, 0, 0, 1, 1, 0x00, 2, 9}), Ask({0xFC, 0, 0, 1, 1, 0x10, 2})) << "element";
     EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 1, 0x00, 1, 5}), Ask({0xF6, 0, 0, 1, 1, 0x10, 1, 0, 9})) << "read only";
-    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 54, 0x00, 2, 1}), Ask({0xF6, 0, 0, 1, 54, 0x10, 2, 1})) << "element";
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 200, 0x00, 1, 7}), Ask({0xF6, 0, 0, 1, 200, 0x10, 1, 1})) << "property";
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 54, 0x00, 2, 9}), Ask({0xF6, 0, 0, 1, 54, 0x10, 2, 1})) << "element";
+    EXPECT_EQ(Bytes({0xF5, 0, 0, 1, 54, 0x00, 1, 8}), Ask({0xF6, 0, 0, 1, 54, 0x10, 1, 1, 1})) << "length";
+}
+
+TEST_P(ManagementConnection, ALoadEventThatIsNotDoneIsRefusedWithItsReason) {
+    const auto control = [this](Bytes event) {
+        Bytes request{0xF6, 0, 2, 1, 5, 0x10, 1}; // the association table's
+        request.insert(request.end(), event.begin(), event.end());
+        return Ask(request);
+    };
+    const Bytes done{0xF5, 0, 2, 1, 5, 0x10, 1};
+    const auto refused = [](std::uint8_t error) { return Bytes{0xF5, 0, 2, 1, 5, 0x00, 1, error}; };
+    const Bytes unload{4};
+    EXPECT_EQ(done, control(unload));
+    EXPECT_EQ(refused(6), control({5})) << "no such event";
+    EXPECT_EQ(refused(10), control({1})) << "the state is error now";
+    EXPECT_EQ(done, control(unload));
+    EXPECT_EQ(done, control({1}));
+    EXPECT_EQ(refused(4), control({3, 0x0B, 0xFF, 0, 0, 0, 1, 0, 0, 0})) << "so much memory";
+    EXPECT_EQ(done, control(unload));
+    EXPECT_EQ(done, control({1}));
+    EXPECT_EQ(refused(1), control({3, 0x0B, 0, 0, 0, 0, 1, 0, 0, 0})) << "no memory at all";
+    EXPECT_EQ(refused(8), control({})) << "no event";
 }
 
 TEST_P(ManagementConnection, AFunctionThatIsNoneIsConfirmedWithoutAReturnCode) {
