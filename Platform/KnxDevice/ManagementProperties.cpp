@@ -250,7 +250,8 @@ void Management::AnswerFunctionProperty(const Apdu& apdu) {
         Answer(Service::FunctionPropertyStateResponse, 0, apdu.data.first(2));
 }
 
-/// Likewise, but the answer says why.
+/// Likewise, but the answer says why. A load control can be called: with the event, and to ask for the state,
+/// which is what it answers.
 void Management::AnswerExtFunctionProperty(const Apdu& apdu) {
     constexpr std::size_t kHead = 5;
     if (apdu.data.size() < kHead) {
@@ -259,9 +260,21 @@ void Management::AnswerExtFunctionProperty(const Apdu& apdu) {
     }
     const auto place = ExtPlaceOf(apdu.data);
     const auto object = m_properties.FindObject(place.type, place.instance);
-    const bool known = object && place.property != 0 && m_properties.Describe(*object, place.property, 0);
-    Answer(Service::FunctionPropertyExtStateResponse, 0, apdu.data.first(kHead),
-           std::array<std::uint8_t, 1>{known ? kTypeConflict : kAddressVoid});
+    const auto known =
+        object && place.property != 0 ? m_properties.Describe(*object, place.property, 0) : std::nullopt;
+    auto code = known ? kTypeConflict : kAddressVoid;
+    if (known && known->description.dataType == kControl) {
+        const bool isCommand = apdu.service == Service::FunctionPropertyExtCommand;
+        code = ReturnCodeOf(isCommand ? Report(apdu, m_properties.Write(*object, place.property, {},
+                                                                        apdu.data.subspan(kHead), Level()))
+                                      : WriteResult::Done);
+    }
+    Tpdu answer = KnxFrames::MakeApdu(Service::FunctionPropertyExtStateResponse, 0, apdu.data.first(kHead));
+    answer.Append(static_cast<std::uint8_t>(code));
+    if (code == kSuccess)
+        if (const auto state = m_properties.Read(*object, place.property, {}, Level()))
+            answer.Append(Octets(*state));
+    Answer(answer);
 }
 
 // Memory. The number of octets stands in the low bits of the control information; 0 of them answer a place

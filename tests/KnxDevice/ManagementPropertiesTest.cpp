@@ -90,7 +90,7 @@ TEST_F(Managed, TheIpParametersAreThoseOfTheMoment) {
     EXPECT_EQ("03d6064b100100000007", Ask("03d5 06 4b 1001"));
 }
 
-TEST_F(Managed, NoPropertyIsAFunction) {
+TEST_F(Managed, NoPropertyIsAFunctionButALoadControlCanBeCalled) {
     EXPECT_EQ("02c90036", Ask("02c7 00 36 00 01")) << "command: no return code";
     EXPECT_EQ("02c900ff", Ask("02c8 00 ff 00")) << "state";
     EXPECT_EQ("", Ask("02c7 00"));
@@ -101,6 +101,14 @@ TEST_F(Managed, NoPropertyIsAFunction) {
     EXPECT_EQ("01d60000001000fd", Ask("01d4 0000 001000 00"));
     EXPECT_EQ("", Ask("01d4 0000 0010"));
     EXPECT_FALSE(m_device.IsInProgrammingMode());
+    EXPECT_EQ("01d600010010050000", Ask("01d5 0001 001005 00")) << "the state is asked for: unloaded";
+    EXPECT_EQ("01d600010010050002", Ask("01d4 0001 001005 01 000000000000000000")) << "start loading";
+    EXPECT_EQ(LoadState::Loading, StateOf(StandardObject::AddressTable));
+    EXPECT_EQ("01d60001001005f2", Ask("01d4 0001 001005 05")) << "no such event";
+    EXPECT_EQ("01d60001001005fe", Ask("01d4 0001 001005")) << "none at all";
+    EXPECT_EQ("01d600010010050003", Ask("01d5 0001 001005 00")) << "error";
+    EXPECT_EQ("02c90105", Ask("02c7 01 05 04")) << "only by object type";
+    EXPECT_EQ(LoadState::Error, StateOf(StandardObject::AddressTable));
 }
 
 TEST_F(Managed, PropertiesOfTheApplicationProgramAreThereOnceItShowsThem) {
