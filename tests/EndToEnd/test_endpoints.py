@@ -5,6 +5,7 @@ import network
 
 network.enter()
 
+import socket  # noqa: E402
 import time  # noqa: E402
 import unittest  # noqa: E402
 
@@ -13,10 +14,11 @@ from house import House, KnxdInterface, free_port  # noqa: E402
 from knxd_group_socket import parse_address  # noqa: E402
 from network import Cable, Namespace  # noqa: E402
 from processes import wait_until  # noqa: E402
-from two_houses import ADDRESS, BACK_OFF_SECONDS, NAME, SERVER, TwoHouses  # noqa: E402
+from two_houses import ADDRESS, BACK_OFF_SECONDS, CLIENT, NAME, SERVER, TwoHouses  # noqa: E402
 
 FAR_SERVER, FAR_ROUTER = "198.51.100.1", "198.51.100.2"  # TEST-NET-2
-ELSEWHERE = "192.0.2.9"
+DEVICE = 0x12FA  # 1.2.250
+ELSEWHERE, NEIGHBOUR = "192.0.2.9", "192.0.2.10"
 
 
 class Moved(TwoHouses):
@@ -41,6 +43,31 @@ class Moved(TwoHouses):
 
     def test_a_server_that_has_moved_long_before_its_name_is_found(self):
         self.comes_through(30, self.move, lambda: network.set_hosts(interface=ELSEWHERE))
+
+
+class OwnAddress(TwoHouses):
+    """What a tool reads of the device's place in the network (KNXnet/IP parameter object, object 6)."""
+
+    ADDRESS, SUBNET_MASK, GATEWAY = 57, 58, 59
+
+    def setUp(self):
+        super().setUp()
+        self.start_server()
+        # On the device's own machine, so that the tunnel stays whatever the network does.
+        self.tool = self.outside.call(lambda: tunnel.Tunnel(self.server.port))
+        self.addCleanup(self.tool.close)
+
+    def place(self):
+        return [socket.inet_ntoa(self.tool.read_property(DEVICE, 6, p))
+                for p in (self.ADDRESS, self.SUBNET_MASK, self.GATEWAY)]
+
+    def test_a_tool_reads_the_address_that_the_machine_has_now(self):
+        self.outside.ip(f"route add default via {CLIENT}")
+        wait_until(lambda: self.place() == [SERVER, "255.255.255.0", CLIENT], 20, "the place at the start")
+        self.outside.ip(f"addr del {SERVER}/24 dev knx0")
+        self.outside.ip(f"addr add {ELSEWHERE}/28 dev knx0")
+        self.outside.ip(f"route add default via {NEIGHBOUR}")
+        wait_until(lambda: self.place() == [ELSEWHERE, "255.255.255.240", NEIGHBOUR], 20, "the new place")
 
 
 class Translated(TwoHouses):

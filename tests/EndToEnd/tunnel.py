@@ -64,6 +64,19 @@ class Tunnel:
         self.ack_seconds.append(time.monotonic() - start)
         self._sequence = (self._sequence + 1) & 0xFF
 
+    def read_property(self, device, object_index, property_id):
+        """The octets of a property that a device (raw individual address) answers with; a RuntimeError after 20 s."""
+        heard = len(self.received)
+        which = bytes([object_index, property_id, 0x10, 0x01])  # one element, the first
+        self.send(bytes([L_DATA_REQ, 0, 0xB0, 0x60, 0, 0]) + struct.pack(">H", device) + b"\x05\x03\xd5" + which)
+        end = time.monotonic() + 20
+        while time.monotonic() < end:
+            for cemi in self.received[heard:]:
+                if cemi[0] == L_DATA_IND and cemi[4:6] == struct.pack(">H", device) and cemi[9:15] == b"\x03\xd6" + which:
+                    return cemi[15:]
+            time.sleep(0.02)
+        raise RuntimeError(f"no answer with property {property_id} of object {object_index} within 20 s")
+
     def vanish(self, last_words=None):
         """The client is gone without a disconnect request, right after a telegram (a cEMI frame) if there is one."""
         self._open = False
