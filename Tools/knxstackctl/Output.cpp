@@ -47,13 +47,21 @@ std::vector<std::string> Header(const std::vector<std::pair<std::string, const c
     return row;
 }
 
+/// Why a link is down, to be put behind its name; "" when it is not.
+std::string Fault(const json::object& link, const char* name) {
+    const auto fault = Text(link, name);
+    return fault.empty() ? "" : ": " + fault;
+}
+
 void AddServer(const json::object& server, std::vector<std::string>& lines) {
     static const std::vector<std::pair<std::string, const char*>> kColumns = {
         {"FROM CLIENT", "fromClient"},  {"TO CLIENT", "toClient"},      {"REPEATED", "repeated"},
         {"DUPLICATES", "duplicates"},   {"OUT OF ORDER", "outOfOrder"}, {"LOST", "dropped"},
         {"MOST WAITING", "mostWaiting"}};
-    lines.push_back(
-        fmt::format("Server {}, {}", Text(server, "endpoint"), Flag(server, "tcp") ? "UDP and TCP" : "UDP"));
+    lines.push_back(fmt::format("Server {}, {}{}", Text(server, "endpoint"),
+                                Flag(server, "tcp") ? "UDP and TCP" : "UDP", Fault(server, "fault")));
+    if (const auto group = Text(server, "group"); !group.empty())
+        lines.push_back(fmt::format("  answers searches in {}{}", group, Fault(server, "groupFault")));
     auto header = Header(kColumns);
     header.insert(header.begin(), {"TUNNEL", "CLIENT"});
     Rows rows{header};
@@ -86,7 +94,7 @@ void AddInterface(const json::object& interface, std::vector<std::string>& lines
         {"CONNECTIONS", "connections"}};
     lines.push_back(fmt::format("Interface {}, {}", Text(interface, "name"),
                                 Flag(interface, "connected") ? "connected as " + Text(interface, "address")
-                                                             : "not connected"));
+                                                             : "not connected" + Fault(interface, "fault")));
     for (auto& line : ::Tools::AlignColumns({Header(kColumns), Row(interface, kColumns)}))
         lines.push_back("  " + line);
 }
@@ -97,7 +105,7 @@ void AddRouting(const json::object& routing, std::vector<std::string>& lines) {
         {"WAITING", "waiting"},     {"LOST", "dropped"},
         {"BUSY", "busy"},           {"LOST BY OTHERS", "lost"},
         {"PAUSES ASKED", "pauses"}, {"LOST BY CLIENTS", "lostHere"}};
-    lines.push_back(fmt::format("Routing {}", Text(routing, "group")));
+    lines.push_back(fmt::format("Routing {}{}", Text(routing, "group"), Fault(routing, "fault")));
     for (auto& line : ::Tools::AlignColumns({Header(kColumns), Row(routing, kColumns)}))
         lines.push_back("  " + line);
 }

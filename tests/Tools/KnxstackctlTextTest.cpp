@@ -53,6 +53,14 @@ TEST(KnxstackctlText, LinksAreATableEach) {
             "Telegrams without a group object 10, refused by flags 11, unusable 12"));
     EXPECT_THAT(LinksLines(Json(R"({"server":null,"interface":{"name":"gateway:3671","connected":false}})")),
                 ElementsAre("Interface gateway:3671, not connected", testing::_, testing::_));
+    EXPECT_THAT(LinksLines(Json(R"({"server":{"endpoint":"10.0.0.1:3671","fault":"no such address",
+                    "group":"224.0.23.12:3671","groupFault":"no way","tunnels":[]},
+                    "interface":{"name":"gateway:3671","connected":false,"fault":"no answer"},
+                    "routing":{"group":"224.0.23.13:3671","fault":"nobody there"}})")),
+                ElementsAre("Server 10.0.0.1:3671, UDP: no such address",
+                            "  answers searches in 224.0.23.12:3671: no way", testing::_,
+                            "Interface gateway:3671, not connected: no answer", testing::_, testing::_,
+                            "Routing 224.0.23.13:3671: nobody there", testing::_, testing::_));
     EXPECT_THAT(
         LinksLines(Json(R"({"routing":{"group":"224.0.23.12:3671","sent":1,"received":2,"waiting":3,
                     "dropped":4,"busy":5,"lost":6,"pauses":7,"lostHere":8}})")),

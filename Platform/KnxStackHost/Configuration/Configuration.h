@@ -94,6 +94,7 @@ struct ControlSettings {
 };
 
 struct Configuration {
+    std::string file;      ///< as it was named; for people
     std::string directory; ///< of the file; absolute
     KnxFrames::IndividualAddress individualAddress;
     std::string deviceName = "knxstackd"; ///< at most 29 bytes

@@ -31,6 +31,7 @@ constexpr std::size_t kMostTunnels = 255; // a channel has one byte
 
 ConfigurationReader::ConfigurationReader(const std::string& path, ProjectFile::ErrorList& errors)
     : m_errors(errors) {
+    m_result.file = path;
     m_result.directory = std::filesystem::absolute(path).lexically_normal().parent_path().string();
 }
 
@@ -112,11 +113,11 @@ void ConfigurationReader::ReadServer(Members& root) {
                    {"enabled", "address", "port", "tcp", "tunnels", "multicastGroup", "multicastInterface"});
     auto& settings = m_result.server;
     settings.enabled = server.Boolean("enabled").value_or(true);
-    ReadIpv4(server, "address", settings.address);
+    ReadOwnAddress(server, "address", settings.address);
     ReadPort(server, 0, settings.port);
     settings.tcp = server.Boolean("tcp").value_or(true);
     ReadGroup(server, "multicastGroup", settings.multicastGroup);
-    ReadIpv4(server, "multicastInterface", settings.multicastInterface);
+    ReadOwnAddress(server, "multicastInterface", settings.multicastInterface);
     ReadTunnels(server);
 
     if (settings.multicastGroup.empty() && !settings.multicastInterface.empty())
@@ -158,7 +159,7 @@ void ConfigurationReader::ReadInterface(Members& root) {
     if (protocol != "tcp" && protocol != "udp")
         m_errors.Add(members.PlaceOf("protocol"), "must be \"udp\" or \"tcp\"");
     settings.nat = members.Boolean("nat").value_or(false);
-    ReadIpv4(members, "localAddress", settings.localAddress);
+    ReadOwnAddress(members, "localAddress", settings.localAddress);
     m_result.interface = std::move(settings);
 }
 
@@ -169,7 +170,7 @@ void ConfigurationReader::ReadRouting(Members& root) {
     Members members(*object, root.PlaceOf("routing"), m_errors, {"group", "interface", "rate"});
     RoutingSettings settings;
     ReadGroup(members, "group", settings.group);
-    ReadIpv4(members, "interface", settings.interface);
+    ReadOwnAddress(members, "interface", settings.interface);
     if (const auto rate = members.Number("rate", 1, kHighestRate))
         settings.rate = static_cast<unsigned>(*rate);
     if (root.Has("interface"))
@@ -177,6 +178,15 @@ void ConfigurationReader::ReadRouting(Members& root) {
             root.PlaceOf("routing"),
             "stands beside \"interface\"; the device can be on one bus only, so leave one of them out");
     m_result.routing = std::move(settings);
+}
+
+/// One that a network interface of this machine can have, whether it has it now or not.
+void ConfigurationReader::ReadOwnAddress(Members& members, std::string_view name, std::string& own) {
+    ReadIpv4(members, name, own);
+    in_addr address{};
+    // Multicast, reserved, broadcast.
+    if (inet_pton(AF_INET, own.c_str(), &address) == 1 && ntohl(address.s_addr) >= INADDR_UNSPEC_GROUP)
+        m_errors.Add(members.PlaceOf(name), fmt::format("{} is no address of a network interface", own));
 }
 
 void ConfigurationReader::ReadGroup(Members& members, std::string_view name, std::string& group) {

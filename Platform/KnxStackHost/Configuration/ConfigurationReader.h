@@ -56,6 +56,7 @@ private:
 
     /// The text of an IPv4 address; faults are reported.
     void ReadIpv4(Members& members, std::string_view name, std::string& address);
+    void ReadOwnAddress(Members& members, std::string_view name, std::string& own);
     void ReadPort(Members& members, std::uint16_t smallest, std::uint16_t& port);
     std::optional<KnxFrames::IndividualAddress> IndividualAddressOf(const boost::json::value& value,
                                                                     const std::string& place);

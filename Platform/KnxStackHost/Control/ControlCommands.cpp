@@ -103,6 +103,7 @@ json::object JsonOf(const InterfaceStatus& interface) {
     const auto& counters = interface.counters;
     return {{"name", interface.name},
             {"connected", interface.connected},
+            {"fault", interface.fault},
             {"address", interface.connected ? interface.address.ToString() : std::string()},
             {"waiting", interface.waiting},
             {"sent", counters.sent},
@@ -120,10 +121,10 @@ json::object JsonOf(const InterfaceStatus& interface) {
 
 json::object JsonOf(const RoutingStatus& routing) {
     const auto& counters = routing.counters;
-    return {{"group", routing.group},        {"waiting", routing.waiting}, {"sent", counters.sent},
-            {"received", counters.received}, {"own", counters.own},        {"dropped", counters.dropped},
-            {"busy", counters.busy},         {"lost", counters.lost},      {"pauses", counters.pauses},
-            {"lostHere", counters.lostHere}};
+    return {{"group", routing.group},      {"fault", routing.fault},        {"waiting", routing.waiting},
+            {"sent", counters.sent},       {"received", counters.received}, {"own", counters.own},
+            {"dropped", counters.dropped}, {"busy", counters.busy},         {"lost", counters.lost},
+            {"pauses", counters.pauses},   {"lostHere", counters.lostHere}};
 }
 
 json::object JsonOf(const LinksStatus& links) {
@@ -132,9 +133,9 @@ json::object JsonOf(const LinksStatus& links) {
         json::array tunnels;
         for (const auto& tunnel : links.server->tunnels)
             tunnels.push_back(JsonOf(tunnel));
-        result["server"] = {{"endpoint", links.server->endpoint},
-                            {"tcp", links.server->tcp},
-                            {"tunnels", std::move(tunnels)}};
+        result["server"] = {{"endpoint", links.server->endpoint},     {"tcp", links.server->tcp},
+                            {"fault", links.server->fault},           {"group", links.server->group},
+                            {"groupFault", links.server->groupFault}, {"tunnels", std::move(tunnels)}};
     }
     if (links.interface)
         result["interface"] = JsonOf(*links.interface);

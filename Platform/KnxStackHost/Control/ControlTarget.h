@@ -42,6 +42,9 @@ struct ServerStatus {
     std::string endpoint; ///< that it listens on
     bool tcp = false;
     std::vector<TunnelStatus> tunnels;
+    std::string fault{};      ///< why no client can reach it; "" = nothing known
+    std::string group{};      ///< address and port of the group that searches come in; "" = none
+    std::string groupFault{}; ///< why it is not in the group; "" = it is, or there is none
 };
 
 struct InterfaceStatus {
@@ -50,12 +53,14 @@ struct InterfaceStatus {
     KnxFrames::IndividualAddress address; ///< of our tunnel there
     std::size_t waiting = 0;              ///< telegrams
     KnxIp::TunnelClientCounters counters;
+    std::string fault{}; ///< why there is no connection; "" = there is, or no try has ended yet
 };
 
 struct RoutingStatus {
     std::string group; ///< address and port
     std::size_t waiting = 0;
     KnxIp::RoutingLinkCounters counters;
+    std::string fault{}; ///< why it is not in the group; "" = it is
 };
 
 /// Telegrams that went nowhere since the start.

@@ -1,6 +1,7 @@
 #include "KnxStackHost/Links/InterfaceLink.h"
 
 #include "KnxStackHost/Links/LinkThread.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 
 #include <boost/system/system_error.hpp>
 #include <fmt/format.h>
@@ -25,11 +26,18 @@ TimePoint Now() {
     return std::chrono::steady_clock::now();
 }
 
+std::string WhyNot(LinkFailure failure, KnxIp::Status status) {
+    if (status == KnxIp::Status::NoError)
+        return KnxIp::ToString(failure);
+    return fmt::format("{}: {}", KnxIp::ToString(failure), KnxIp::ToString(status));
+}
+
 } // namespace
 
-InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings settings,
+InterfaceLink::InterfaceLink(boost::asio::io_context& context, const Configuration& configuration,
                              OnTelegramFrom received)
-    : m_context(context), m_settings(std::move(settings)), m_received(std::move(received)),
+    : m_context(context), m_file(configuration.file), m_settings(configuration.interface.value()),
+      m_localAddress(EndpointOf(m_settings.localAddress, 0).address), m_received(std::move(received)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) {
                    m_client.OnDatagram(Now(), from, datagram);
@@ -38,11 +46,10 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
                }),
       m_stream(context, StreamEvents()), m_nameLookUp(context), m_lookUpAgain(context),
       m_deadline(context, [this] { return OnTime(); }), m_client(ClientConfig(), *this) {
+    if (m_settings.tcp)
+        return;
     try {
-        // Over TCP, too: an address that this machine does not have is an error of the configuration.
-        m_socket.Open(EndpointOf(m_settings.localAddress, 0));
-        if (m_settings.tcp)
-            m_socket.Close();
+        m_socket.Open({m_localAddress, 0});
     } catch (const boost::system::system_error& error) {
         throw LinkError(fmt::format("/interface/localAddress: the local address {} cannot be used: {}",
                                     m_settings.localAddress, error.code().message()));
@@ -52,6 +59,11 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, InterfaceSettings
 void InterfaceLink::Start() {
     if (!m_settings.tcp)
         m_socket.Start();
+    m_absenceReported = !IsAddressHere(m_context, m_localAddress);
+    if (m_absenceReported)
+        LOG4CPLUS_WARN(
+            Log(), AddressNotYetHere(m_file + ": /interface/localAddress", m_settings.localAddress,
+                                     fmt::format("the KNX/IP interface {} is tried until one has", Name())));
     LOG4CPLUS_INFO(Log(), fmt::format("connecting to the KNX/IP interface {}", Name()));
     m_client.Start(Now());
     if (IsIpv4Address(m_settings.host))
@@ -65,6 +77,11 @@ void InterfaceLink::Stop() {
     m_lookUpAgain.cancel();
     m_client.Stop();
     ReportCounts();
+}
+
+InterfaceStatus InterfaceLink::Status() const {
+    return {Name(), m_client.IsConnected(), m_client.Address(), m_client.Waiting(), m_client.Counters(),
+            m_fault};
 }
 
 void InterfaceLink::Send(const KnxFrames::LData& telegram) {
@@ -94,6 +111,7 @@ void InterfaceLink::OnLookedUp(const LookedUp& result) {
     }
     if (isKnown)
         return; // where it was; asked again after the next try to connect
+    m_fault = "its name is not known: " + result.cause;
     if (!std::exchange(m_failureReported, true))
         LOG4CPLUS_WARN(Log(), fmt::format("the KNX/IP interface {} is not known: {}; telegrams to it wait, "
                                           "and it is looked up again every {} s",
@@ -173,7 +191,7 @@ TcpClient::Events InterfaceLink::StreamEvents() {
 }
 
 void InterfaceLink::OpenStream(const Endpoint& server) {
-    m_stream.Open(server, EndpointOf(m_settings.localAddress, 0).address);
+    m_stream.Open(server, m_localAddress);
 }
 
 void InterfaceLink::SendToStream(KnxIp::Octets frame) {
@@ -190,6 +208,8 @@ void InterfaceLink::OnTelegram(const KnxFrames::LData& telegram) {
 
 void InterfaceLink::OnConnected(KnxFrames::IndividualAddress address) {
     m_failureReported = false;
+    m_absenceReported = false;
+    m_fault.clear();
     LOG4CPLUS_INFO(Log(),
                    fmt::format("connected to the KNX/IP interface {} as {}", Name(), address.ToString()));
     if (m_client.Counters().connections > 1)
@@ -202,20 +222,21 @@ void InterfaceLink::OnDisconnected(LinkFailure failure, milliseconds) {
     if (m_stopped)
         return;
     LookUp();
+    m_fault = KnxIp::ToString(failure);
     LOG4CPLUS_WARN(Log(),
                    fmt::format("the connection to the KNX/IP interface {} has ended: {}; connecting again",
-                               Name(), KnxIp::ToString(failure)));
+                               Name(), m_fault));
     if (m_connection)
         m_connection();
 }
 
 void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, milliseconds retryIn) {
     LookUp();
-    const auto text =
-        fmt::format("no connection to the KNX/IP interface {}: {}{}{}; next try in {} ms", Name(),
-                    KnxIp::ToString(failure), status == KnxIp::Status::NoError ? "" : ": ",
-                    status == KnxIp::Status::NoError ? "" : KnxIp::ToString(status), retryIn.count());
-    if (std::exchange(m_failureReported, true))
+    const bool isAbsent = !IsAddressHere(m_context, m_localAddress);
+    m_fault = isAbsent ? AddressFaultText(m_settings.localAddress) : WhyNot(failure, status);
+    const auto text = fmt::format("no connection to the KNX/IP interface {}: {}; next try in {} ms", Name(),
+                                  m_fault, retryIn.count());
+    if (std::exchange(isAbsent ? m_absenceReported : m_failureReported, true))
         LOG4CPLUS_DEBUG(Log(), text);
     else
         LOG4CPLUS_WARN(Log(), text << " (further ones until there is a connection are not reported)");

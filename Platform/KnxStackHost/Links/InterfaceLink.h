@@ -15,6 +15,7 @@
 #include <functional>
 #include <optional>
 #include <random>
+#include <string>
 
 namespace KnxStackHost {
 
@@ -26,8 +27,9 @@ class InterfaceLink final : private KnxIp::TunnelClientListener {
 public:
     using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
 
-    /// Opens the socket. Throws LinkError.
-    InterfaceLink(boost::asio::io_context& context, InterfaceSettings settings, OnTelegramFrom received);
+    /// Opens the socket; its local address need not be there yet. Throws LinkError.
+    InterfaceLink(boost::asio::io_context& context, const Configuration& configuration,
+                  OnTelegramFrom received);
 
     void Start();
     void Stop();
@@ -35,9 +37,7 @@ public:
     void TellOfConnections(std::function<void()> told) { m_connection = std::move(told); }
     void Send(const KnxFrames::LData& telegram);
     bool IsConnected() const { return m_client.IsConnected(); }
-    InterfaceStatus Status() const {
-        return {Name(), m_client.IsConnected(), m_client.Address(), m_client.Waiting(), m_client.Counters()};
-    }
+    InterfaceStatus Status() const;
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
@@ -66,7 +66,9 @@ private:
     std::string Name() const;
 
     boost::asio::io_context& m_context;
+    const std::string m_file; // of the configuration
     const InterfaceSettings m_settings;
+    const std::uint32_t m_localAddress; // 0 = any
     OnTelegramFrom m_received;
     std::function<void()> m_connection;
     UdpSocket m_socket; // not open when TCP is spoken
@@ -78,7 +80,9 @@ private:
     Notices m_sendFailures;
     bool m_mayHaveLeft = true; // of the last datagram
     DropBurst m_drops;
+    std::string m_fault;            // why there is no connection; "" = there is, or no try has ended yet
     bool m_failureReported = false; // since the last connection
+    bool m_absenceReported = false; // likewise, of the local address
     bool m_lookingUp = false;
     bool m_stopped = false;
     std::minstd_rand m_random{std::random_device{}()};

@@ -52,6 +52,7 @@ public:
 
     void Open(const KnxDevice::GroupObjects& objects, DeviceManagement& management,
               std::function<void(Callback)> toProgram, Requests requests) {
+        m_networkChanges.Start(); // before anything asks what is there
         m_toProgram = std::move(toProgram);
         m_requests = std::move(requests);
         m_management = &management;
@@ -66,9 +67,9 @@ public:
                 },
                 [this](std::uint8_t tunnel) { m_router->OnTunnelClosed(tunnel); });
         if (m_configuration.interface)
-            OpenInterface(*m_configuration.interface);
+            OpenInterface();
         if (m_configuration.routing)
-            OpenRouting(*m_configuration.routing);
+            OpenRouting();
         FindPlace();
         management.SetIpFacts([this] { return GetIpFacts(); });
         if (m_server) {
@@ -96,7 +97,6 @@ public:
             m_interface->Start();
         if (m_routing)
             m_routing->Start();
-        m_networkChanges.Start();
         m_control->Start();
     }
 
@@ -182,16 +182,16 @@ private:
         std::uint16_t sender;
     };
 
-    void OpenInterface(const InterfaceSettings& settings) {
-        m_interface.emplace(m_context, settings,
+    void OpenInterface() {
+        m_interface.emplace(m_context, m_configuration,
                             [this](const LData& telegram) { m_router->FromInterface(telegram); });
         m_interface->TellOfConnections([this] { OnDeviceChanged(); });
     }
 
-    void OpenRouting(const RoutingSettings& settings) {
+    void OpenRouting() {
         if (m_server)
             m_server->ShareAddress(true); // with the group, which may have the same port
-        m_routing.emplace(m_context, settings, [this](const LData& telegram) { FromGroup(telegram); });
+        m_routing.emplace(m_context, m_configuration, [this](const LData& telegram) { FromGroup(telegram); });
         if (m_server)
             m_server->ShareAddress(false);
     }
@@ -233,7 +233,7 @@ private:
 
     /// Somebody is there who may answer.
     bool IsOnBus() const {
-        return m_routing || (m_interface && m_interface->IsConnected()) ||
+        return (m_routing && m_routing->IsJoined()) || (m_interface && m_interface->IsConnected()) ||
                (m_server && m_server->HasClients());
     }
 
@@ -271,9 +271,10 @@ private:
     void OnNetworkChanged() {
         FindPlace();
         if (m_server)
-            m_server->OnNetworkChanged();
+            m_server->OnNetworkChanged(m_place);
         if (m_routing)
             m_routing->OnNetworkChanged();
+        OnDeviceChanged(); // its place, and whether the bus can be reached
     }
 
     LinksStatus GetLinksStatus() const {
@@ -301,6 +302,7 @@ private:
         }
         if (m_routing) {
             const auto status = m_routing->Status();
+            facts.busIsUnreachable = !m_routing->IsJoined();
             facts.sentToBus = status.counters.sent;
             facts.lostToBus = status.counters.dropped;
         }

@@ -1,6 +1,7 @@
 #include "KnxStackHost/Links/RoutingBus.h"
 
 #include "KnxStackHost/Links/LinkThread.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 
 #include <boost/system/system_error.hpp>
 #include <fmt/format.h>
@@ -23,16 +24,24 @@ TimePoint Now() {
     return std::chrono::steady_clock::now();
 }
 
+/// Not a message about other telegrams.
+bool IsTelegram(KnxIp::Octets datagram) {
+    constexpr unsigned kService = 2; // where it stands
+    return (datagram[kService] << 8 | datagram[kService + 1]) ==
+           static_cast<int>(KnxIp::ServiceType::RoutingIndication);
+}
+
 } // namespace
 
-RoutingBus::RoutingBus(boost::asio::io_context& context, const RoutingSettings& settings,
+RoutingBus::RoutingBus(boost::asio::io_context& context, const Configuration& configuration,
                        OnTelegramFrom received)
-    : m_context(context), m_settings(settings), m_group(EndpointOf(settings.group, KnxIp::kStandardPort)),
-      m_received(std::move(received)), m_socket(context,
-                                                [this](const Endpoint& from, KnxFrames::Octets datagram) {
-                                                    m_link.OnDatagram(Now(), from, datagram);
-                                                    m_deadline.Set(m_link.NextTime());
-                                                }),
+    : m_context(context), m_file(configuration.file), m_settings(configuration.routing.value()),
+      m_group(EndpointOf(m_settings.group, KnxIp::kStandardPort)), m_received(std::move(received)),
+      m_socket(context,
+               [this](const Endpoint& from, KnxFrames::Octets datagram) {
+                   m_link.OnDatagram(Now(), from, datagram);
+                   m_deadline.Set(m_link.NextTime());
+               }),
       m_deadline(context, [this] { return OnTime(); }), m_link(LinkConfig(), *this) {
     Open();
 }
@@ -59,13 +68,18 @@ KnxIp::RoutingLinkConfig RoutingBus::LinkConfig() {
 
 void RoutingBus::Start() {
     m_socket.Start();
+    if (!IsJoined()) {
+        LOG4CPLUS_WARN(Log(), GroupNotYetJoined(m_file + ": /routing", "interface", m_settings.interface,
+                                                m_group.ToString(), m_socket.GroupFault()));
+        return;
+    }
     LOG4CPLUS_INFO(Log(), fmt::format("joined the KNX bus in the multicast group {}; at most {} telegrams "
                                       "a second go there",
                                       m_group.ToString(), m_settings.rate));
 }
 
 void RoutingBus::Stop() {
-    const auto& counters = m_link.Counters();
+    const auto counters = Counters();
     LOG4CPLUS_INFO(
         Log(),
         fmt::format("multicast group {}: {} telegrams sent and {} received, {} dropped, {} waiting; "
@@ -75,6 +89,19 @@ void RoutingBus::Stop() {
                     m_group.ToString(), counters.sent, counters.received, counters.dropped, m_link.Waiting(),
                     counters.busy, counters.lost, counters.own, m_foreign, m_refused.Total(), counters.pauses,
                     counters.lostHere));
+}
+
+/// Nobody gets what the system does not take: it counts as lost.
+KnxIp::RoutingLinkCounters RoutingBus::Counters() const {
+    auto counters = m_link.Counters();
+    counters.sent -= m_unsent;
+    counters.dropped += m_unsent;
+    return counters;
+}
+
+RoutingStatus RoutingBus::Status() const {
+    return {m_group.ToString(), m_link.Waiting(), Counters(),
+            GroupFaultText(m_settings.interface, m_socket.GroupFault())};
 }
 
 void RoutingBus::Send(const KnxFrames::LData& telegram) {
@@ -104,7 +131,8 @@ void RoutingBus::AfterWork() {
 }
 
 void RoutingBus::SendDatagram(const Endpoint& to, KnxIp::Octets datagram) {
-    m_socket.Send(to, datagram);
+    if (!m_socket.Send(to, datagram) && IsTelegram(datagram))
+        ++m_unsent;
 }
 
 void RoutingBus::OnTelegram(const KnxFrames::LData& telegram) {

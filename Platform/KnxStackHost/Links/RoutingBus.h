@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <random>
+#include <string>
 
 namespace KnxStackHost {
 
@@ -19,8 +20,9 @@ class RoutingBus final : private KnxIp::RoutingLinkListener {
 public:
     using OnTelegramFrom = std::function<void(const KnxFrames::LData&)>;
 
-    /// Joins the group. Throws LinkError. Who has the port of the group for itself must share it meanwhile.
-    RoutingBus(boost::asio::io_context& context, const RoutingSettings& settings, OnTelegramFrom received);
+    /// Joins the group of the configuration's `routing`, or later, when its network interface is not there
+    /// yet. Throws LinkError. Who has the port of the group for itself must share it meanwhile.
+    RoutingBus(boost::asio::io_context& context, const Configuration& configuration, OnTelegramFrom received);
 
     void Start();
     void Stop();
@@ -28,7 +30,9 @@ public:
     /// What became of the telegram that was received last, behind here.
     void OnPassedOn(KnxIp::Backlog backlog);
     void OnNetworkChanged() { m_socket.RenewGroup(); }
-    RoutingStatus Status() const { return {m_group.ToString(), m_link.Waiting(), m_link.Counters()}; }
+    /// In the group, so that somebody may hear what is sent.
+    bool IsJoined() const { return !m_socket.GroupFault(); }
+    RoutingStatus Status() const;
 
 private:
     void SendDatagram(const KnxIp::Endpoint& to, KnxIp::Octets datagram) override;
@@ -43,8 +47,10 @@ private:
     KnxIp::RoutingLinkConfig LinkConfig();
     std::optional<TimePoint> OnTime();
     void AfterWork();
+    KnxIp::RoutingLinkCounters Counters() const;
 
     boost::asio::io_context& m_context;
+    const std::string m_file; // of the configuration
     const RoutingSettings m_settings;
     const KnxIp::Endpoint m_group;
     OnTelegramFrom m_received;
@@ -53,6 +59,7 @@ private:
     Notices m_refused;
     Notices m_busy;
     Notices m_lost;
+    std::uint64_t m_unsent = 0;  // telegrams that the system did not take, as without a network
     std::uint64_t m_foreign = 0; // datagrams to the group that were none of routing
     DropBurst m_drops;
     std::minstd_rand m_random{std::random_device{}()};

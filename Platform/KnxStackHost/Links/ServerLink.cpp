@@ -1,6 +1,7 @@
 #include "KnxStackHost/Links/ServerLink.h"
 
 #include "KnxStackHost/Links/LinkThread.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 #include "KnxStackHost/Links/NetworkPlace.h"
 
 #include <boost/system/system_error.hpp>
@@ -32,6 +33,11 @@ TimePoint Now() {
     return std::chrono::steady_clock::now();
 }
 
+/// That searches come in.
+Endpoint GroupOf(const ServerSettings& settings) {
+    return EndpointOf(settings.multicastGroup, KnxIp::kStandardPort);
+}
+
 KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, const Endpoint& local) {
     KnxIp::TunnelServerConfig config;
     config.device.medium = KnxIp::DeviceInformation::kMediumIp; // as its device descriptor says
@@ -59,23 +65,23 @@ KnxIp::TunnelServerConfig ServerConfigOf(const Configuration& configuration, con
 
 ServerLink::ServerLink(boost::asio::io_context& context, const Configuration& configuration,
                        OnTelegramFrom received, OnEndOf closed)
-    : m_context(context), m_addresses(configuration.server.tunnels), m_received(std::move(received)),
-      m_closed(std::move(closed)),
+    : m_context(context), m_file(configuration.file), m_settings(configuration.server),
+      m_addresses(m_settings.tunnels), m_received(std::move(received)), m_closed(std::move(closed)),
       m_socket(context,
                [this](const Endpoint& from, KnxFrames::Octets datagram) { Receive(from, datagram); }),
       m_deadline(context, [this] { return OnTime(); }), m_lines(m_addresses.size()) {
-    Open(configuration.server);
-    if (!configuration.server.multicastGroup.empty())
-        OpenGroup(configuration.server);
+    Open();
+    if (!m_settings.multicastGroup.empty())
+        OpenGroup();
     auto config = ServerConfigOf(configuration, m_socket.Local());
     m_device = config.device;
     m_server.emplace(std::move(config), static_cast<KnxIp::TunnelServerListener&>(*this));
 }
 
-void ServerLink::Open(const ServerSettings& settings) {
-    for (unsigned left = settings.port == 0 ? kPortTries : 1;; --left) {
+void ServerLink::Open() {
+    for (unsigned left = m_settings.port == 0 ? kPortTries : 1;; --left) {
         try {
-            OpenOnce(settings);
+            OpenOnce();
             return;
         } catch (const system_error& error) {
             m_socket.Close();
@@ -83,33 +89,32 @@ void ServerLink::Open(const ServerSettings& settings) {
                 continue; // UDP was given a port that is somebody's by TCP
             throw LinkError(fmt::format("/server: {}:{} cannot be opened: {}; choose another \"address\" or "
                                         "\"port\"",
-                                        settings.address, settings.port, error.code().message()));
+                                        m_settings.address, m_settings.port, error.code().message()));
         }
     }
 }
 
-void ServerLink::OpenOnce(const ServerSettings& settings) {
-    m_socket.Open(EndpointOf(settings.address, settings.port));
-    if (settings.tcp)
+void ServerLink::OpenOnce() {
+    m_socket.Open(EndpointOf(m_settings.address, m_settings.port));
+    if (m_settings.tcp)
         m_tcp.emplace(m_context, m_addresses.size() + kFurtherStreams, static_cast<TcpStreamUser&>(*this))
             .Open(m_socket.Local());
 }
 
-void ServerLink::OpenGroup(const ServerSettings& settings) {
+void ServerLink::OpenGroup() {
     m_group.emplace(m_context, [this](const Endpoint& from, KnxFrames::Octets datagram) {
         ReceiveFromGroup(from, datagram);
     });
     try {
         m_socket.ShareAddress(true); // with the group, which may have the same port
-        m_group->OpenGroup(EndpointOf(settings.multicastGroup, KnxIp::kStandardPort),
-                           EndpointOf(settings.multicastInterface, 0).address);
+        m_group->OpenGroup(GroupOf(m_settings), EndpointOf(m_settings.multicastInterface, 0).address);
         m_socket.ShareAddress(false);
     } catch (const system_error& error) {
-        throw LinkError(
-            fmt::format("/server/multicastGroup: the multicast group {} cannot be joined on {}: {}",
-                        settings.multicastGroup,
-                        settings.multicastInterface.empty() ? "any interface" : settings.multicastInterface,
-                        error.code().message()));
+        throw LinkError(fmt::format(
+            "/server/multicastGroup: the multicast group {} cannot be joined on {}: {}",
+            m_settings.multicastGroup,
+            m_settings.multicastInterface.empty() ? "any interface" : m_settings.multicastInterface,
+            error.code().message()));
     }
 }
 
@@ -122,6 +127,31 @@ void ServerLink::Start() {
     LOG4CPLUS_INFO(Log(), fmt::format("KNXnet/IP server listening on {} with {} tunnels{}",
                                       m_socket.Local().ToString(), m_addresses.size(),
                                       m_tcp ? ", over UDP and TCP" : ""));
+    m_isAddressHere = IsAddressHere();
+    if (!m_isAddressHere)
+        LOG4CPLUS_WARN(Log(), AddressNotYetHere(m_file + ": /server/address", m_settings.address,
+                                                "no client can connect until one has"));
+    if (m_group && m_group->GroupFault())
+        LOG4CPLUS_WARN(Log(), GroupNotYetJoined(m_file + ": /server", "multicastInterface",
+                                                m_settings.multicastInterface, GroupOf(m_settings).ToString(),
+                                                m_group->GroupFault()));
+}
+
+bool ServerLink::IsAddressHere() const {
+    return KnxStackHost::IsAddressHere(m_context, m_socket.Local().address);
+}
+
+void ServerLink::OnNetworkChanged(const KnxDevice::IpPlace& place) {
+    if (m_group)
+        m_group->RenewGroup();
+    if (!m_isAddressHere && IsAddressHere()) {
+        m_isAddressHere = true;
+        LOG4CPLUS_INFO(Log(),
+                       fmt::format("the address {} of the KNXnet/IP server is there", m_settings.address));
+    }
+    if (place.mac != decltype(place.mac){}) // the card's, also while it has no address
+        m_device.mac = place.mac;
+    m_server->SetDevice(m_device);
 }
 
 void ServerLink::Stop() {
@@ -174,6 +204,12 @@ KnxDevice::IpFacts ServerLink::Facts() const {
 
 ServerStatus ServerLink::Status() const {
     ServerStatus status{m_socket.Local().ToString(), m_tcp.has_value(), {}};
+    if (!IsAddressHere())
+        status.fault = AddressFaultText(m_settings.address);
+    if (m_group) {
+        status.group = GroupOf(m_settings).ToString();
+        status.groupFault = GroupFaultText(m_settings.multicastInterface, m_group->GroupFault());
+    }
     for (std::size_t tunnel = 0; tunnel < m_addresses.size(); ++tunnel) {
         const auto id = static_cast<KnxIp::TunnelId>(tunnel);
         status.tunnels.push_back({m_addresses[tunnel],

@@ -24,7 +24,7 @@ public:
     using OnTelegramFrom = std::function<void(std::uint8_t tunnel, const KnxFrames::LData&)>;
     using OnEndOf = std::function<void(std::uint8_t tunnel)>;
 
-    /// Opens the sockets. Throws LinkError.
+    /// Opens the sockets; their addresses and network interfaces need not be there yet. Throws LinkError.
     ServerLink(boost::asio::io_context& context, const Configuration& configuration, OnTelegramFrom received,
                OnEndOf closed);
 
@@ -60,10 +60,8 @@ public:
     /// Lets a socket of a group in that has the same port, or not, from now on: see UdpSocket.
     void ShareAddress(bool share) { m_socket.ShareAddress(share); }
 
-    void OnNetworkChanged() {
-        if (m_group)
-            m_group->RenewGroup();
-    }
+    /// The machine's network has changed; the place in it is this now.
+    void OnNetworkChanged(const KnxDevice::IpPlace& place);
 
 private:
     /// The lines about one tunnel: a client that comes and goes does not fill the log.
@@ -94,21 +92,25 @@ private:
     void OnStreamOctets(KnxIp::StreamId stream, KnxFrames::Octets octets) override;
     void OnStreamClosed(KnxIp::StreamId stream) override;
 
-    void Open(const ServerSettings& settings);
-    void OpenOnce(const ServerSettings& settings);
-    void OpenGroup(const ServerSettings& settings);
+    void Open();
+    void OpenOnce();
+    void OpenGroup();
+    bool IsAddressHere() const;
     void Receive(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
     void ReceiveFromGroup(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
     std::optional<std::string> LineAbout(KnxIp::TunnelId tunnel, std::string_view text);
     std::optional<TimePoint> OnTime();
 
     boost::asio::io_context& m_context;
-    const std::vector<KnxFrames::IndividualAddress> m_addresses; // of the tunnels
+    const std::string m_file; // of the configuration
+    const ServerSettings m_settings;
+    const std::vector<KnxFrames::IndividualAddress>& m_addresses; // of the tunnels
     OnTelegramFrom m_received;
     OnEndOf m_closed;
     UdpSocket m_socket;
     std::optional<TcpServer> m_tcp;
     std::optional<UdpSocket> m_group;
+    bool m_isAddressHere = true; // as the log has it
     Deadline m_deadline;
     Notices m_refused;
     Notices m_refusedClients;

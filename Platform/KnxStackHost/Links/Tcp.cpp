@@ -1,6 +1,7 @@
 #include "KnxStackHost/Links/Tcp.h"
 
 #include "KnxStackHost/ExceptionText.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 
 #include <boost/asio/post.hpp>
 #include <fmt/format.h>
@@ -39,6 +40,7 @@ void TcpServer::Open(const KnxIp::Endpoint& local) {
     m_acceptor.open(tcp::v4());
     // Former connections to this port may linger in the system; another listener is refused all the same.
     m_acceptor.set_option(tcp::acceptor::reuse_address(true));
+    AllowMissingAddress(m_acceptor.native_handle());
     try {
         m_acceptor.bind(ToTcp(local));
         m_acceptor.listen();

@@ -41,7 +41,8 @@ public:
     TcpServer(boost::asio::io_context& context, std::size_t mostStreams, TcpStreamUser& user);
     ~TcpServer();
 
-    /// Listens; accepts from Start() on. Throws boost::system::system_error.
+    /// Listens; accepts from Start() on. The address need not be there yet. Throws
+    /// boost::system::system_error.
     void Open(const KnxIp::Endpoint& local);
     void Start();
 

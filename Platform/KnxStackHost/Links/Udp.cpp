@@ -1,6 +1,7 @@
 #include "KnxStackHost/Links/Udp.h"
 
 #include "KnxStackHost/ExceptionText.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/multicast.hpp>
@@ -49,6 +50,7 @@ void UdpSocket::Open(const KnxIp::Endpoint& local) {
     // Only groups that a socket itself has joined: one of our own receives the searches.
     const int no = 0;
     ::setsockopt(m_socket.native_handle(), IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof no);
+    AllowMissingAddress(m_socket.native_handle());
     m_socket.bind(ToAsio(local));
     m_socket.non_blocking(true);
 }
@@ -60,42 +62,56 @@ void UdpSocket::OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceA
     m_socket.set_option(udp::socket::reuse_address(true));
     m_socket.bind(ToAsio(group));
     m_socket.non_blocking(true);
-    Join();
+    m_groupFault = Join();
+    if (m_groupFault && !MayComeYet(m_groupFault))
+        throw boost::system::system_error(m_groupFault);
+    m_hasJoined = !m_groupFault;
 }
 
 void UdpSocket::SendToGroups() {
     m_sendsToGroups = true;
     m_socket.set_option(multicast::hops(kGroupHops));
     m_socket.set_option(multicast::enable_loopback(true));
-    Join();
+    if (m_hasJoined)
+        m_groupFault = SendByGroupInterface();
+    m_hasJoined = !m_groupFault;
 }
 
 /// A membership belongs to an interface and dies with it, but a socket goes on to believe in it: it can
 /// neither join again nor leave. So another socket has joined for the one that receives, and a new one takes
 /// its place; the old one leaves only then, so that the network is told nothing when nothing has changed.
-void UdpSocket::Join() {
-    udp::socket membership(m_socket.get_executor(), udp::v4());
-    const asio::ip::address_v4 interface(m_groupInterface);
-    membership.set_option(multicast::join_group(asio::ip::address_v4(m_group.address), interface));
+error_code UdpSocket::Join() {
+    error_code error;
+    udp::socket membership(m_socket.get_executor());
+    membership.open(udp::v4(), error);
+    if (!error)
+        membership.set_option(multicast::join_group(asio::ip::address_v4(m_group.address),
+                                                    asio::ip::address_v4(m_groupInterface)),
+                              error);
+    if (error)
+        return error;
     m_membership = std::move(membership);
-    // The socket has not kept the address, but the interface that had it.
+    return SendByGroupInterface();
+}
+
+/// To be said each time: the socket does not keep the address, but the interface that had it.
+error_code UdpSocket::SendByGroupInterface() {
+    error_code error;
     if (m_sendsToGroups && m_groupInterface != 0)
-        m_socket.set_option(multicast::outbound_interface(interface));
+        m_socket.set_option(multicast::outbound_interface(asio::ip::address_v4(m_groupInterface)), error);
+    return error;
 }
 
 void UdpSocket::RenewGroup() {
-    try {
-        Join();
-    } catch (const boost::system::system_error& error) {
-        if (!std::exchange(m_outOfGroup, true))
-            LOG4CPLUS_WARN(Log(), fmt::format("cut off from the multicast group {}: {}; it is joined again "
-                                              "when the network is back, and what is sent to it is lost "
-                                              "until then",
-                                              m_group.ToString(), error.code().message()));
-        return;
-    }
-    if (std::exchange(m_outOfGroup, false))
-        LOG4CPLUS_INFO(Log(), fmt::format("joined the multicast group {} again", m_group.ToString()));
+    const auto before = std::exchange(m_groupFault, Join());
+    if (m_groupFault && !before)
+        LOG4CPLUS_WARN(Log(), fmt::format("cut off from the multicast group {}: {}; it is joined again "
+                                          "when the network is back, and what is sent to it is lost "
+                                          "until then",
+                                          m_group.ToString(), m_groupFault.message()));
+    else if (before && !m_groupFault)
+        LOG4CPLUS_INFO(Log(), fmt::format("joined the multicast group {}{}", m_group.ToString(),
+                                          std::exchange(m_hasJoined, true) ? " again" : ""));
 }
 
 void UdpSocket::ShareAddress(bool share) {
@@ -143,6 +159,8 @@ void UdpSocket::HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram
 }
 
 bool UdpSocket::Send(const KnxIp::Endpoint& to, KnxFrames::Octets datagram) {
+    if (m_sendsToGroups && !m_hasJoined)
+        return false; // it would leave by another interface
     error_code error;
     m_socket.send_to(asio::buffer(datagram.data(), datagram.size()), ToAsio(to), 0, error);
     return !error;

@@ -7,6 +7,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/udp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/system/error_code.hpp>
 
 #include <array>
 #include <chrono>
@@ -26,11 +27,13 @@ public:
 
     UdpSocket(boost::asio::io_context& context, Receive receive);
 
-    /// Binds to the address alone: nobody else may have the port. Throws boost::system::system_error.
+    /// Binds to the address alone: nobody else may have the port. The address need not be there yet: what is
+    /// sent without it is lost. Throws boost::system::system_error.
     void Open(const KnxIp::Endpoint& local);
 
     /// Binds to a multicast group, which others on this machine may listen to as well, and joins it on the
-    /// interface with the address, 0 = the system's choice. Throws boost::system::system_error.
+    /// interface with the address, 0 = the system's choice. When that is not there yet, RenewGroup() joins;
+    /// what is sent to the group before is lost. Throws boost::system::system_error for every other fault.
     void OpenGroup(const KnxIp::Endpoint& group, std::uint32_t interfaceAddress);
 
     /// Sends datagrams to groups by the interface of OpenGroup(), over as many routers as KNXnet/IP may
@@ -39,8 +42,11 @@ public:
 
     /// To be called when the network has changed: an interface that went and came back has forgotten who had
     /// joined what on it, and the system may choose another one. Nobody outside notices when it was not
-    /// needed. An interface that is not there is logged, once until it is back.
+    /// needed. An interface that goes is logged, once until it is back, and one that comes.
     void RenewGroup();
+
+    /// Why the group of OpenGroup() could not be joined the last time; none while it is.
+    const boost::system::error_code& GroupFault() const { return m_groupFault; }
 
     /// Lets others bind to the same address and port, or not, from now on. A socket of ours that has the port
     /// of a group must let the group's socket in, and nobody else: the last one to come gets what is sent to
@@ -59,7 +65,8 @@ public:
     KnxIp::Endpoint Local() const;
 
 private:
-    void Join();
+    boost::system::error_code Join();
+    boost::system::error_code SendByGroupInterface();
     void WaitForDatagrams();
     void ReceiveWaiting();
     void HandOver(const KnxIp::Endpoint& from, KnxFrames::Octets datagram);
@@ -69,7 +76,8 @@ private:
     KnxIp::Endpoint m_group;
     std::uint32_t m_groupInterface = 0;
     bool m_sendsToGroups = false;
-    bool m_outOfGroup = false;
+    boost::system::error_code m_groupFault;
+    bool m_hasJoined = false; // ever
     Receive m_receive;
     Notices m_thrown;
     std::array<std::uint8_t, 1024>

@@ -75,15 +75,23 @@ TEST_F(Control, LinksAreServerInterfaceRoutingAndWhatWentNowhere) {
     m_target.links.server = {"127.0.0.1:3671", true, {{KnxFrames::IndividualAddress(1, 1, 251), "", {}}}};
     m_target.links.server->tunnels[0].counters.dropped = 5;
     m_target.links.server->tunnels[0].counters.mostWaiting = 6;
-    m_target.links.interface = InterfaceStatus{"gateway:3671", false, {}, 4, {}};
-    m_target.links.routing = RoutingStatus{"224.0.23.12:3671", 2, {}};
+    m_target.links.server->fault = "no address";
+    m_target.links.server->group = "224.0.23.12:3671";
+    m_target.links.server->groupFault = "no interface";
+    m_target.links.interface = InterfaceStatus{"gateway:3671", false, {}, 4, {}, "no answer"};
+    m_target.links.routing = RoutingStatus{"224.0.23.12:3671", 2, {}, "no interface"};
     const auto answer = Answer(R"({"id":1,"method":"links"})");
-    EXPECT_THAT(answer, HasSubstr(R"("endpoint":"127.0.0.1:3671","tcp":true,"tunnels":[{"address":"1.1.251",)"
+    EXPECT_THAT(answer, HasSubstr(R"("endpoint":"127.0.0.1:3671","tcp":true,"fault":"no address",)"
+                                  R"("group":"224.0.23.12:3671","groupFault":"no interface",)"
+                                  R"("tunnels":[{"address":"1.1.251",)"
                                   R"("client":"","fromClient":0,)"));
     EXPECT_THAT(answer, HasSubstr(R"("dropped":5,"unsupported":0,"mostWaiting":6)"));
-    EXPECT_THAT(answer, HasSubstr(R"("interface":{"name":"gateway:3671","connected":false,"address":"",)"
-                                  R"("waiting":4,)"));
-    EXPECT_THAT(answer, HasSubstr(R"("routing":{"group":"224.0.23.12:3671","waiting":2,)"));
+    EXPECT_THAT(
+        answer,
+        HasSubstr(R"("interface":{"name":"gateway:3671","connected":false,"fault":"no answer","address":"",)"
+                  R"("waiting":4,)"));
+    EXPECT_THAT(answer,
+                HasSubstr(R"("routing":{"group":"224.0.23.12:3671","fault":"no interface","waiting":2,)"));
 }
 
 TEST_F(Control, MonitorIsSwitchedOnAndOff) {

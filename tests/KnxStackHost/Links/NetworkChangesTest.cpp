@@ -1,5 +1,6 @@
 // What sockets do when the network changes under them, in a network that nobody else sees.
 #include "KnxStackHost/Links/NetworkChanges.h"
+#include "KnxStackHost/Links/MissingNetwork.h"
 #include "KnxStackHost/Links/Udp.h"
 
 #include <gmock/gmock.h>
@@ -101,9 +102,9 @@ protected:
         return m_received == before;
     }
 
-    void Send() {
+    bool Send() {
         const std::uint8_t octet = 1;
-        m_socket.Send(m_group, {&octet, 1});
+        return m_socket.Send(m_group, {&octet, 1});
     }
 
     const KnxIp::Endpoint m_group = EndpointOf("239.192.39.239", 39239);
@@ -125,6 +126,58 @@ TEST_P(GroupInOwnNetwork, IsHeardAgainOnAnInterfaceThatWasGone) {
         EXPECT_TRUE(IsDeaf()) << "the interface is a new one, which nobody has joined a group on";
         m_socket.RenewGroup();
         EXPECT_TRUE(Hears());
+    });
+}
+
+TEST_P(GroupInOwnNetwork, IsHeardOnAnInterfaceThatWasNotThereWhenItWasOpened) {
+    Run([this] {
+        PullOut();
+        Open();
+        EXPECT_TRUE(MayComeYet(m_socket.GroupFault())) << m_socket.GroupFault().message();
+        EXPECT_TRUE(IsDeaf());
+        m_socket.RenewGroup();
+        EXPECT_TRUE(m_socket.GroupFault()) << "still not there";
+        ASSERT_TRUE(PlugIn());
+        EXPECT_TRUE(IsDeaf());
+        m_socket.RenewGroup();
+        EXPECT_FALSE(m_socket.GroupFault()) << m_socket.GroupFault().message();
+        EXPECT_TRUE(Hears());
+        PullOut();
+        m_socket.RenewGroup();
+        EXPECT_TRUE(m_socket.GroupFault());
+    });
+}
+
+TEST_F(OwnNetwork, ATelegramToAGroupLeavesByNoOtherInterfaceBeforeItsOwnIsThere) {
+    Run([this] {
+        const auto group = EndpointOf("239.192.39.239", 39239);
+        UdpSocket socket(m_context, {});
+        PullOut();
+        ASSERT_TRUE(Ip("route add 224.0.0.0/4 dev lo"));
+        socket.OpenGroup(group, EndpointOf("192.0.2.1", 0).address);
+        socket.SendToGroups();
+        const std::uint8_t octet = 1;
+        EXPECT_FALSE(socket.Send(group, {&octet, 1}));
+        ASSERT_TRUE(Ip("route del 224.0.0.0/4 dev lo") && PlugIn());
+        socket.RenewGroup();
+        EXPECT_TRUE(socket.Send(group, {&octet, 1}));
+    });
+}
+
+TEST_F(OwnNetwork, AnAddressThatIsNotThereYetIsServedWhenItComes) {
+    Run([this] {
+        const auto own = EndpointOf("192.0.2.7", 39240);
+        int received = 0;
+        UdpSocket socket(m_context, [&](const KnxIp::Endpoint&, KnxFrames::Octets) { ++received; });
+        EXPECT_FALSE(IsAddressHere(m_context, own.address));
+        socket.Open(own);
+        socket.Start();
+        const std::uint8_t octet = 1;
+        EXPECT_FALSE(socket.Send(own, {&octet, 1})) << "there is nowhere to send from";
+        ASSERT_TRUE(Ip("addr add 192.0.2.7/24 dev knx0"));
+        EXPECT_TRUE(IsAddressHere(m_context, own.address));
+        EXPECT_TRUE(socket.Send(own, {&octet, 1}));
+        EXPECT_TRUE(RunUntil([&] { return received == 1; }));
     });
 }
 
