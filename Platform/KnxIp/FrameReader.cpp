@@ -153,6 +153,23 @@ Frame ReadAck(Cursor& cursor) {
     return frame;
 }
 
+template <ServiceType service>
+Frame ReadFeature(Cursor& cursor) {
+    Cursor header = cursor.TakeBlock(kConnectionHeaderSize, kConnectionHeaderSize,
+                                     "the connection header is not 4 octets long");
+    TunnellingFeature frame;
+    frame.service = service;
+    frame.channel = header.Take8();
+    frame.sequence = header.Take8();
+    frame.feature = static_cast<InterfaceFeature>(cursor.Take8());
+    const std::uint8_t result = cursor.Take8();
+    if (service == ServiceType::TunnellingFeatureResponse)
+        frame.result = static_cast<FeatureResult>(result);
+    if (service != ServiceType::TunnellingFeatureGet)
+        frame.value = cursor.Take(cursor.Left());
+    return frame;
+}
+
 Frame ReadRoutingIndication(Cursor& cursor) {
     return RoutingIndication{cursor.Take(cursor.Left())};
 }
@@ -195,6 +212,10 @@ constexpr std::array kReaders = {
     Reader{ServiceType::SearchResponse, ReadSearchResponse},
     Reader{ServiceType::SearchRequestExtended, ReadSearchRequestExtended},
     Reader{ServiceType::SearchResponseExtended, ReadSearchResponseExtended},
+    Reader{ServiceType::TunnellingFeatureGet, ReadFeature<ServiceType::TunnellingFeatureGet>},
+    Reader{ServiceType::TunnellingFeatureResponse, ReadFeature<ServiceType::TunnellingFeatureResponse>},
+    Reader{ServiceType::TunnellingFeatureSet, ReadFeature<ServiceType::TunnellingFeatureSet>},
+    Reader{ServiceType::TunnellingFeatureInfo, ReadFeature<ServiceType::TunnellingFeatureInfo>},
     Reader{ServiceType::DescriptionRequest, ReadDescriptionRequest},
     Reader{ServiceType::DescriptionResponse, ReadDescriptionResponse},
     Reader{ServiceType::ConnectRequest, ReadConnectRequest},

@@ -246,6 +246,16 @@ Datagram WriteFrame(const TunnellingRequest& frame) {
     return out;
 }
 
+Datagram WriteFrame(const TunnellingFeature& frame) {
+    Datagram out = BeginFrame(frame.service);
+    AppendConnectionHeader(out, frame.channel, frame.sequence, 0);
+    out.Append(static_cast<std::uint8_t>(frame.feature));
+    out.Append(static_cast<std::uint8_t>(frame.result));
+    out.Append(frame.value);
+    EndFrame(out);
+    return out;
+}
+
 Datagram WriteFrame(const DeviceConfigurationRequest& frame) {
     Datagram out = BeginFrame(ServiceType::DeviceConfigurationRequest);
     AppendConnectionHeader(out, frame.channel, frame.sequence, 0);

@@ -36,6 +36,10 @@ enum class ServiceType : std::uint16_t {
     DeviceConfigurationAck = 0x0311,
     TunnellingRequest = 0x0420,
     TunnellingAck = 0x0421,
+    TunnellingFeatureGet = 0x0422,
+    TunnellingFeatureResponse = 0x0423,
+    TunnellingFeatureSet = 0x0424,
+    TunnellingFeatureInfo = 0x0425,
     RoutingIndication = 0x0530,
     RoutingLostMessage = 0x0531,
     RoutingBusy = 0x0532,
@@ -268,6 +272,38 @@ struct TunnellingAck {
     bool operator==(const TunnellingAck& other) const = default;
 };
 
+/// What a server's interface to the bus can be asked for through a tunnel (tunnelling, version 2); the size
+/// of its value stands behind each.
+enum class InterfaceFeature : std::uint8_t {
+    SupportedEmiTypes = 0x01, ///< 2: a bit for each, cEMI is bit 2
+    DeviceDescriptor = 0x02,  ///< 2: of type 0
+    BusConnection = 0x03,     ///< 1: whether the bus can be reached
+    Manufacturer = 0x04,      ///< 2
+    ActiveEmiType = 0x05,     ///< 1: 3 is cEMI
+    IndividualAddress = 0x06, ///< 2: of the tunnel
+    MaximumApduLength = 0x07, ///< 2: octets
+    InfoServiceEnable = 0x08, ///< 1: whether the client is told of changes
+};
+
+/// What became of a request for a feature: return codes of KNX Standard 3/7/1.
+enum class FeatureResult : std::uint8_t {
+    Success = 0x00,
+    DataVoid = 0xF8,     ///< the value cannot be one of the feature
+    ReadOnly = 0xFB,     ///< the feature cannot be set
+    AddressVoid = 0xFD,  ///< there is no such feature
+    TypeConflict = 0xFE, ///< the value has a wrong size
+};
+
+/// A feature is asked for, set, given in answer to either, or told to a client because it has changed.
+struct TunnellingFeature {
+    ServiceType service = ServiceType::TunnellingFeatureGet; ///< one of the four
+    std::uint8_t channel = 0;
+    std::uint8_t sequence = 0;
+    InterfaceFeature feature{};                    ///< also one that is not listed
+    FeatureResult result = FeatureResult::Success; ///< of a response
+    Octets value; ///< not of a Get; points into the datagram that was read, valid as long as that
+};
+
 struct DeviceConfigurationRequest {
     std::uint8_t channel = 0;
     std::uint8_t sequence = 0;
@@ -305,8 +341,8 @@ using Frame =
     std::variant<SearchRequest, SearchResponse, DescriptionRequest, DescriptionResponse, ConnectRequest,
                  ConnectResponse, ConnectionStateRequest, ConnectionStateResponse, DisconnectRequest,
                  DisconnectResponse, SearchRequestExtended, SearchResponseExtended, TunnellingRequest,
-                 TunnellingAck, DeviceConfigurationRequest, DeviceConfigurationAck, RoutingIndication,
-                 RoutingLostMessage, RoutingBusy>;
+                 TunnellingAck, TunnellingFeature, DeviceConfigurationRequest, DeviceConfigurationAck,
+                 RoutingIndication, RoutingLostMessage, RoutingBusy>;
 
 /// Reads one datagram; its size must be the total length in its header. Unsupported: another service, another
 /// version of the protocol. Malformed: everything that does not add up.
@@ -329,6 +365,8 @@ Datagram WriteFrame(const ConnectionStateResponse& frame);
 Datagram WriteFrame(const DisconnectRequest& frame);
 Datagram WriteFrame(const DisconnectResponse& frame);
 Datagram WriteFrame(const TunnellingAck& frame);
+/// `frame.value` of at most KnxFrames::kLongestCemi octets.
+Datagram WriteFrame(const TunnellingFeature& frame);
 Datagram WriteFrame(const DeviceConfigurationAck& frame);
 Datagram WriteFrame(const RoutingLostMessage& frame);
 Datagram WriteFrame(const RoutingBusy& frame);

@@ -98,6 +98,14 @@ struct ServerConnection {
     }
 };
 
+/// An answer about a feature, or the news of one, that waits for its turn.
+struct WaitingFeature {
+    ServiceType service{};
+    InterfaceFeature feature{};
+    FeatureResult result = FeatureResult::Success;
+    KnxFrames::FixedOctets<2> value;
+};
+
 struct ServerTunnel : ServerConnection {
     ServerTunnel(KnxFrames::IndividualAddress ownAddress, std::size_t queueLimit)
         : address(ownAddress), queue(queueLimit) {}
@@ -105,6 +113,8 @@ struct ServerTunnel : ServerConnection {
     KnxFrames::IndividualAddress address;
     SendQueue queue;
     bool overflowReported = false;
+    FrameRing<WaitingFeature> features; // sent before the telegrams that wait
+    bool tellsChanges = false;          // of features, to its client
     TunnelCounters counters;
 };
 

@@ -58,6 +58,14 @@ public:
         return Begin(deadline);
     }
 
+    /// Likewise with a feature; its channel and number are filled in.
+    const Datagram& Begin(TimePoint deadline, std::uint8_t channel, TunnellingFeature feature) {
+        feature.channel = channel;
+        feature.sequence = m_sequence;
+        m_datagram = WriteFrame(feature);
+        return Begin(deadline);
+    }
+
     /// Likewise with a message of device management.
     const Datagram& Begin(TimePoint deadline, std::uint8_t channel, Octets cemi) {
         m_datagram = WriteFrame(DeviceConfigurationRequest{channel, m_sequence, cemi});

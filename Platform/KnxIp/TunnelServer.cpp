@@ -130,6 +130,10 @@ void TunnelServer::SetDevice(const DeviceInformation& device) {
     m_implementation->SetDevice(device);
 }
 
+void TunnelServer::SetInterface(TimePoint now, const InterfaceInformation& interface) {
+    m_implementation->SetInterface(now, interface);
+}
+
 void TunnelServer::OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from) {
     m_implementation->OnStreamOpened(now, stream, from);
 }

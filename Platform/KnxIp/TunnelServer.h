@@ -51,6 +51,14 @@ struct TunnelServerConfig {
     std::uint8_t firstChannel = 1;
 };
 
+/// What the server's interface to the bus is, for clients that ask through their tunnels.
+struct InterfaceInformation {
+    std::uint16_t manufacturer = 0; ///< code of the manufacturer
+    bool isConnected = true;        ///< the bus can be reached
+
+    bool operator==(const InterfaceInformation& other) const = default;
+};
+
 /// Number of a tunnel: the index of its address in TunnelServerConfig::tunnelAddresses.
 using TunnelId = std::uint8_t;
 
@@ -175,7 +183,17 @@ public:
 /// family in at least a version. A parameter of an unknown type, or with data of a wrong size, keeps the
 /// server silent when it is mandatory and counts for nothing otherwise. Without a wish the answer has all
 /// blocks there are; with one, device and families, and of the others those wished. The block about tunnels
-/// names the first 62. In a description the other blocks stand only when the server's core is version 2.
+/// names the first 62. Basic searches and descriptions name device and families alone: clients of version 1
+/// know no other blocks.
+///
+/// Through a tunnel a client may ask for the eight features of the interface (tunnelling, version 2), and
+/// whether it is to be told of their changes is the one that it can set. At most kMostFeatures of these
+/// answers wait for acknowledgements.
+///
+/// An endpoint in a request that opens a connection or asks for a description must fit the way of the
+/// request: host protocol UDP in a datagram; in a stream TCP, and neither address nor port, since answers
+/// come back in the stream. A search of the basic kind in a stream is none. Whatever does not fit is refused
+/// and not answered.
 ///
 /// Sources of telegrams: an L_Data.req with source 0.0.0 gets the individual address of its tunnel. Any other
 /// source is kept, because a client may be a gateway that speaks for devices behind it.
@@ -191,17 +209,18 @@ public:
 ///
 /// Over TCP nothing is acknowledged, numbers of requests do not matter and nothing is repeated; a frame goes
 /// into the stream at once. One stream carries any number of connections, which nobody else can use and which
-/// end with it. The heartbeat is kept all the same. Endpoints in requests mean nothing there, but their host
-/// protocol must be TCP. A stream is closed when something else than a KNXnet/IP header begins where a frame
-/// must, and when it carries no connection and nothing has come for kIdleStreamTimeout.
+/// end with it. The heartbeat is kept all the same. A stream is closed when something else than a KNXnet/IP
+/// header begins where a frame must, and when it carries no connection and nothing has come for
+/// kIdleStreamTimeout.
 class TunnelServer {
 public:
     static constexpr std::chrono::seconds kAckTimeout{1};
     static constexpr std::chrono::seconds kHeartbeatTimeout{120};
-    static constexpr std::chrono::seconds kIdleStreamTimeout{60};
+    static constexpr std::chrono::seconds kIdleStreamTimeout{10};
     static constexpr std::chrono::seconds kConfigurationTimeout{10};
     static constexpr unsigned kConfigurationRepetitions = 3;
     static constexpr std::size_t kMostManagementMessages = 64;
+    static constexpr std::size_t kMostFeatures = 16;
 
     /// `listener` outlives the server. Throws std::invalid_argument, with the cause for people, when the
     /// configuration breaks a rule given there.
@@ -215,6 +234,10 @@ public:
 
     /// What searches and descriptions are told of the device from now on.
     void SetDevice(const DeviceInformation& device);
+
+    /// What clients are told of the interface from now on. Those that wished so are told when the bus can be
+    /// reached or not any more (TUNNELLING_FEATURE_INFO), and searches are told of it, too.
+    void SetInterface(TimePoint now, const InterfaceInformation& interface);
 
     /// A client has opened a TCP stream. `stream` is not 0 and was never told of before.
     void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);

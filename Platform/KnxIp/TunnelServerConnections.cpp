@@ -16,11 +16,10 @@ Status KnownOrNot(const ServerConnection* connection) {
 } // namespace
 
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const ConnectRequest& request) {
+    if (!IsOfItsWay(from, request.control) || !IsOfItsWay(from, request.data))
+        return;
     const Peer to = AnswerTo(request.control, from);
-    const std::uint8_t protocol = from.IsStream() ? Hpai::kTcp : Hpai::kUdp;
-    if (request.control.protocol != protocol || request.data.protocol != protocol)
-        Refuse(from, to, Status::HostProtocolType);
-    else if (request.connectionType == ConnectRequest::kManagementConnection && !m_management.empty())
+    if (request.connectionType == ConnectRequest::kManagementConnection && !m_management.empty())
         ConnectManagement(now, from, request, to);
     else if (request.connectionType == ConnectRequest::kTunnelConnection)
         ConnectTunnel(now, from, request, to);
@@ -39,6 +38,7 @@ void TunnelServer::Implementation::ConnectTunnel(TimePoint now, const Peer& from
     Tunnel& tunnel = *free;
     tunnel.Open(NextChannel(), ConnectionPeer(request, from), now + kHeartbeatTimeout);
     tunnel.counters = {};
+    tunnel.tellsChanges = false;
     if (from.IsStream())
         ++m_streams.at(from.stream).connections;
     SendTo(to, WriteFrame(ConnectResponse{tunnel.channel, Status::NoError, OwnHpai(tunnel.peer.Data()),
@@ -146,6 +146,7 @@ void TunnelServer::Implementation::Stop() {
 void TunnelServer::Implementation::Close(Tunnel& tunnel, TunnelEnd end) {
     tunnel.counters.dropped += tunnel.queue.Size() + (tunnel.pending.IsActive() ? 1 : 0);
     tunnel.queue.Clear();
+    tunnel.features = {};
     tunnel.overflowReported = false;
     CloseConnection(tunnel, end);
     m_listener.OnTunnelClosed(IdOf(tunnel), end);

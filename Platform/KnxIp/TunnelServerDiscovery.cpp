@@ -6,12 +6,33 @@
 
 namespace KnxIp {
 
+/// Whether an endpoint named in a request fits the way that it came; refused otherwise.
+bool TunnelServer::Implementation::IsOfItsWay(const Peer& from, const Hpai& hpai) {
+    const bool isOfIt = from.IsStream() ? hpai == Hpai{{}, Hpai::kTcp} : hpai.protocol == Hpai::kUdp;
+    if (!isOfIt)
+        m_listener.OnRefusedDatagram(from.endpoint,
+                                     KnxFrames::FrameError::Unsupported(
+                                         from.IsStream() ? "an endpoint in a stream is not 0.0.0.0:0 over TCP"
+                                                         : "an endpoint in a datagram is not one of UDP",
+                                         6));
+    return isOfIt;
+}
+
 void TunnelServer::Implementation::On(TimePoint, const Peer& from, const SearchRequest& request) {
+    if (from.IsStream()) {
+        m_listener.OnRefusedDatagram(
+            from.endpoint, KnxFrames::FrameError::Unsupported("a basic search came in a stream", 2));
+        return;
+    }
+    if (!IsOfItsWay(from, request.discovery))
+        return;
     const Peer to = AnswerTo(request.discovery, from);
     SendTo(to, WriteFrame(SearchResponse{OwnHpai(to), {m_config.device, m_config.families, {}, {}}}));
 }
 
 void TunnelServer::Implementation::On(TimePoint, const Peer& from, const SearchRequestExtended& request) {
+    if (!IsOfItsWay(from, request.discovery))
+        return;
     DeviceDescription description{m_config.device, m_config.families, {}, {}};
     bool hasWish = false;
     const auto take = [&](std::uint8_t block) {
@@ -35,20 +56,14 @@ void TunnelServer::Implementation::On(TimePoint, const Peer& from, const SearchR
         description.tunnelling = DescribeTunnels();
     }
     const Peer to = AnswerTo(request.discovery, from);
-    SendTo(to, WriteFrame(SearchResponseExtended{OwnHpai(to), description}));
+    // The control endpoint by UDP, also in a stream: whoever is there knows the other.
+    SendTo(to, WriteFrame(SearchResponseExtended{OwnHpai({to.endpoint}), description}));
 }
 
 void TunnelServer::Implementation::On(TimePoint, const Peer& from, const DescriptionRequest& request) {
-    DeviceDescription description{m_config.device, m_config.families, {}, {}};
-    const bool isVersion2 =
-        std::any_of(m_config.families.begin(), m_config.families.end(), [](const ServiceFamily& each) {
-            return each.family == ServiceFamily::kCore && each.version >= 2;
-        });
-    if (isVersion2) {
-        description.extended = m_config.extended;
-        description.tunnelling = DescribeTunnels();
-    }
-    SendTo(AnswerTo(request.control, from), WriteFrame(DescriptionResponse{description}));
+    if (IsOfItsWay(from, request.control))
+        SendTo(AnswerTo(request.control, from),
+               WriteFrame(DescriptionResponse{{m_config.device, m_config.families, {}, {}}}));
 }
 
 /// Whether a search with this condition is to be answered.

@@ -25,6 +25,9 @@ public:
     // TunnelServerDiscovery.cpp
     void SetDevice(const DeviceInformation& device) { m_config.device = device; }
 
+    // TunnelServerFeatures.cpp
+    void SetInterface(TimePoint now, const InterfaceInformation& interface);
+
     // TunnelServerStreams.cpp
     void OnStreamOpened(TimePoint now, StreamId stream, const Endpoint& from);
     void OnStreamOctets(TimePoint now, StreamId stream, Octets octets);
@@ -54,6 +57,7 @@ private:
 
     // TunnelServerDiscovery.cpp
     void On(TimePoint now, const Peer& from, const SearchRequest& request);
+    bool IsOfItsWay(const Peer& from, const Hpai& hpai);
     void On(TimePoint now, const Peer& from, const SearchRequestExtended& request);
     void On(TimePoint now, const Peer& from, const DescriptionRequest& request);
     bool Fulfils(const SearchParameter& condition) const;
@@ -107,8 +111,15 @@ private:
     void Close(ManagementConnection& connection, TunnelEnd end);
     ManagementConnection* FindManagement(std::uint8_t channel, const Peer& from);
 
+    // TunnelServerFeatures.cpp
+    void On(TimePoint now, const Peer& from, const TunnellingFeature& frame);
+    std::optional<KnxFrames::FixedOctets<2>> ValueOf(const Tunnel& tunnel, InterfaceFeature feature) const;
+    FeatureResult Set(Tunnel& tunnel, InterfaceFeature feature, Octets value);
+    void Send(TimePoint now, Tunnel& tunnel, const WaitingFeature& feature);
+
     // TunnelServerTelegrams.cpp
     Tunnel* FindTunnel(std::uint8_t channel, const Peer& from);
+    bool Accept(TimePoint now, const Peer& from, Tunnel& tunnel, std::uint8_t sequence);
     void On(TimePoint now, const Peer& from, const TunnellingRequest& request);
     void On(TimePoint now, const Peer& from, const TunnellingAck& ack);
     void TakeTelegram(TimePoint now, const Peer& from, Tunnel& tunnel, Octets cemi);
@@ -116,7 +127,8 @@ private:
     void SendNext(TimePoint now, Tunnel& tunnel);
     void RepeatOrClose(TimePoint now, Tunnel& tunnel);
 
-    TunnelServerConfig m_config; // constant but for the device
+    TunnelServerConfig m_config; // constant but for the device and the state of the medium
+    InterfaceInformation m_interface;
     TunnelServerListener& m_listener;
     std::vector<Tunnel> m_tunnels;                  // never resized after construction
     std::vector<ManagementConnection> m_management; // likewise

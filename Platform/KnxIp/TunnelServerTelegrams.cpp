@@ -48,25 +48,31 @@ void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const Tun
             SendTo(from, WriteFrame(TunnellingAck{request.channel, request.sequence, Status::ConnectionId}));
         return;
     }
+    if (Accept(now, from, *tunnel, request.sequence))
+        TakeTelegram(now, from, *tunnel, request.cemi);
+}
+
+/// Acknowledges a request of the tunnel's client as its way demands. False when its content is not to be
+/// used.
+bool TunnelServer::Implementation::Accept(TimePoint now, const Peer& from, Tunnel& tunnel,
+                                          std::uint8_t sequence) {
     if (from.IsStream()) {
-        tunnel->silentUntil = now + kHeartbeatTimeout;
-        TakeTelegram(now, from, *tunnel, request.cemi);
-        return;
+        tunnel.silentUntil = now + kHeartbeatTimeout;
+        return true;
     }
-    const auto verdict = tunnel->received.Judge(request.sequence);
+    const auto verdict = tunnel.received.Judge(sequence);
     if (verdict == ReceiveCounter::Verdict::Discard) {
-        ++tunnel->counters.outOfOrder;
-        return;
+        ++tunnel.counters.outOfOrder;
+        return false;
     }
-    tunnel->silentUntil = now + kHeartbeatTimeout;
+    tunnel.silentUntil = now + kHeartbeatTimeout;
     if (verdict == ReceiveCounter::Verdict::Take)
-        tunnel->peer.TelegramCameFrom(from);
-    SendTo(tunnel->peer.AcknowledgeTo(from),
-           WriteFrame(TunnellingAck{request.channel, request.sequence, Status::NoError}));
+        tunnel.peer.TelegramCameFrom(from);
+    SendTo(tunnel.peer.AcknowledgeTo(from),
+           WriteFrame(TunnellingAck{tunnel.channel, sequence, Status::NoError}));
     if (verdict == ReceiveCounter::Verdict::Again)
-        ++tunnel->counters.duplicates;
-    else if (tunnel->isOpen)
-        TakeTelegram(now, from, *tunnel, request.cemi);
+        ++tunnel.counters.duplicates;
+    return verdict == ReceiveCounter::Verdict::Take && tunnel.isOpen;
 }
 
 void TunnelServer::Implementation::On(TimePoint now, const Peer& from, const TunnellingAck& ack) {
@@ -137,6 +143,14 @@ void TunnelServer::Implementation::Send(TimePoint now, Tunnel& tunnel, LData tel
 void TunnelServer::Implementation::SendNext(TimePoint now, Tunnel& tunnel) {
     if (tunnel.pending.IsActive())
         return;
+    if (!tunnel.features.IsEmpty()) {
+        const auto [service, feature, result, value] = tunnel.features.Front();
+        tunnel.features.PopFront();
+        SendTo(tunnel.peer.Data(),
+               tunnel.pending.Begin(now + kAckTimeout, tunnel.channel,
+                                    TunnellingFeature{service, 0, 0, feature, result, value.View()}));
+        return;
+    }
     if (tunnel.queue.IsEmpty()) {
         tunnel.overflowReported = false;
         return;

@@ -17,6 +17,9 @@ bool IsWritable(const T&) {
 bool IsWritable(const TunnellingRequest& frame) {
     return frame.cemi.size() <= KnxFrames::kLongestCemi;
 }
+bool IsWritable(const TunnellingFeature& frame) {
+    return frame.value.size() <= KnxFrames::kLongestCemi;
+}
 bool IsWritable(const DeviceConfigurationRequest& frame) {
     return frame.cemi.size() <= KnxFrames::kLongestCemi;
 }

@@ -14,8 +14,9 @@ if os.environ.get("KNX_TEST_NAMESPACE") != "1":
     os.execvpe("unshare", ["unshare", *map_root, "--net", sys.executable, *sys.argv],
                dict(os.environ, KNX_TEST_NAMESPACE="1"))
 
-from house import House, KnxdInterface, group_addresses  # noqa: E402
+from house import House, KnxdInterface, group_addresses, sending_addresses  # noqa: E402
 from processes import run, wait_until  # noqa: E402
+from tunnel import BUS_CONNECTION, FEATURE_INFO, FEATURE_RESPONSE, INFO_SERVICE_ENABLE, Tunnel  # noqa: E402
 
 ADDRESS = "192.0.2.1"  # TEST-NET-1, in no network
 
@@ -69,6 +70,25 @@ class TunnellingClient(unittest.TestCase):
         self.assertEqual([t for t in telegrams.to(address) if t not in own],
                          [("Write", house.address, address, (302).to_bytes(2, "big"))])
         self.assertTrue(house.host.is_running())
+
+    def test_a_client_of_the_server_that_wishes_so_is_told_whether_the_bus_can_be_reached(self):
+        house = self.enterContext(House(interface=(ADDRESS, 3671)))
+        client = Tunnel(house.port)
+        self.addCleanup(client.close)
+        client.ask(BUS_CONNECTION)
+        client.set(INFO_SERVICE_ENABLE, b"\1")
+        expected = [(FEATURE_RESPONSE, bytes([BUS_CONNECTION, 0, 0])),
+                    (FEATURE_RESPONSE, bytes([INFO_SERVICE_ENABLE, 0, 1]))]
+        interface = KnxdInterface(house)
+        for is_reachable in (1, 0):
+            if is_reachable:
+                interface.start()
+            else:
+                interface.process.kill()
+                house.set(next(iter(sending_addresses())), "1")  # of which the loss is noticed
+            expected.append((FEATURE_INFO, bytes([BUS_CONNECTION, 0, is_reachable])))
+            wait_until(lambda: len(client.features) >= len(expected), 130, f"the bus: {is_reachable}")
+            self.assertEqual(client.features, expected)
 
 
 if __name__ == "__main__":

@@ -10,6 +10,8 @@ CONNECT_REQUEST, CONNECT_RESPONSE = 0x0205, 0x0206
 STATE_REQUEST, STATE_RESPONSE = 0x0207, 0x0208
 DISCONNECT_REQUEST, DISCONNECT_RESPONSE = 0x0209, 0x020A
 TUNNELLING_REQUEST, TUNNELLING_ACK = 0x0420, 0x0421
+FEATURE_GET, FEATURE_RESPONSE, FEATURE_SET, FEATURE_INFO = 0x0422, 0x0423, 0x0424, 0x0425
+BUS_CONNECTION, INFO_SERVICE_ENABLE = 0x03, 0x08  # features of the interface
 L_DATA_REQ, L_DATA_CON, L_DATA_IND = 0x11, 0x2E, 0x29
 NAT_HPAI = bytes.fromhex("080100000000" "0000")
 TCP_HPAI = bytes.fromhex("080200000000" "0000")
@@ -40,6 +42,7 @@ class Tunnel:
         assert answer[2:4] == struct.pack(">H", CONNECT_RESPONSE) and answer[7] == 0, answer.hex()
         self.channel = answer[6]
         self.received = []       # cEMI frames, in order
+        self.features = []       # (FEATURE_RESPONSE or FEATURE_INFO; feature, return code, value), in order
         self.ack_seconds = []    # one per telegram sent
         self.disconnected = False
         self._sequence = 0       # of the next request to the server
@@ -54,9 +57,19 @@ class Tunnel:
 
     def send(self, cemi):
         """One request; a RuntimeError when the server does not acknowledge it without an error within 1 s."""
+        self._request(TUNNELLING_REQUEST, cemi)
+
+    def ask(self, feature):
+        """For a feature of the server's interface; its answer comes into `features`."""
+        self._request(FEATURE_GET, bytes([feature, 0]))
+
+    def set(self, feature, value):
+        self._request(FEATURE_SET, bytes([feature, 0]) + value)
+
+    def _request(self, service, body):
         self._acknowledged.clear()
         start = time.monotonic()
-        self._socket.send(frame(TUNNELLING_REQUEST, bytes([4, self.channel, self._sequence, 0]) + cemi))
+        self._socket.send(frame(service, bytes([4, self.channel, self._sequence, 0]) + body))
         if not self._acknowledged.wait(1):
             raise RuntimeError(f"no acknowledgement of request {self._sequence} within 1 s")
         if self._status != 0:
@@ -113,21 +126,24 @@ class Tunnel:
                     self._acknowledged.set()
             elif service == TUNNELLING_REQUEST:
                 if data[7] == self.channel:
-                    self._take(data[8], data[10:])
+                    self._take(data[8], data[10:], self.received)
+            elif service in (FEATURE_RESPONSE, FEATURE_INFO):
+                if data[7] == self.channel:
+                    self._take(data[8], (service, data[10:]), self.features)
             elif service == STATE_RESPONSE:
                 if data[6:8] == bytes([self.channel, 0]):
                     self._state.set()
             elif service == DISCONNECT_REQUEST and data[6] == self.channel:
                 self.disconnected = True
 
-    def _take(self, sequence, cemi):
+    def _take(self, sequence, content, received):
         """A repetition, because our acknowledgement came late, is acknowledged again and counts once."""
         if sequence not in (self._expected, (self._expected - 1) & 0xFF):
             return
         self._socket.send(frame(TUNNELLING_ACK, bytes([4, self.channel, sequence, 0])))
         if sequence == self._expected:
             self._expected = (self._expected + 1) & 0xFF
-            self.received.append(cemi)
+            received.append(content)
 
 
 class TcpTunnel:

@@ -65,6 +65,14 @@ const Bytes kTunnellingRequest = {0x06, 0x10, 0x04, 0x20, 0x00, 0x15,
                                   0x04, 0x15, 0x07, 0x00,                             // channel, sequence
                                   0x29, 0x00, 0xBC, 0xE0, 0x11, 0x04, 0x0A, 0x03, 0x01, 0x00, 0x81};
 const Bytes kTunnellingAck = {0x06, 0x10, 0x04, 0x21, 0x00, 0x0A, 0x04, 0x15, 0x07, 0x29};
+const Bytes kFeatureGet = {0x06, 0x10, 0x04, 0x22, 0x00, 0x0C, 0x04, 0x15, 0x07, 0x00,
+                           0x03, 0x00};                         // bus connection
+const Bytes kFeatureResponse = {0x06, 0x10, 0x04, 0x23, 0x00, 0x0D, 0x04, 0x15, 0x07, 0x00,
+                                0x08, 0xFE, 0x01};              // told of changes, wrong size
+const Bytes kFeatureSet = {0x06, 0x10, 0x04, 0x24, 0x00, 0x0D, 0x04, 0x15, 0x07, 0x00,
+                           0x08, 0x00, 0x01};
+const Bytes kFeatureInfo = {0x06, 0x10, 0x04, 0x25, 0x00, 0x0E, 0x04, 0x15, 0x07, 0x00,
+                            0x06, 0x00, 0x11, 0xFB};            // individual address
 const Bytes kManagementConnectResponse = {0x06, 0x10, 0x02, 0x06, 0x00, 0x12, 0x15, 0x00,
                                           0x08, 0x01, 0xC0, 0xA8, 0x01, 0x02, 0x0E, 0x57,
                                           0x02, 0x03};
@@ -102,6 +110,10 @@ std::vector<Bytes> Vectors() {
             kDisconnectResponse,
             kTunnellingRequest,
             kTunnellingAck,
+            kFeatureGet,
+            kFeatureResponse,
+            kFeatureSet,
+            kFeatureInfo,
             kManagementConnectResponse,
             kDeviceConfigurationRequest,
             kDeviceConfigurationAck,
@@ -119,6 +131,10 @@ T Read(const Bytes& vector) {
     const auto frame = ReadFrame(vector);
     EXPECT_TRUE(frame) << frame.Error().cause;
     return frame && std::holds_alternative<T>(*frame) ? std::get<T>(*frame) : T{};
+}
+
+bool IsFeature(const Bytes& vector) {
+    return vector[2] == 0x04 && vector[3] >= 0x22;
 }
 
 void SetLength(Bytes& datagram) {
@@ -173,6 +189,15 @@ TEST(Frames, ReadsTheFieldsOfEachFrame) {
     EXPECT_EQ(Read<DisconnectRequest>(kDisconnectRequest), (DisconnectRequest{0x15, kClientControl}));
     EXPECT_EQ(Read<DisconnectResponse>(kDisconnectResponse), (DisconnectResponse{0x15, Status::NoError}));
     EXPECT_EQ(Read<TunnellingAck>(kTunnellingAck), (TunnellingAck{0x15, 7, Status::TunnellingLayer}));
+    const auto response = Read<TunnellingFeature>(kFeatureResponse);
+    EXPECT_EQ(response.service, ServiceType::TunnellingFeatureResponse);
+    EXPECT_EQ(response.channel, 0x15);
+    EXPECT_EQ(response.sequence, 7);
+    EXPECT_EQ(response.feature, InterfaceFeature::InfoServiceEnable);
+    EXPECT_EQ(response.result, FeatureResult::TypeConflict);
+    EXPECT_EQ(Bytes(response.value.begin(), response.value.end()), Bytes{1});
+    EXPECT_EQ(Read<TunnellingFeature>(kFeatureGet).feature, InterfaceFeature::BusConnection);
+    EXPECT_EQ(Read<TunnellingFeature>(kFeatureInfo).value.size(), 2U);
     EXPECT_EQ(Read<DeviceConfigurationAck>(kDeviceConfigurationAck),
               (DeviceConfigurationAck{0x15, 7, Status::ConnectionId}));
     EXPECT_EQ(Read<ConnectResponse>(kManagementConnectResponse),
@@ -233,7 +258,7 @@ TEST(Frames, EveryTruncationIsMalformed) {
             const auto frame = ReadFrame(cut);
             const bool isTunnelling =
                 ((vector == kTunnellingRequest || vector == kDeviceConfigurationRequest) && size >= 10) ||
-                (vector == kRoutingIndication && size >= 6);
+                (vector == kRoutingIndication && size >= 6) || (IsFeature(vector) && size >= 12);
             const bool endsBeforeFamilies = (vector == kSearchResponse && size == 68) ||
                                             (vector == DescriptionResponseVector() && size == 60);
             EXPECT_EQ(static_cast<bool>(frame), isTunnelling || endsBeforeFamilies) << size;
@@ -248,6 +273,8 @@ TEST(Frames, OctetsBehindAFrameAreMalformed) {
         if ((vector[2] == 0x04 && vector[3] == 0x20) || (vector[2] == 0x03 && vector[3] == 0x10) ||
             (vector[2] == 0x05 && vector[3] == 0x30))
             continue; // what follows the header is all cEMI
+        if (IsFeature(vector) && vector[3] != 0x22)
+            continue; // it is all value
         SetLength(vector);
         if (std::equal(kConnectRefusal.begin(), kConnectRefusal.begin() + 4, vector.begin()) &&
             vector[7] != 0)
@@ -296,6 +323,7 @@ TEST(Frames, EachCauseIsNamed) {
         {kSearchResponse, 15, 0xFE, "the device information is missing", kMalformed},
         {kSearchResponse, 68, 0x05, "the list of service families has half an entry", kMalformed},
         {kTunnellingRequest, 6, 0x05, "the connection header is not 4 octets long", kMalformed},
+        {kFeatureSet, 6, 0x05, "the connection header is not 4 octets long", kMalformed},
         {kTunnellingAck, 6, 0x03, "the connection header is not 4 octets long", kMalformed},
         {kRoutingLostMessage, 6, 0x05, "the information about lost messages is not 4 octets long",
          kMalformed},

@@ -31,7 +31,8 @@ std::string Answer(ServerBench& bench, const std::string& parameters) {
                : transcript.substr(found + sent.size(), transcript.size() - 1 - found - sent.size());
 }
 
-const std::string kDeviceAndFamilies = "0801c0a801020e57" // where to reach the server
+const std::string kServerHpai = "0801c0a801020e57"; // where to reach it
+const std::string kDeviceAndFamilies = kServerHpai +
                                        "36010201110000000000000000 00e000170c 021122334455 74657374"
                                        "0000000000000000000000000000000000000000000000000000"
                                        "060202020402";
@@ -114,10 +115,11 @@ TEST(TunnelServerDiscovery, TheTunnelsThatAreInUseAreNotFree) {
     EXPECT_TRUE(Answer(bench, "04840700").ends_with("0c0700fe11fa000711fb0007"));
 }
 
-TEST(TunnelServerDiscovery, ADescriptionOfVersion2HasTheOtherBlocksToo) {
+TEST(TunnelServerDiscovery, ADescriptionHasNoBlocksThatClientsOfVersion1DoNotKnow) {
     ServerBench bench(Version2());
     bench.Receive(kOther, "06100203000e" + kHpai);
-    EXPECT_TRUE(bench.Take().ends_with(kExtended + kTunnels + "\n"));
+    EXPECT_TRUE(bench.Take().ends_with("> client 061002040042 " +
+                                       Body(kDeviceAndFamilies).substr(Body(kServerHpai).size()) + "\n"));
 }
 
 TEST(TunnelServerDiscovery, ABasicSearchIsAnsweredAsEver) {
@@ -126,13 +128,47 @@ TEST(TunnelServerDiscovery, ABasicSearchIsAnsweredAsEver) {
     EXPECT_TRUE(bench.Take().ends_with("> client 06100202004a " + Body(kDeviceAndFamilies) + "\n"));
 }
 
-TEST(TunnelServerDiscovery, ASearchOverAStreamIsAnsweredInIt) {
+TEST(TunnelServerDiscovery, ASearchOverAStreamIsAnsweredInItWithTheEndpointForDatagrams) {
     ServerBench bench(Version2());
     bench.OpenStream(3);
     bench.ReceiveFrom(3, "0610020b0012 0802000000000000 04840102");
     const auto transcript = bench.Take();
-    EXPECT_NE(transcript.find("> stream-3 0610020c004a 08020000000000003601"), std::string::npos)
+    EXPECT_NE(transcript.find("> stream-3 0610020c004a " + Body(kDeviceAndFamilies)), std::string::npos)
         << transcript;
+}
+
+TEST(TunnelServerDiscovery, ABasicSearchInAStreamIsNotAnswered) {
+    ServerBench bench(Version2());
+    bench.OpenStream(3);
+    bench.ReceiveFrom(3, "06100201000e 0802000000000000");
+    EXPECT_EQ(bench.Take(), R"(
+0.000 < stream-3 06100201000e 0802000000000000
+0.000 ! a basic search came in a stream
+)");
+}
+
+TEST(TunnelServerDiscovery, AnEndpointThatDoesNotFitItsWayIsNotAnswered) {
+    const std::vector<std::string> services = {"06100201000e", "06100203000e", "0610020b000e"};
+    const std::string cause = "an endpoint in a datagram is not one of UDP";
+    for (const auto& service : services) {
+        ServerBench bench(Version2());
+        for (const auto* const hpai : {"0802000000000000", "0802c0a8010ac350"}) {
+            bench.Receive(kOther, service + hpai);
+            const auto transcript = bench.Take();
+            EXPECT_TRUE(transcript.ends_with("! " + cause + "\n")) << transcript;
+            EXPECT_EQ(transcript.find('>'), std::string::npos) << transcript;
+        }
+        bench.Receive(kOther, service + "0801000000000000");
+        EXPECT_NE(bench.Take().find("> other"), std::string::npos) << service;
+    }
+}
+
+TEST(TunnelServerDiscovery, AnExtendedSearchIsToldThatTheBusCannotBeReached) {
+    ServerBench bench(Version2());
+    bench.Server().SetInterface(bench.Now(), {.isConnected = false});
+    EXPECT_TRUE(Answer(bench, "0484 0800").ends_with("0808010000fe57b0"));
+    bench.Server().SetInterface(bench.Now(), {.isConnected = true});
+    EXPECT_TRUE(Answer(bench, "0484 0800").ends_with(kExtended));
 }
 
 } // namespace

@@ -100,8 +100,7 @@ TEST(TunnelServer, RefusesWhatItCannotServe) {
 0.000 > client 061002060008 002d
 0.000 ! refused: not an address of a tunnel
 0.000 < client 06100205001a 0802c0a8010ac3500802c0a8010ac35104040200
-0.000 > client 061002060008 0001
-0.000 ! refused: the host protocol is not supported
+0.000 ! an endpoint in a datagram is not one of UDP
 0.000 < client 06100205001c 0801c0a8010ac3500801c0a8010ac3510604020011fa
 0.000 > client 061002060014 01000801c0a801020e57040411fa
 0.000 ! tunnel 0 opened, 1.1.250, 192.168.1.10:50000

@@ -140,7 +140,7 @@ public:
         m_router->SetOwnAddress(m_management->Address());
         if (!m_server)
             return;
-        m_server->SetDevice(m_management->Device());
+        m_server->SetDevice(m_management->Device(), !GetIpFacts().busIsUnreachable);
         for (const auto& each : m_news.Take(m_management->Properties(), m_management->Device().FreeLevel()))
             m_server->Announce(each);
     }

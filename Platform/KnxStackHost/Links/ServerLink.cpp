@@ -177,12 +177,14 @@ bool ServerLink::HasClients() const {
     return false;
 }
 
-void ServerLink::SetDevice(const KnxDevice::Device& device) {
+void ServerLink::SetDevice(const KnxDevice::Device& device, bool isBusReachable) {
     m_device.address = device.Address();
     m_device.programmingMode = device.IsInProgrammingMode();
     m_device.serialNumber = device.Identity().serialNumber;
     m_device.projectInstallation = device.ProjectInstallation();
     m_server->SetDevice(m_device);
+    m_server->SetInterface(Now(), {device.Identity().manufacturer, isBusReachable});
+    m_deadline.Set(m_server->NextTime());
 }
 
 KnxDevice::IpFacts ServerLink::Facts() const {

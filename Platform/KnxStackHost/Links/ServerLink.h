@@ -38,9 +38,9 @@ public:
     /// True while a tunnel is open.
     bool HasClients() const;
 
-    /// What searches and descriptions say of the device. Name, multicast group and hardware address are the
-    /// configuration's and the network's.
-    void SetDevice(const KnxDevice::Device& device);
+    /// What searches, descriptions and features say of the device and of its interface to the bus. Name,
+    /// multicast group and hardware address are the configuration's and the network's.
+    void SetDevice(const KnxDevice::Device& device, bool isBusReachable);
     /// Who answers management connections; before Start().
     struct Manager {
         std::function<KnxFrames::ManagementMessage(const KnxFrames::ManagementMessage&)> answer;

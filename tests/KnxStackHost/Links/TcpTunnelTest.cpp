@@ -122,10 +122,12 @@ TEST_F(TcpTunnel, TheDescriptionSaysThatTcpIsSpoken) {
     const RawTcp stream(m_port);
     ASSERT_TRUE(stream.Send({0x06, 0x10, 0x02, 0x03, 0x00, 0x0E, 0x08, 0x02, 0, 0, 0, 0, 0, 0}));
     const auto description = stream.ReceiveFrame();
-    ASSERT_EQ(88u, description.size()); // with the blocks of version 2
-    EXPECT_EQ(Bytes(description.begin() + 60, description.begin() + 68),
-              Bytes({8, 2, 0x02, 2, 0x04, 2, 0x03, 2}));
-    EXPECT_EQ(Bytes(description.begin() + 76, description.end()),
+    ASSERT_EQ(68u, description.size());
+    EXPECT_EQ(Bytes(description.begin() + 60, description.end()), Bytes({8, 2, 0x02, 2, 0x04, 2, 0x03, 2}));
+    ASSERT_TRUE(stream.Send({0x06, 0x10, 0x02, 0x0B, 0x00, 0x0E, 0x08, 0x02, 0, 0, 0, 0, 0, 0}));
+    const auto found = stream.ReceiveFrame();
+    ASSERT_EQ(96u, found.size()); // with the blocks of version 2
+    EXPECT_EQ(Bytes(found.begin() + 84, found.end()),
               Bytes({12, 7, 0x00, 0xFE, 0x11, 0xFB, 0x00, 0x07, 0x11, 0xFC, 0x00, 0x07}));
 }
 
