@@ -34,12 +34,15 @@ public:
     void OnRefusedDatagram(const Endpoint&, const KnxFrames::FrameError&) override {}
 
 protected:
-    /// A telegram of the bus, or a property of the device that has changed.
+    /// A telegram of the bus, a property of the device that has changed, or in one octet whether the bus can
+    /// be reached.
     void Act(Octets octets) {
         if (const auto telegram = KnxFrames::ParseLData(octets))
             PassOn(*telegram, std::nullopt);
         else if (const auto property = KnxFrames::ParseManagement(octets))
             m_server.AnnounceProperty(m_now, *property);
+        else if (octets.size() == 1)
+            m_server.SetInterface(m_now, {0x00FA, octets[0] != 0});
     }
 
     void Finish() {
