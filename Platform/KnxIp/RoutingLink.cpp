@@ -107,7 +107,7 @@ public:
         const SendQueue::PushResult pushed = m_queue.Push(indication);
         if (pushed.wasFull) {
             ++m_counters.dropped;
-            if (!std::exchange(m_overflowReported, true))
+            if (pushed.beginsBurst)
                 m_listener.OnQueueOverflow();
         }
         SendWaiting(now);
@@ -156,7 +156,7 @@ private:
             return;
         const LData telegram = m_queue.Pop().telegram;
         if (m_queue.IsEmpty())
-            m_overflowReported = false;
+            m_queue.EndBurst();
         Datagram datagram;
         WriteRoutingIndication(telegram, datagram);
         m_nextSend = now + std::chrono::microseconds(1'000'000 / m_config.rate);
@@ -177,7 +177,6 @@ private:
     const RoutingLinkConfig m_config;
     RoutingLinkListener& m_listener;
     SendQueue m_queue;
-    bool m_overflowReported = false;
     TimePoint m_nextSend{}; // not before
     BusyPause m_pause;
     OverloadReports m_overload;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace KnxIp {
 
@@ -29,7 +30,8 @@ public:
     /// one, is dropped.
     struct PushResult {
         bool wasFull = false;
-        bool isIn = true; ///< false: the new telegram itself was the one to go
+        bool isIn = true;         ///< false: the new telegram itself was the one to go
+        bool beginsBurst = false; ///< the first one to be dropped since the last burst ended
     };
     PushResult Push(const KnxFrames::LData& telegram) {
         FrameRing<Entry>& ring = RingOf(telegram);
@@ -41,14 +43,18 @@ public:
         const bool isIn = lowest.Front().number != number;
         lowest.PopFront();
         --m_size;
-        return {true, isIn};
+        return {true, isIn, !std::exchange(m_isBurst, true)};
     }
+
+    /// Whoever sends has come to the end of the queue: what is dropped next begins a new burst.
+    void EndBurst() { m_isBurst = false; }
 
     /// Throws everything away.
     void Clear() {
         for (FrameRing<Entry>& ring : m_rings)
             ring = {};
         m_size = 0;
+        EndBurst();
     }
 
     /// Puts an entry back that was taken with Pop(), to its old place; the limit may be exceeded by it.
@@ -92,6 +98,7 @@ private:
 
     const std::size_t m_limit;
     std::size_t m_size = 0;
+    bool m_isBurst = false; // something was dropped since the last end
     std::uint64_t m_nextNumber = 0;
     std::array<FrameRing<Entry>, kConfirmations + 1> m_rings; // by the bits of the priority
 };

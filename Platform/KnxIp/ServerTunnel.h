@@ -112,7 +112,6 @@ struct ServerTunnel : ServerConnection {
 
     KnxFrames::IndividualAddress address;
     SendQueue queue;
-    bool overflowReported = false;
     FrameRing<WaitingFeature> features; // sent before the telegrams that wait
     bool tellsChanges = false;          // of features, to its client
     TunnelCounters counters;

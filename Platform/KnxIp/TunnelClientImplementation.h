@@ -86,7 +86,6 @@ private:
     const TunnelClientConfig m_config;
     TunnelClientListener& m_listener;
     SendQueue m_queue;
-    bool m_overflowReported = false;
     TunnelClientCounters m_counters;
 
     State m_state = State::Stopped;

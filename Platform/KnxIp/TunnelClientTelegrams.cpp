@@ -2,8 +2,6 @@
 
 #include "KnxIp/TunnelClientImplementation.h"
 
-#include <utility>
-
 namespace KnxIp {
 
 using KnxFrames::FrameError;
@@ -14,7 +12,7 @@ bool TunnelClient::Implementation::Send(TimePoint now, const LData& telegram) {
     const SendQueue::PushResult pushed = m_queue.Push(telegram);
     if (pushed.wasFull) {
         ++m_counters.dropped;
-        if (!std::exchange(m_overflowReported, true))
+        if (pushed.beginsBurst)
             m_listener.OnQueueOverflow();
     }
     SendNext(now);
@@ -57,7 +55,7 @@ void TunnelClient::Implementation::SendNext(TimePoint now) {
     if (m_state != State::Connected || m_underWay.IsActive())
         return;
     if (m_queue.IsEmpty()) {
-        m_overflowReported = false;
+        m_queue.EndBurst();
         return;
     }
     SendUnderWay(m_underWay.Begin(now + kAckTimeout, m_channel, m_queue.Pop()));

@@ -60,22 +60,16 @@ void TunnelServer::Implementation::OnFrame(TimePoint now, const Peer& from, Octe
 }
 
 void TunnelServer::Implementation::OnTime(TimePoint now) {
-    for (Tunnel& tunnel : m_tunnels) {
-        if (!tunnel.isOpen)
-            continue;
-        if (now >= tunnel.silentUntil)
-            Close(tunnel, TunnelEnd::Heartbeat);
-        else if (tunnel.pending.IsActive() && now >= tunnel.pending.Deadline())
-            RepeatOrClose(now, tunnel);
-    }
-    for (ManagementConnection& connection : m_management) {
+    const auto serve = [&](auto& connection) {
         if (!connection.isOpen)
-            continue;
+            return;
         if (now >= connection.silentUntil)
             Close(connection, TunnelEnd::Heartbeat);
         else if (connection.pending.IsActive() && now >= connection.pending.Deadline())
             RepeatOrClose(now, connection);
-    }
+    };
+    std::for_each(m_tunnels.begin(), m_tunnels.end(), serve);
+    std::for_each(m_management.begin(), m_management.end(), serve);
     CloseIdleStreams(now);
 }
 

@@ -133,21 +133,18 @@ void TunnelServer::Implementation::CloseTunnel(TunnelId tunnel) {
 }
 
 void TunnelServer::Implementation::Stop() {
-    for (Tunnel& tunnel : m_tunnels) {
-        if (tunnel.isOpen)
-            Close(tunnel, TunnelEnd::Server);
-    }
-    for (ManagementConnection& connection : m_management) {
+    const auto close = [this](auto& connection) {
         if (connection.isOpen)
             Close(connection, TunnelEnd::Server);
-    }
+    };
+    std::for_each(m_tunnels.begin(), m_tunnels.end(), close);
+    std::for_each(m_management.begin(), m_management.end(), close);
 }
 
 void TunnelServer::Implementation::Close(Tunnel& tunnel, TunnelEnd end) {
     tunnel.counters.dropped += tunnel.queue.Size() + (tunnel.pending.IsActive() ? 1 : 0);
     tunnel.queue.Clear();
     tunnel.features = {};
-    tunnel.overflowReported = false;
     CloseConnection(tunnel, end);
     m_listener.OnTunnelClosed(IdOf(tunnel), end);
 }

@@ -3,7 +3,6 @@
 #include "KnxIp/TunnelServerImplementation.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace KnxIp {
 
@@ -129,9 +128,9 @@ void TunnelServer::Implementation::Send(TimePoint now, Tunnel& tunnel, LData tel
         SendTo(tunnel.peer.Data(), frame);
         return;
     }
-    if (tunnel.queue.Push(telegram).wasFull) {
+    if (const SendQueue::PushResult pushed = tunnel.queue.Push(telegram); pushed.wasFull) {
         ++tunnel.counters.dropped;
-        if (!std::exchange(tunnel.overflowReported, true))
+        if (pushed.beginsBurst)
             m_listener.OnQueueOverflow(IdOf(tunnel));
         if (!tunnel.isOpen)
             return;
@@ -152,7 +151,7 @@ void TunnelServer::Implementation::SendNext(TimePoint now, Tunnel& tunnel) {
         return;
     }
     if (tunnel.queue.IsEmpty()) {
-        tunnel.overflowReported = false;
+        tunnel.queue.EndBurst();
         return;
     }
     const Datagram& datagram =

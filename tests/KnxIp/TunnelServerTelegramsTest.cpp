@@ -331,6 +331,19 @@ TEST(TunnelServer, WhatStillWaitsWhenATunnelIsClosedIsCountedAsLost) {
     EXPECT_EQ(bench.Server().Counters(0).dropped, 4U);
 }
 
+TEST(TunnelServer, AFullQueueOfTheNextClientIsSaidAnew) {
+    TunnelServerConfig config = Config();
+    config.queueLimit = 1;
+    ServerBench bench(std::move(config));
+    for (int client = 0; client < 2; ++client) {
+        bench.Connect();
+        for (std::uint8_t value = 0; value < 4; ++value)
+            bench.Server().Broadcast(bench.Now(), Telegram(value));
+        EXPECT_NE(bench.Take().find("! tunnel 0 overflows\n"), std::string::npos);
+        bench.Server().CloseTunnel(0);
+    }
+}
+
 TEST(TunnelServer, CloseTunnelInsideACallbackIsAllowed) {
     ServerBench bench;
     bench.m_onTelegram = [&](TunnelId origin, const LData&) { bench.Server().CloseTunnel(origin); };
