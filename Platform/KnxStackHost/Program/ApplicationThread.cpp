@@ -86,28 +86,24 @@ void ApplicationThread::PostReport(StartupState state) {
     m_posted.notify_one();
 }
 
-void ApplicationThread::RequestReload() {
+void ApplicationThread::Request(bool& request) {
     {
         const std::lock_guard lock(m_mutex);
-        m_reloadRequested = true;
+        request = true;
     }
     m_posted.notify_one();
+}
+
+void ApplicationThread::RequestReload() {
+    Request(m_reloadRequested);
 }
 
 void ApplicationThread::RequestDeviceRestart() {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_restartRequested = true;
-    }
-    m_posted.notify_one();
+    Request(m_restartRequested);
 }
 
 void ApplicationThread::RequestStop() {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_stopRequested = true;
-    }
-    m_posted.notify_one();
+    Request(m_stopRequested);
 }
 
 void ApplicationThread::Run() {

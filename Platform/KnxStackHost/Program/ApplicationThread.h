@@ -112,6 +112,7 @@ private:
     void Take(StartupState report);
     void Deliver(const Callback& callback);
     void PostReport(StartupState state);
+    void Request(bool& request); // one of those under the mutex
     void TellState();
 
     const ProgramLibrary m_library;
