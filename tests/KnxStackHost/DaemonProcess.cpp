@@ -3,47 +3,30 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
+#include <utility>
 
 namespace KnxStackHost {
 
-DaemonProcess::DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
-                             std::vector<std::string> arguments, std::vector<std::string> environment)
-    : m_directory(directory) {
+namespace {
+
+/// What is started; its files are made.
+std::vector<std::string> CommandLine(const TemporaryDirectory& directory, const std::string& configuration,
+                                     std::vector<std::string> arguments) {
+    directory.Write("stderr", "");
     directory.Write("knxstackd.json", configuration);
     if (std::find(arguments.begin(), arguments.end(), "--config") == arguments.end())
         arguments.insert(arguments.begin(), {"--config", directory / "knxstackd.json"});
     arguments.insert(arguments.begin(), KNXSTACKD);
-    const auto log = directory / "stderr";
-    m_pid = ::fork();
-    if (m_pid != 0)
-        return;
-    const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ::dup2(file, STDERR_FILENO);
-    ::dup2(file, STDOUT_FILENO);
-    for (auto& variable : environment)
-        ::putenv(variable.data());
-    std::vector<char*> raw;
-    for (auto& argument : arguments)
-        raw.push_back(argument.data());
-    raw.push_back(nullptr);
-    ::execv(KNXSTACKD, raw.data());
-    ::_exit(127);
+    return arguments;
 }
 
-DaemonProcess::~DaemonProcess() {
-    if (m_pid <= 0)
-        return;
-    ::kill(m_pid, SIGKILL);
-    ::waitpid(m_pid, nullptr, 0);
-}
+} // namespace
+
+DaemonProcess::DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
+                             std::vector<std::string> arguments, const std::vector<std::string>& environment)
+    : m_directory(directory), m_process(CommandLine(directory, configuration, std::move(arguments)),
+                                        directory / "stderr", environment) {}
 
 std::uint16_t DaemonProcess::Port() const {
     if (!WaitForLog(" - ready"))
@@ -64,16 +47,9 @@ std::string DaemonProcess::Log() const {
     return m_directory.Read("stderr");
 }
 
-void DaemonProcess::Signal(int signal) const {
-    ::kill(m_pid, signal);
-}
-
 std::optional<int> DaemonProcess::WaitForEnd(milliseconds patience) {
-    int status = 0;
-    if (!Eventually([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, patience))
-        return std::nullopt;
-    m_pid = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    const int status = m_process.Wait(patience);
+    return status < 0 ? std::nullopt : std::optional(status);
 }
 
 std::string TestConfiguration(const std::string& programSettings, const std::string& more) {

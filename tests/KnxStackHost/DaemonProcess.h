@@ -1,6 +1,7 @@
 // knxstackd as a child process with a directory of its own.
 #pragma once
 
+#include "../support/Process.h"
 #include "../support/TemporaryDirectory.h"
 
 #include <chrono>
@@ -10,24 +11,20 @@
 #include <string>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace KnxStackHost {
 
 using std::chrono::milliseconds;
 
+using TestSupport::Eventually;
 using TestSupport::TemporaryDirectory;
 
 /// One run of the daemon. Its standard error is collected in a file; the port it listens on is any free one.
 class DaemonProcess {
 public:
-    /// Starts with `configuration` as knxstackd.json in `directory` and further arguments.
+    /// Starts with `configuration` as knxstackd.json in `directory` and further arguments. Killed at the end
+    /// if it still runs.
     DaemonProcess(const TemporaryDirectory& directory, const std::string& configuration,
-                  std::vector<std::string> arguments = {}, std::vector<std::string> environment = {});
-    /// Kills it if it still runs.
-    ~DaemonProcess();
-    DaemonProcess(const DaemonProcess&) = delete;
-    DaemonProcess& operator=(const DaemonProcess&) = delete;
+                  std::vector<std::string> arguments = {}, const std::vector<std::string>& environment = {});
 
     /// The port from the log; fails the test when it does not appear.
     std::uint16_t Port() const;
@@ -37,21 +34,17 @@ public:
                     std::size_t count = 1) const;
     std::string Log() const;
 
-    void Signal(int signal) const;
+    void Signal(int signal) const { m_process.Signal(signal); }
 
     /// Exit status; empty when it still runs after `patience`.
     std::optional<int> WaitForEnd(milliseconds patience);
 
-    pid_t Pid() const { return m_pid; }
+    pid_t Pid() const { return m_process.Pid(); }
 
 private:
     const TemporaryDirectory& m_directory;
-    pid_t m_pid = -1;
+    TestSupport::Process m_process;
 };
-
-/// Calls `condition` every few milliseconds until it is true; false when it never was.
-template <class Condition>
-bool Eventually(Condition condition, milliseconds patience = milliseconds(10000));
 
 /// A configuration with objects 1 to 4 and the command object 250, whose program records to "record".
 std::string TestConfiguration(const std::string& programSettings = "", const std::string& more = "");
@@ -60,16 +53,5 @@ std::size_t CountOf(const std::string& text, const std::string& part);
 
 /// Sleeps; only to poll.
 void Pause(milliseconds time);
-
-template <class Condition>
-bool Eventually(Condition condition, milliseconds patience) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return condition();
-        Pause(milliseconds(5));
-    }
-    return true;
-}
 
 } // namespace KnxStackHost

@@ -28,13 +28,10 @@ protected:
     static constexpr std::uint8_t kUdp = 1; // host protocol
     static constexpr std::uint8_t kTcp = 2;
 
-    static Bytes Frame(std::uint8_t service, std::uint8_t number, const Bytes& body) {
-        return Joined({{0x06, 0x10, service, number, 0, static_cast<std::uint8_t>(6 + body.size())}, body});
-    }
     /// To be answered to where it comes from.
     static Bytes Hpai(std::uint8_t protocol) { return {8, protocol, 0, 0, 0, 0, 0, 0}; }
     static Bytes ConnectRequest(std::uint8_t protocol) {
-        return Frame(0x02, 0x05, Joined({Hpai(protocol), Hpai(protocol), {2, 3}}));
+        return Frame(0x0205, Joined({Hpai(protocol), Hpai(protocol), {2, 3}}));
     }
     static std::uint8_t ChannelIn(const Bytes& answer) {
         const bool isConnected = answer.size() == 18 && answer[3] == 0x06 && answer[7] == 0;
@@ -42,13 +39,13 @@ protected:
         return isConnected ? answer[6] : std::uint8_t{0};
     }
     static Bytes Configuration(std::uint8_t channel, std::uint8_t sequence, const Bytes& message) {
-        return Frame(0x03, 0x10, Joined({{4, channel, sequence, 0}, message}));
+        return Frame(0x0310, Joined({{4, channel, sequence, 0}, message}));
     }
     static bool IsConfiguration(const Bytes& frame) {
         return frame.size() > 10 && frame[2] == 0x03 && frame[3] == 0x10;
     }
     static Bytes DisconnectRequest(std::uint8_t channel, std::uint8_t protocol) {
-        return Frame(0x02, 0x09, Joined({{channel, 0}, Hpai(protocol)}));
+        return Frame(0x0209, Joined({{channel, 0}, Hpai(protocol)}));
     }
 };
 
@@ -66,7 +63,7 @@ public:
     }
     bool Disconnect() override {
         return m_stream.Send(DisconnectRequest(m_channel, kTcp)) &&
-               m_stream.ReceiveFrame() == Frame(0x02, 0x0A, {m_channel, 0});
+               m_stream.ReceiveFrame() == Frame(0x020A, {m_channel, 0});
     }
 
 private:
@@ -84,7 +81,7 @@ public:
 
     bool Send(const Bytes& message) override {
         m_udp.Send(Configuration(m_channel, m_sent, message));
-        const auto acknowledgement = Frame(0x03, 0x11, {4, m_channel, m_sent, 0});
+        const auto acknowledgement = Frame(0x0311, {4, m_channel, m_sent, 0});
         ++m_sent;
         return Next() == acknowledgement;
     }
@@ -94,7 +91,7 @@ public:
     }
     bool Disconnect() override {
         m_udp.Send(DisconnectRequest(m_channel, kUdp));
-        return Next() == Frame(0x02, 0x0A, {m_channel, 0});
+        return Next() == Frame(0x020A, {m_channel, 0});
     }
 
 private:
@@ -105,7 +102,7 @@ private:
             if (!IsConfiguration(frame))
                 return frame;
             EXPECT_EQ(m_channel, frame[7]);
-            m_udp.Send(Frame(0x03, 0x11, {4, m_channel, frame[8], 0}));
+            m_udp.Send(Frame(0x0311, {4, m_channel, frame[8], 0}));
             if (frame[8] == m_received) {
                 ++m_received;
                 return frame;

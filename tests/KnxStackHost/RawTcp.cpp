@@ -86,23 +86,13 @@ bool RawTcp::HasEnded(milliseconds patience) const {
     return false;
 }
 
-Bytes Joined(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const auto& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 Bytes ConnectOverTcp() {
-    return {0x06, 0x10, 0x02, 0x05, 0x00, 0x1A, 0x08, 0x02, 0, 0,    0,    0,    0,
-            0,    0x08, 0x02, 0,    0,    0,    0,    0,    0, 0x04, 0x04, 0x02, 0x00};
+    const Bytes here = {0x08, 0x02, 0, 0, 0, 0, 0, 0}; // where it comes from
+    return Frame(0x0205, Joined({here, here, {0x04, 0x04, 0x02, 0x00}}));
 }
 
 Bytes TunnellingRequest(std::uint8_t channel, const Bytes& cemi, std::uint8_t sequence) {
-    const auto size = static_cast<std::uint16_t>(10 + cemi.size());
-    return Joined({{0x06, 0x10, 0x04, 0x20, static_cast<std::uint8_t>(size >> 8),
-                    static_cast<std::uint8_t>(size & 0xFF), 0x04, channel, sequence, 0x00},
-                   cemi});
+    return Frame(0x0420, Joined({{0x04, channel, sequence, 0x00}, cemi}));
 }
 
 } // namespace KnxStackHost

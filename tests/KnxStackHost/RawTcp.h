@@ -31,9 +31,6 @@ private:
     int m_socket = -1;
 };
 
-/// Octets one after the other.
-Bytes Joined(std::initializer_list<Bytes> parts);
-
 /// CONNECT_REQUEST for a tunnel over TCP.
 Bytes ConnectOverTcp();
 /// TUNNELLING_REQUEST on the channel.

@@ -15,18 +15,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-Bytes Frame(std::uint16_t service, const Bytes& body) {
-    const auto size = static_cast<std::uint16_t>(6 + body.size());
-    Bytes frame = {0x06,
-                   0x10,
-                   static_cast<std::uint8_t>(service >> 8),
-                   static_cast<std::uint8_t>(service & 0xFF),
-                   static_cast<std::uint8_t>(size >> 8),
-                   static_cast<std::uint8_t>(size & 0xFF)};
-    frame.insert(frame.end(), body.begin(), body.end());
-    return frame;
-}
-
 unsigned ServiceOf(const Bytes& datagram) {
     return datagram.size() < 6 ? 0 : static_cast<unsigned>(datagram[2]) << 8 | datagram[3];
 }
@@ -92,11 +80,8 @@ int BindBeside(std::uint32_t address, std::uint16_t port) {
 }
 
 RawTunnel::RawTunnel(std::uint16_t serverPort) : m_udp(serverPort) {
-    auto body = Hpai(m_udp.Port());
-    const auto data = Hpai(m_udp.Port());
-    body.insert(body.end(), data.begin(), data.end());
-    body.insert(body.end(), {0x04, 0x04, 0x02, 0x00}); // a tunnel on the link layer
-    m_udp.Send(Frame(0x0205, body));
+    const auto own = Hpai(m_udp.Port());
+    m_udp.Send(Frame(0x0205, Joined({own, own, {0x04, 0x04, 0x02, 0x00}}))); // a tunnel on the link layer
     const auto answer = m_udp.Receive();
     if (ServiceOf(answer) != 0x0206 || answer.size() != 20 || answer[7] != 0) {
         ADD_FAILURE() << "no tunnel";
@@ -107,10 +92,8 @@ RawTunnel::RawTunnel(std::uint16_t serverPort) : m_udp(serverPort) {
 }
 
 bool RawTunnel::Send(const Bytes& cemi) {
-    Bytes body = {0x04, m_channel, m_sent, 0x00};
-    body.insert(body.end(), cemi.begin(), cemi.end());
     m_acknowledged.reset();
-    m_udp.Send(Frame(0x0420, body));
+    m_udp.Send(Frame(0x0420, Joined({{0x04, m_channel, m_sent, 0x00}, cemi})));
     while (!m_acknowledged)
         if (!Take(m_udp.Receive()))
             return false;
@@ -138,11 +121,8 @@ Bytes RawTunnel::ReceiveIndication(milliseconds patience) {
 }
 
 bool RawTunnel::IsAlive() {
-    Bytes body = {m_channel, 0x00};
-    const auto control = Hpai(m_udp.Port());
-    body.insert(body.end(), control.begin(), control.end());
     m_state.reset();
-    m_udp.Send(Frame(0x0207, body));
+    m_udp.Send(Frame(0x0207, Joined({{m_channel, 0x00}, Hpai(m_udp.Port())})));
     while (!m_state)
         if (!Take(m_udp.Receive()))
             return false;
@@ -150,10 +130,7 @@ bool RawTunnel::IsAlive() {
 }
 
 bool RawTunnel::Disconnect() {
-    Bytes body = {m_channel, 0x00};
-    const auto control = Hpai(m_udp.Port());
-    body.insert(body.end(), control.begin(), control.end());
-    m_udp.Send(Frame(0x0209, body));
+    m_udp.Send(Frame(0x0209, Joined({{m_channel, 0x00}, Hpai(m_udp.Port())})));
     while (!m_over)
         if (!Take(m_udp.Receive()))
             return false;
@@ -198,6 +175,21 @@ bool RawTunnel::Take(const Bytes& datagram) {
         return true;
     default: return !datagram.empty();
     }
+}
+
+Bytes Joined(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const auto& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Bytes Frame(std::uint16_t service, const Bytes& body) {
+    const auto size = 6 + body.size();
+    return Joined(
+        {{0x06, 0x10, static_cast<std::uint8_t>(service >> 8), static_cast<std::uint8_t>(service & 0xFF),
+          static_cast<std::uint8_t>(size >> 8), static_cast<std::uint8_t>(size & 0xFF)},
+         body});
 }
 
 Bytes GroupRequest(std::uint16_t destination, std::uint16_t apci, const Bytes& value) {

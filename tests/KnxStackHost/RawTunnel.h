@@ -3,12 +3,19 @@
 
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <vector>
 
 namespace KnxStackHost {
 
 using Bytes = std::vector<std::uint8_t>;
+
+/// Octets one after the other.
+Bytes Joined(std::initializer_list<Bytes> parts);
+
+/// A KNXnet/IP frame: header and body.
+Bytes Frame(std::uint16_t service, const Bytes& body);
 
 /// UDP on loopback.
 class RawUdp {

@@ -1,6 +1,7 @@
 // Starts the shipped devicestackd in a directory of its own and speaks raw lines with it.
 #pragma once
 
+#include "Process.h"
 #include "TemporaryDirectory.h"
 
 #include <boost/json.hpp>
@@ -8,39 +9,16 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace DeviceStackServer {
 
+using TestSupport::Eventually;
+using TestSupport::Process;
 using TestSupport::TemporaryDirectory;
 
 void WriteText(const std::string& path, const std::string& text);
 std::string ReadText(const std::string& path);
-
-/// Waits until the condition holds, at most `limit`. What it held at last.
-template <typename Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(30));
-
-/// A child process with its standard error in a file.
-class Process {
-public:
-    Process(const std::vector<std::string>& argv, const std::string& errorFile,
-            const std::vector<std::string>& environment = {});
-    ~Process();
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    pid_t Pid() const { return m_pid; }
-    void Signal(int signal) const;
-
-    /// Exit status, 128 + n after signal n; -1 when it still runs after the limit.
-    int Wait(std::chrono::milliseconds limit = std::chrono::seconds(30));
-
-private:
-    pid_t m_pid = -1;
-    std::optional<int> m_status;
-};
 
 /// One connection.
 class RawClient {
@@ -94,18 +72,5 @@ public:
 private:
     std::optional<Process> m_process;
 };
-
-template <typename Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    const timespec pause{0, 5'000'000};
-    for (;;) {
-        if (condition())
-            return true;
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        ::nanosleep(&pause, nullptr);
-    }
-}
 
 } // namespace DeviceStackServer
