@@ -147,7 +147,7 @@ public:
     }
 
     /// A client of a management connection wants the device to restart (M_Reset.req). Not answered: the
-    /// connection ends with the restart.
+    /// server closes that connection when this returns.
     virtual void OnDeviceReset(const Endpoint& client) { static_cast<void>(client); }
 
     virtual void OnManagementOpened(const Peer& client) { static_cast<void>(client); }

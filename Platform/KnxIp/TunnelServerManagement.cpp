@@ -80,7 +80,11 @@ void TunnelServer::Implementation::TakeManagement(TimePoint now, const Peer& fro
             Send(now, connection, answer);
         return;
     }
-    case MessageCode::MResetReq: m_listener.OnDeviceReset(from.endpoint); return;
+    case MessageCode::MResetReq:
+        m_listener.OnDeviceReset(from.endpoint);
+        if (connection.isOpen)
+            Close(connection, TunnelEnd::Server);
+        return;
     default:
         m_listener.OnRefusedDatagram(
             from.endpoint, FrameError::Unsupported("a client sent no request of device management", 0));

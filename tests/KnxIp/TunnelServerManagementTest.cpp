@@ -130,13 +130,15 @@ TEST_F(Management, AnswersWaitForTheirTurnAndTheOldestGoWhenNobodyAcknowledges) 
     EXPECT_NE(next.find("fb000b0106100111fa"), std::string::npos) << next;
 }
 
-TEST_F(Management, AResetIsForTheDevice) {
+TEST_F(Management, AResetIsForTheDeviceAndEndsItsConnection) {
     Connect();
     m_bench.Receive(kClientData, "06100310000b 0401 00 00 f1");
     EXPECT_EQ(m_bench.Take(), R"(
 0.000 < client-data 06100310000b 04010000f1
 0.000 > client-data 06100311000a 04010000
 0.000 ! reset
+0.000 > client 061002090010 01000801c0a801020e57
+0.000 ! management by 192.168.1.10:50000: closed by the server
 )");
 }
 
