@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <iterator>
 #include <limits>
+#include <numeric>
 #include <utility>
 
 namespace KnxDevice {
@@ -81,6 +82,7 @@ constexpr PropertyId kQueueOverflowToBus = 73;
 constexpr PropertyId kSentToIp = 74;
 constexpr PropertyId kSentToBus = 75;
 constexpr PropertyId kFriendlyName = 76;
+constexpr PropertyId kTunnellingAddresses = 79;
 } // namespace Id
 
 Octets Put(Scratch& scratch, std::initializer_list<std::uint8_t> octets) {
@@ -276,7 +278,8 @@ Properties ProgramObject(Device& device, StandardObject object) {
 
 Properties IpParameterAddresses(Device& device) {
     constexpr unsigned kManual = 1; // assignment method: none of ours, the operating system has the address
-    constexpr unsigned kTunnellingAndRouting = 0x0006; // capabilities: bit 1 tunnelling, bit 2 routing
+    constexpr unsigned kManagementAndTunnelling = 0x0003; // capabilities
+    constexpr unsigned kRouting = 0x0004;
     Properties properties;
     const auto add = [&](PropertyId id, std::uint32_t IpPlace::*part) {
         properties.push_back(Number32Of(id, [&device, part] { return device.Ip().place.*part; }));
@@ -297,7 +300,7 @@ Properties IpParameterAddresses(Device& device) {
     properties.push_back(Number32Of(Id::kRoutingMulticast, [&device] { return device.Ip().multicast; }));
     properties.push_back(Number8Of(Id::kTimeToLive, kUnsignedChar, [] { return 16; }));
     properties.push_back(Number16Of(Id::kCapabilities, kBitset16, [&device] {
-        return device.Ip().routes ? kTunnellingAndRouting : kTunnellingAndRouting & ~0x0004U;
+        return kManagementAndTunnelling | (device.Ip().routes ? kRouting : 0);
     }));
     return properties;
 }
@@ -347,6 +350,14 @@ Properties IpParameterObject(Device& device) {
                 scratch.push_back(static_cast<std::uint8_t>(address.raw >> 8));
                 scratch.push_back(static_cast<std::uint8_t>(address.raw));
             }
+            return scratch;
+        },
+        0xFF));
+    properties.push_back(ReadOnly(
+        Id::kTunnellingAddresses, kUnsignedChar, // which of the additional addresses are those of tunnels
+        [&device](Scratch& scratch) -> Octets {
+            scratch.resize(device.Ip().tunnels.size());
+            std::iota(scratch.begin(), scratch.end(), std::uint8_t{1});
             return scratch;
         },
         0xFF));

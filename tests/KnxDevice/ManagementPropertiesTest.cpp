@@ -66,6 +66,7 @@ TEST_F(Managed, TheIpParametersAreThoseOfTheMoment) {
               "11fb11fc",
               Ask("03d5 06 35 2001"))
         << "addresses of tunnels";
+    EXPECT_EQ("03d6064f20010102", Ask("03d5 06 4f 2001")) << "all of them are";
     for (const auto* const id : {"39", "3c"})
         EXPECT_EQ(fmt::format("03d606{}1001c0a80102", id), Ask(fmt::format("03d5 06 {} 1001", id)))
             << "address";
@@ -76,7 +77,9 @@ TEST_F(Managed, TheIpParametersAreThoseOfTheMoment) {
             << "gateway";
     EXPECT_EQ("03d606401001020000000001", Ask("03d5 06 40 1001")) << "MAC address";
     EXPECT_EQ("03d606421001e000170d", Ask("03d5 06 42 1001")) << "multicast group";
-    EXPECT_EQ("03d6064410010006", Ask("03d5 06 44 1001")) << "tunnelling and routing";
+    EXPECT_EQ("03d6064410010007", Ask("03d5 06 44 1001")) << "management, tunnelling, routing";
+    facts.routes = false;
+    EXPECT_EQ("03d6064410010003", Ask("03d5 06 44 1001"));
     EXPECT_EQ("03d60645100100", Ask("03d5 06 45 1001")) << "no fault";
     facts.busIsUnreachable = true;
     facts.lostToIp = 0x1234;
