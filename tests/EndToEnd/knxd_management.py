@@ -55,7 +55,7 @@ class Management:
                 client, _ = self._listener.accept()
             except OSError:  # closed
                 return
-            threading.Thread(target=_Session(KnxdSocket(client), self._knxd).serve, daemon=True).start()
+            _Session(KnxdSocket(client), self._knxd).serve()  # one after the other, as a person works
 
 
 class _Session:

@@ -83,6 +83,7 @@ class Connection(_Packets):
         super().__init__(path, OPEN_RAW)
         self._device = struct.pack(">H", individual(device))
         self._sent = self._received = 0
+        self._has_answered = False
         self._transmit(b"\x80")
 
     def ask(self, digits):
@@ -106,17 +107,24 @@ class Connection(_Packets):
         assert self._next() == b"\x81"
 
     def disconnect(self):
+        """Also waits until a device that has answered before has heard it: with one address for all clients, what
+        comes next through another socket of knxd might overtake it."""
         self._transmit(b"\x81")
+        if self._has_answered:
+            self._transmit(b"\x03\x00")  # A_DeviceDescriptor_Read without a connection
+            self._next(lambda tpdu: tpdu[:2] == b"\x03\x40")
         self.close()
 
     def _transmit(self, tpdu):
         self.send(self._device + tpdu)
 
-    def _next(self):
+    def _next(self, is_wanted=lambda tpdu: tpdu[0] & 0xC0):
+        """The next telegram of the device; not its group telegrams, which come here, too: their data is neither
+        numbered nor control."""
         while True:
             message = self.receive()
             if message is None:
                 raise NoAnswer("the device does not answer")
-            # The device's group telegrams come here, too: their data is neither numbered nor control.
-            if message[:2] == self._device and message[2] & 0xC0:
+            if message[:2] == self._device and is_wanted(message[2:]):
+                self._has_answered = True
                 return message[2:]

@@ -59,7 +59,7 @@ InterfaceLink::InterfaceLink(boost::asio::io_context& context, const Configurati
 void InterfaceLink::Start() {
     if (!m_settings.tcp)
         m_socket.Start();
-    m_absenceReported = !IsAddressHere(m_context, m_localAddress);
+    m_wasAbsent = m_absenceReported = !IsAddressHere(m_context, m_localAddress);
     if (m_absenceReported)
         LOG4CPLUS_WARN(
             Log(), AddressNotYetHere(m_file + ": /interface/localAddress", m_settings.localAddress,
@@ -236,7 +236,8 @@ void InterfaceLink::OnConnectFailed(LinkFailure failure, KnxIp::Status status, m
     m_fault = isAbsent ? AddressFaultText(m_settings.localAddress) : WhyNot(failure, status);
     const auto text = fmt::format("no connection to the KNX/IP interface {}: {}; next try in {} ms", Name(),
                                   m_fault, retryIn.count());
-    if (std::exchange(isAbsent ? m_absenceReported : m_failureReported, true))
+    const bool mayHaveBegunWithoutAddress = std::exchange(m_wasAbsent, isAbsent) && !isAbsent;
+    if (mayHaveBegunWithoutAddress || std::exchange(isAbsent ? m_absenceReported : m_failureReported, true))
         LOG4CPLUS_DEBUG(Log(), text);
     else
         LOG4CPLUS_WARN(Log(), text << " (further ones until there is a connection are not reported)");

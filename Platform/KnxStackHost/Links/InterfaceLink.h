@@ -83,6 +83,7 @@ private:
     std::string m_fault;            // why there is no connection; "" = there is, or no try has ended yet
     bool m_failureReported = false; // since the last connection
     bool m_absenceReported = false; // likewise, of the local address
+    bool m_wasAbsent = false;       // that one, when the last try ended
     bool m_lookingUp = false;
     bool m_stopped = false;
     std::minstd_rand m_random{std::random_device{}()};
