@@ -153,12 +153,21 @@ class Tunnel(LateNetwork):
 
     PROTOCOL = "udp"
 
-    def test_a_tunnel_begins_at_an_address_that_comes_after_the_start(self):
+    def test_a_try_that_began_without_its_address_is_no_fault_of_the_interface(self):
+        self.begin_without_an_address()
+        self.cable.plug_in()  # while the first try waits 10 s for its answer
+        self.wait_until_connected(BACK_OFF_SECONDS)
+        self.assertEqual(self.client.host.count("WARN"), 1, self.client.host.log())
+
+    def begin_without_an_address(self):
         self.start_server()
         configure = self.configure_client(self.server.port, localAddress=CLIENT, protocol=self.PROTOCOL)
         self.client = self.enterContext(House(configure=configure, network=self.inside))
         self.heard = Monitor(self.client)
         self.waits(self.client, "/interface/localAddress")
+
+    def test_a_tunnel_begins_at_an_address_that_comes_after_the_start(self):
+        self.begin_without_an_address()
         wait_until(lambda: self.interface()["fault"], 20, "the end of the first try")
         self.assertEqual(self.interface()["fault"], f"no network interface has the address {CLIENT}")
         waiting = self.set(self.client)
