@@ -128,13 +128,14 @@ class DownloadByBus(Download):
         self.restarts = 0
 
     def download(self):
-        connection = Connection(self.house.directory / "knxd.sock", self.house.address)
         host = load_json(self.house.configuration / "knxstackd.json")
         content = tables(host["groupObjects"], {o["number"]: self.bits(o) for o in host["groupObjects"]})
         content[PROGRAM] = bytes(97)
         content[DATA] = self.data.read_bytes() if self.data.exists() else b""
         content = {number: octets for number, octets in content.items() if octets}
         self.restarts += 1
+        # Not before all is at hand: the device ends a connection on which nothing is said for 6 s.
+        connection = Connection(self.house.directory / "knxd.sock", self.house.address)
         download(connection, content)
         connection.close()
 
