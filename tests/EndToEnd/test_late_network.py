@@ -102,19 +102,6 @@ class RoutingByAnyInterface(Routing):
 class Search(LateNetwork):
     """The server answers searches in a multicast group."""
 
-    def search(self):
-        """The answer to a search of the client's network; None without one."""
-        def ask():
-            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
-                udp.bind((CLIENT, 0))
-                udp.settimeout(1)
-                udp.sendto(tunnel.frame(tunnel.SEARCH_REQUEST, tunnel.NAT_HPAI), ("224.0.23.12", 3671))
-                try:
-                    return udp.recv(512)
-                except TimeoutError:
-                    return None
-        return self.inside.call(ask)
-
     def test_searches_are_answered_on_an_interface_that_comes_after_the_start(self):
         self.start_server(multicastGroup="224.0.23.12", multicastInterface=SERVER)
         self.waits(self.server, "/server/multicastInterface")

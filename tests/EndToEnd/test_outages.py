@@ -5,11 +5,9 @@ import network
 network.enter()
 
 import datetime  # noqa: E402
-import socket  # noqa: E402
 import time  # noqa: E402
 import unittest  # noqa: E402
 
-import tunnel  # noqa: E402
 from house import House, Monitor  # noqa: E402
 from processes import wait_until  # noqa: E402
 from two_houses import BACK_OFF_SECONDS, CLIENT, SERVER, TwoHouses, renumber  # noqa: E402
@@ -96,19 +94,6 @@ class Search(TwoHouses):
     def setUp(self):
         super().setUp()
         self.start_server(multicastGroup="224.0.23.12", multicastInterface=SERVER)
-
-    def search(self):
-        """Whether a search of the client's network is answered."""
-        def ask():
-            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
-                udp.bind((CLIENT, 0))
-                udp.settimeout(1)
-                udp.sendto(tunnel.frame(tunnel.SEARCH_REQUEST, tunnel.NAT_HPAI), ("224.0.23.12", 3671))
-                try:
-                    return udp.recv(512)[2:4] == tunnel.SEARCH_RESPONSE.to_bytes(2, "big")
-                except TimeoutError:
-                    return False
-        return self.inside.call(ask)
 
     def test_a_search_is_answered_when_the_interface_was_gone(self):
         wait_until(self.search, 20, "an answer")

@@ -1,9 +1,11 @@
 """Two houses in two network namespaces, with a cable between them: the host of one is the KNX/IP interface of the other,
 or both are in one multicast group. For tests that have called network.enter()."""
 
+import socket
 import time
 import unittest
 
+import tunnel
 from house import House, Monitor
 from network import Cable, Namespace
 from processes import wait_until
@@ -52,6 +54,20 @@ class TwoHouses(unittest.TestCase):
         self.client = self.enterContext(House(configure=configure, network=self.inside))
         self.heard = Monitor(self.client)
         self.wait_until_connected(20)
+
+    def search(self):
+        """The server's answer to a search of the client's network; None without one."""
+        def ask():
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
+                udp.bind((CLIENT, 0))
+                udp.settimeout(1)
+                udp.sendto(tunnel.frame(tunnel.SEARCH_REQUEST, tunnel.NAT_HPAI), ("224.0.23.12", 3671))
+                try:
+                    answer = udp.recv(512)
+                except TimeoutError:
+                    return None
+                return answer if answer[2:4] == tunnel.SEARCH_RESPONSE.to_bytes(2, "big") else None
+        return self.inside.call(ask)
 
     def next_number(self):
         self.number += 1
